@@ -1,0 +1,24 @@
+// The command line's side of a run: messages to standard error as they
+// stand, questions answered by their default (no) unless --yes was given, and
+// a progress line kept on standard error when it is a terminal.
+#pragma once
+
+#include "core/RunInterface.h"
+
+namespace vellira::cli {
+
+class ConsoleInterface final : public RunInterface {
+public:
+    explicit ConsoleInterface(bool answerYes = false);
+    void note(std::string_view message) override;
+    bool question(std::string_view message) override;
+    void progress(const Progress& progress) override;
+
+private:
+    bool answerYes_;
+    bool terminal_;
+    bool progressShown_ = false;
+    void clearProgress();
+};
+
+}  // namespace vellira::cli

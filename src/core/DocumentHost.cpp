@@ -1,0 +1,21 @@
+#include "core/DocumentHost.h"
+
+namespace vellira {
+
+std::filesystem::path DocumentHost::makeHostPath(std::string_view text) const {
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
+std::string DocumentHost::errorText(int code) const {
+    switch (code) {
+        case HostError::kSyntax: return "syntax error in file";
+        case HostError::kNeedsPassword: return "cannot authenticate password";
+        case HostError::kArgument: return "invalid argument";
+        case HostError::kIo: return "input/output error";
+        default: return "unknown error";
+    }
+}
+
+void DocumentHost::raise(int code) const { throw HostError(code, errorText(code)); }
+
+}  // namespace vellira

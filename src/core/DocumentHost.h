@@ -1,0 +1,126 @@
+// DocumentHost: every operation the split logic needs from a PDF host.
+//
+// The logic never touches a PDF file itself; it opens, reads, creates, fills
+// and saves documents through this interface, so it runs the same against
+// MuPDF (MupdfHost) and against a scripted host in tests. A failed host call
+// throws HostError, carrying the host's code and its own error text.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace vellira {
+
+// A failed host operation. `code` is the host's numeric error code, `text`
+// the host's own description of the failure.
+class HostError : public std::runtime_error {
+public:
+    // Codes every host uses for the failures the logic tells apart.
+    static constexpr int kGeneric = 1;
+    static constexpr int kSyntax = 2;         // damaged or not a PDF
+    static constexpr int kNeedsPassword = 3;  // encrypted with a user password
+    static constexpr int kArgument = 4;       // a page or handle out of range
+    static constexpr int kIo = 5;             // the file could not be read or written
+
+    HostError(int code, std::string text) : std::runtime_error(text), code_(code), text_(std::move(text)) {}
+    int code() const noexcept { return code_; }
+    const std::string& text() const noexcept { return text_; }
+
+private:
+    int code_;
+    std::string text_;
+};
+
+// Handles are small values owned by the host; 0 is "none".
+struct DocHandle {
+    int id = 0;
+    explicit operator bool() const { return id != 0; }
+    auto operator<=>(const DocHandle&) const = default;
+};
+struct ViewHandle {
+    int id = 0;
+    explicit operator bool() const { return id != 0; }
+    auto operator<=>(const ViewHandle&) const = default;
+};
+// A bookmark (outline item) of a document. The root of a document's outline
+// is itself a bookmark whose children are the top-level items.
+struct BookmarkHandle {
+    DocHandle doc;
+    int item = 0;
+    explicit operator bool() const { return item != 0; }
+    auto operator<=>(const BookmarkHandle&) const = default;
+};
+
+// One word as the host reads it: a maximal run of non-blank characters, in
+// the host's reading order. `h`, `v` are the bottom-left corner of its first
+// character's quadrilateral in PDF user space (points, origin bottom-left,
+// unrotated page), untruncated. `number` identifies the word on its page for
+// the highlight step. The text is valid during the callback only.
+struct HostWord {
+    std::string_view text;
+    double h = 0;
+    double v = 0;
+    std::uint16_t number = 0;
+};
+// Returning false stops the enumeration of the current page.
+using WordCallback = std::function<bool(const HostWord&)>;
+
+class DocumentHost {
+public:
+    virtual ~DocumentHost() = default;
+
+    // The document open in the host's viewer: the one the GUI shows, or the
+    // one opened last. None when nothing is open.
+    virtual std::optional<ViewHandle> activeViewDocument() = 0;
+    // The document model behind a view. Throws HostError.
+    virtual DocHandle documentOfView(ViewHandle view) = 0;
+    // The path of a document's file, as text (empty for a new document).
+    virtual std::string filePath(DocHandle doc) = 0;
+    // The host's form of a text path (UTF-8).
+    virtual std::filesystem::path makeHostPath(std::string_view text) const;
+
+    // Opens a PDF file and makes it the current document. Throws HostError
+    // with the host's text for a missing, damaged, non-PDF or encrypted file.
+    virtual DocHandle openDocument(const std::filesystem::path& path) = 0;
+    // A new document without pages.
+    virtual DocHandle createDocument() = 0;
+    // Appends `count` pages of `source`, from 0-based `firstPage` on, to the
+    // end of `target`. With `bookmarks`, the source's bookmarks that point into
+    // those pages come along, with their hierarchy, pointing at the new pages.
+    virtual void insertPages(DocHandle target, DocHandle source, int firstPage, int count, bool bookmarks) = 0;
+    // Saves a document in full. Readers never see a half-written file: on
+    // failure any earlier file of that name is left as it was.
+    virtual void saveDocument(DocHandle doc, const std::filesystem::path& path) = 0;
+    // Releases a document; closing the current document leaves none current.
+    virtual void closeDocument(DocHandle doc) = 0;
+    virtual int pageCount(DocHandle doc) = 0;
+
+    // Error model: the host's text for one of its codes, and raising a code as
+    // the host would.
+    virtual std::string errorText(int code) const;
+    [[noreturn]] void raise(int code) const;
+
+    // Calls `onWord` for every word of a 0-based page, in reading order, until
+    // it returns false. Throws HostError.
+    virtual void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) = 0;
+
+    // Bookmark tree: the root of the outline (none when the document has no
+    // bookmarks), first child and next sibling (none at the end), the title as
+    // UTF-8, the indent (top-level items are 0), and the 0-based page a
+    // bookmark points at (-1 when it points nowhere). Throw HostError for a
+    // broken outline.
+    virtual BookmarkHandle bookmarkRoot(DocHandle doc) = 0;
+    virtual BookmarkHandle firstChild(BookmarkHandle bookmark) = 0;
+    virtual BookmarkHandle nextSibling(BookmarkHandle bookmark) = 0;
+    virtual std::string bookmarkTitle(BookmarkHandle bookmark) = 0;
+    virtual int bookmarkIndent(BookmarkHandle bookmark) = 0;
+    virtual int bookmarkPage(BookmarkHandle bookmark) = 0;
+};
+
+}  // namespace vellira

@@ -1,0 +1,38 @@
+// RunInterface: how a run talks to the person who started it.
+//
+// The library never prints. Messages, questions, progress and the cancel flag
+// all pass through the interface a run is given: message boxes in the GUI,
+// standard error and default answers in the command line.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <string_view>
+
+namespace vellira {
+
+struct Progress {
+    std::string file;
+    int page = 0;   // 1-based page being scanned, 0 when none
+    int pages = 0;  // pages in the document
+    int filesWritten = 0;
+};
+
+class RunInterface {
+public:
+    virtual ~RunInterface() = default;
+    // Shows one of the system's messages, as it stands, and waits.
+    virtual void note(std::string_view message) = 0;
+    // Asks a yes/no question; the default answer is no.
+    virtual bool question(std::string_view message) = 0;
+    virtual void progress(const Progress&) {}
+    // The Stop flag, read before every row, page and mail.
+    bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
+    void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }
+    void clearCancel() { cancel_.store(false, std::memory_order_relaxed); }
+
+private:
+    std::atomic<bool> cancel_{false};
+};
+
+}  // namespace vellira

@@ -1,0 +1,196 @@
+// SplitSettings: the one record that describes a split job.
+//
+// Every field bears the name of its parameters-file key. Modes are stored as
+// their display texts and compared exactly; the ordinal of a mode is its
+// position in the mode tables below.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace vellira {
+
+// Filename modes (`EXTRACT`), in ordinal order.
+inline constexpr std::array<std::string_view, 9> kFilenameModes = {
+    "Next word as filename",
+    "Page start as filename",
+    "Page start-end as filename",
+    "h,v match as filename",
+    "Sequential Number",
+    "USE 'use as filename name after text'",
+    "USE 'use as filename name after text' - take rest of line",
+    "USE 'use as filename name after text' - take rest of line + 1st line next page",
+    "Use bookmark as filename",
+};
+
+// Extract (split) modes (`PAGEEXTRACT`), in ordinal order.
+inline constexpr std::array<std::string_view, 10> kExtractModes = {
+    "From match to next match",
+    "From match to next unique match",
+    "From match to next match using position h,v",
+    "From match to next unique match using position h,v",
+    "From match to until match",
+    "From match to until match using position h,v",
+    "Matched page only",
+    "Bookmarks",
+    "Bookmarks Root Level",
+    "Bookmarks Level 2",
+};
+
+// Filename macros offered in the prefix and postfix lists, in order.
+inline constexpr std::array<std::string_view, 11> kFilenameMacros = {
+    "[FILETITLE]",  "[PAGESTART]",      "[PAGEEND]",      "[PAGESTARTNOMASK]", "[PAGEENDNOMASK]", "[PAGES]",
+    "[TOTALPAGES]", "[YYYY]-[MM]-[DD]", "[YYYY]-[M]-[D]", "[hh][mm][ss]",      "[POSn,n]",
+};
+
+inline constexpr std::string_view kVersionText = "v4.01";
+
+// Ordinal of a mode text in its table, or nothing when the text is none of them.
+std::optional<int> filenameModeOrdinal(std::string_view text);
+std::optional<int> extractModeOrdinal(std::string_view text);
+// True for "Bookmarks", "Bookmarks Root Level" and "Bookmarks Level 2".
+bool isBookmarkMode(std::string_view extractMode);
+// The looser test some callers make: the first 8 characters are "Bookmark".
+bool startsWithBookmark(std::string_view extractMode);
+
+// The output folder a fresh setup starts with on this platform.
+std::string defaultOutputDir();
+
+struct SplitSettings {
+    // Job fields.
+    std::string FILENAME;
+    int USECURRENT = 0;
+    std::string FINDSTRING = "account:";
+    std::string MATCHPOSH;
+    std::string MATCHPOSV;
+    std::string EXTRACTUNTIL;
+    int UNTILMATCHPOSH = 0;
+    int UNTILMATCHPOSV = 0;
+    std::string EXTRACTFILENAME;
+    std::string PREFIXFILENAME = "extract_";
+    std::string POSTFIXFILENAME;
+    int USESOURCEFILENAME = 0;
+    int USESOURCEFILENAMEPOST = 0;
+    std::string OUTPUTDIR = defaultOutputDir();
+    int SPLITTOSOURCE = 0;
+    int ALWAYSOVERWRITE = 0;
+    int ALWAYSAPPEND = 0;
+    std::string EXTRACT{kFilenameModes[0]};
+    int TAKENWORDSFORFILENAME = 999;
+    std::string FIRSTCHAROFWORD;
+    int TAKENCHARSFORFILENAME = 999;
+    std::string UNTILCHARACTERFILENAME;
+    std::string ADDBWORDS;
+    int UNTILHHPOSLESSTHAN = 9999;
+    std::string PAGEEXTRACT{kExtractModes[0]};
+    int KEEPBOOKMARKS = 0;
+    // The "Remove first" value each document's scan starts from.
+    int OFFSETFIRST = 0;
+    int STARTFROMPAGE = 1;
+    int TOPAGE = 0;
+    int IGNORECASE = 0;
+    int ROTATED = 0;
+    int CREATELIST = 0;
+
+    // Report options.
+    int REPORTOPTIONSTXT = 0;
+    int REPORTOPTIONSCSV = 0;
+    int REPORTOPTIONSCURRENT = 0;
+    std::string REPORTOPTIONSOUTPUTFOLDER;
+
+    // Fields without a control.
+    int STRIPEND = 0;
+    int AUTOMATION = 0;
+    std::string LASTPATH;
+    std::string LASTPATHSUB;
+
+    // The working copy of OFFSETFIRST: set from OFFSETFIRST when a document's
+    // scan starts, read by naming and extraction. A parameters file restores
+    // only this copy, so loading one leaves the "Remove first" value alone.
+    int offsetFirstWorking = 0;
+
+    // E-mail settings.
+    int EMAILENABLE = 0;
+    std::string EMAILSMTP;
+    std::string EMAILLOGIN;
+    std::string EMAILPASSWORD;
+    std::string EMAILFROM;
+    std::string EMAILFROMNAME;
+    std::string EMAILCC;
+    std::string EMAILSUBJECT;
+    std::string EMAILMSG;
+    int EMAILHTML = 0;
+    int USEOUTLOOK = 0;
+    int EMAILCONFIRM = 0;
+    int EMAILTEST = 0;
+    std::string EMAILLOGFILE;
+    int EMAILMATCHVERT = 0;
+    int EMAILMATCHVERTTO = 0;
+    int EMAILMATCHHORIZ = 0;
+    int EMAILMATCHHORIZTO = 0;
+    std::string EMAILHORIZAFTERTEXT;
+    std::string EMAILHORIZBEFORETEXT;
+
+    bool operator==(const SplitSettings&) const = default;
+};
+
+// One parameters-file key: its name, its type and the field it names, listed
+// in the order the parameters reader compares them. The
+// parameters file, the command line and the GUI all reach fields through this
+// table. `UNTILWORDISFILENAME` is not here: it is written with a meaningless
+// number and never read back.
+enum class KeyType { Integer, Flag, Text };
+struct SettingsKey {
+    std::string_view name;
+    KeyType type;
+    std::variant<int SplitSettings::*, std::string SplitSettings::*> field;
+};
+
+std::span<const SettingsKey> settingsKeys();
+const SettingsKey* findSettingsKey(std::string_view name);
+
+// Reads an integer the way the parameters file does: optional sign, then the
+// leading digits; anything after them is ignored, no digits give 0, and values
+// beyond 32 bits saturate.
+int leadingInteger(std::string_view text);
+
+// Sets the field a key names from its text form: integers by leadingInteger,
+// text as given.
+void assignKey(SplitSettings& settings, const SettingsKey& key, std::string_view value);
+// The field's current value as text.
+std::string keyValueText(const SettingsKey& key, const SplitSettings& settings);
+
+// Which controls of the main dialog are enabled after a normalisation.
+struct FilenameControls {
+    bool extractFilename = false;  // "Use as filename after text:"
+    bool takenWords = false;       // "Only take first: ... words"
+    bool firstChar = false;        // "until first of word is:"
+    bool takenChars = false;       // "Only take first: ... characters"
+    bool addWords = false;         // "Add: ... between words"
+    bool untilHPos = false;        // "while h position is less than"
+    bool operator==(const FilenameControls&) const = default;
+};
+struct PositionControls {
+    bool matchPosition = false;  // the h,v boxes of the search text
+    bool untilPosition = false;  // the h,v boxes of the until text
+    bool operator==(const PositionControls&) const = default;
+};
+
+// Applied when the filename mode changes.
+FilenameControls normaliseFilenameMode(SplitSettings& settings);
+// Applied when the extract mode changes.
+PositionControls normaliseExtractMode(SplitSettings& settings);
+
+// Number of words in a search text: 1 plus the blanks that are followed by a
+// non-blank; a text shorter than 2 characters counts 1.
+int countSearchWords(std::string_view text);
+
+// Replaces "[DESKTOP]" in an output folder by the desktop folder's path.
+std::string replaceDesktopToken(std::string_view outputDir, std::string_view desktopFolder);
+
+}  // namespace vellira

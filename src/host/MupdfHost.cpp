@@ -1,0 +1,451 @@
+#include "host/MupdfHost.h"
+
+extern "C" {
+#include <mupdf/fitz.h>
+#include <mupdf/pdf.h>
+}
+
+#include <unistd.h>
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+namespace vellira {
+
+namespace {
+
+constexpr int kDirectOutlineRoot = -1;  // an /Outlines dictionary that is not an indirect object
+constexpr int kMaxOutlineDepth = 256;
+
+int hostCode(int fzCode) {
+    switch (fzCode) {
+        case FZ_ERROR_SYNTAX: return HostError::kSyntax;
+        default: return HostError::kGeneric;
+    }
+}
+
+bool isBlank(int c) { return c <= 32 || c == 0xA0 || (c >= 0x2000 && c <= 0x200B) || c == 0x3000 || c == 0xFEFF; }
+
+// A source bookmark to carry over into a target document.
+struct CarriedBookmark {
+    std::string title;
+    int page = -1;
+    std::vector<CarriedBookmark> children;
+};
+
+int countCarried(const std::vector<CarriedBookmark>& nodes) {
+    int total = 0;
+    for (const auto& node : nodes) total += 1 + countCarried(node.children);
+    return total;
+}
+
+}  // namespace
+
+struct MupdfHost::Impl {
+    struct Document {
+        pdf_document* pdf = nullptr;
+        std::string path;
+        std::map<int, pdf_graft_map*> graftMaps;  // by source document id
+    };
+
+    fz_context* ctx = nullptr;
+    std::map<int, Document> documents;
+    int nextId = 1;
+    int current = 0;
+
+    Impl() {
+        ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
+        if (!ctx) throw HostError(HostError::kGeneric, "cannot create MuPDF context");
+        // MuPDF writes its warnings and errors to stderr by default; the
+        // library reports failures through HostError only.
+        fz_set_warning_callback(
+            ctx, [](void*, const char*) {}, nullptr);
+        fz_set_error_callback(
+            ctx, [](void*, const char*) {}, nullptr);
+    }
+
+    ~Impl() {
+        for (auto& [id, doc] : documents) release(doc);
+        fz_drop_context(ctx);
+    }
+
+    void release(Document& doc) {
+        for (auto& [source, map] : doc.graftMaps) pdf_drop_graft_map(ctx, map);
+        doc.graftMaps.clear();
+        pdf_drop_document(ctx, doc.pdf);
+        doc.pdf = nullptr;
+    }
+
+    // Runs MuPDF calls inside an exception frame and turns a MuPDF error into
+    // HostError. The body must not own C++ objects with destructors or throw
+    // C++ exceptions: MuPDF unwinds with longjmp.
+    template <typename Body>
+    void guarded(Body&& body) {
+        // MuPDF reports some failures (a file it cannot repair) with code 0,
+        // so failure is tracked apart from the code.
+        volatile bool failed = false;
+        volatile int code = 0;
+        char message[256] = {};
+        fz_try(ctx) { body(); }
+        fz_catch(ctx) {
+            failed = true;
+            code = fz_caught(ctx);
+            std::strncpy(message, fz_caught_message(ctx), sizeof message - 1);
+        }
+        if (failed) throw HostError(hostCode(code), message);
+    }
+
+    Document& document(DocHandle handle) {
+        const auto it = documents.find(handle.id);
+        if (it == documents.end()) throw HostError(HostError::kArgument, "no such document");
+        return it->second;
+    }
+
+    int pageCount(Document& doc) {
+        int count = 0;
+        guarded([&] { count = pdf_count_pages(ctx, doc.pdf); });
+        return count;
+    }
+
+    void checkPage(Document& doc, int page) {
+        if (page < 0 || page >= pageCount(doc))
+            throw HostError(HostError::kArgument, "invalid page number: " + std::to_string(page + 1));
+    }
+
+    // The dictionary of an outline item; throws for a broken outline.
+    pdf_obj* outlineItem(BookmarkHandle bookmark) {
+        Document& doc = document(bookmark.doc);
+        pdf_obj* item = nullptr;
+        guarded([&] {
+            if (bookmark.item == kDirectOutlineRoot) {
+                item = pdf_dict_getp(ctx, pdf_trailer(ctx, doc.pdf), "Root/Outlines");
+            } else if (bookmark.item > 0 && bookmark.item < pdf_xref_len(ctx, doc.pdf)) {
+                pdf_obj* ref = pdf_new_indirect(ctx, doc.pdf, bookmark.item, 0);
+                item = pdf_resolve_indirect(ctx, ref);
+                pdf_drop_obj(ctx, ref);
+            }
+        });
+        if (!pdf_is_dict(ctx, item)) throw HostError(HostError::kSyntax, "outline item is not a dictionary");
+        return item;
+    }
+
+    // The handle of the item a link (/First, /Next) of `from` names.
+    BookmarkHandle linkedItem(BookmarkHandle from, pdf_obj* key) {
+        pdf_obj* item = outlineItem(from);
+        pdf_obj* link = nullptr;
+        guarded([&] { link = pdf_dict_get(ctx, item, key); });
+        if (!link) return {from.doc, 0};
+        if (!pdf_is_indirect(ctx, link)) throw HostError(HostError::kSyntax, "outline item is not an indirect object");
+        const BookmarkHandle next{from.doc, pdf_to_num(ctx, link)};
+        outlineItem(next);  // a link to anything but a dictionary is a broken outline
+        return next;
+    }
+
+    // Keeps the source bookmarks whose page lies in [first, last], with the
+    // nearest kept ancestor as parent; unreadable items are left out.
+    void collectCarried(MupdfHost& host, BookmarkHandle parent, int first, int last, int depth, std::set<int>& seen,
+                        std::vector<CarriedBookmark>& out) {
+        if (depth > kMaxOutlineDepth) return;
+        for (BookmarkHandle item = host.firstChild(parent); item; item = host.nextSibling(item)) {
+            if (!seen.insert(item.item).second) return;  // a cycle in the outline
+            int page = -1;
+            try {
+                page = host.bookmarkPage(item);
+            } catch (const HostError&) {
+                page = -1;
+            }
+            if (page >= first && page <= last) {
+                out.push_back({host.bookmarkTitle(item), page, {}});
+                collectCarried(host, item, first, last, depth + 1, seen, out.back().children);
+            } else {
+                collectCarried(host, item, first, last, depth + 1, seen, out);
+            }
+        }
+    }
+
+    // Appends carried bookmarks under `parent`; `pageShift` maps a source page
+    // to its page in the target.
+    void appendOutline(pdf_document* pdf, pdf_obj* parent, const std::vector<CarriedBookmark>& nodes, int pageShift) {
+        for (const auto& node : nodes) {
+            pdf_obj* item = pdf_add_new_dict(ctx, pdf, 6);
+            pdf_dict_put_text_string(ctx, item, PDF_NAME(Title), node.title.c_str());
+            pdf_dict_put(ctx, item, PDF_NAME(Parent), parent);
+            pdf_obj* dest = pdf_dict_put_array(ctx, item, PDF_NAME(Dest), 2);
+            pdf_array_push(ctx, dest, pdf_lookup_page_obj(ctx, pdf, node.page + pageShift));
+            pdf_array_push(ctx, dest, PDF_NAME(Fit));
+            if (pdf_obj* last = pdf_dict_get(ctx, parent, PDF_NAME(Last))) {
+                pdf_dict_put(ctx, last, PDF_NAME(Next), item);
+                pdf_dict_put(ctx, item, PDF_NAME(Prev), last);
+            } else {
+                pdf_dict_put(ctx, parent, PDF_NAME(First), item);
+            }
+            pdf_dict_put(ctx, parent, PDF_NAME(Last), item);
+            if (!node.children.empty()) {
+                appendOutline(pdf, item, node.children, pageShift);
+                pdf_dict_put_int(ctx, item, PDF_NAME(Count), countCarried(node.children));
+            }
+            pdf_drop_obj(ctx, item);
+        }
+    }
+};
+
+MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) {}
+MupdfHost::~MupdfHost() = default;
+
+void MupdfHost::setCurrentDocument(DocHandle doc) {
+    impl_->document(doc);
+    impl_->current = doc.id;
+}
+
+std::optional<ViewHandle> MupdfHost::activeViewDocument() {
+    if (!impl_->current) return std::nullopt;
+    return ViewHandle{impl_->current};
+}
+
+DocHandle MupdfHost::documentOfView(ViewHandle view) {
+    impl_->document(DocHandle{view.id});
+    return DocHandle{view.id};
+}
+
+std::string MupdfHost::filePath(DocHandle doc) { return impl_->document(doc).path; }
+
+DocHandle MupdfHost::openDocument(const std::filesystem::path& path) {
+    fz_context* ctx = impl_->ctx;
+    const std::string name = reinterpret_cast<const char*>(path.u8string().c_str());
+    pdf_document* pdf = nullptr;
+    bool locked = false;
+    try {
+        impl_->guarded([&] {
+            pdf = pdf_open_document(ctx, name.c_str());
+            if (pdf_needs_password(ctx, pdf) && !pdf_authenticate_password(ctx, pdf, ""))
+                locked = true;
+            else
+                pdf_count_pages(ctx, pdf);  // a broken page tree fails here, not later
+        });
+    } catch (const HostError& error) {
+        pdf_drop_document(ctx, pdf);
+        // A file that cannot even be read gets the I/O code, with MuPDF's text.
+        if (!std::ifstream(path, std::ios::binary)) throw HostError(HostError::kIo, error.text());
+        throw;
+    }
+    if (locked) {
+        pdf_drop_document(ctx, pdf);
+        throw HostError(HostError::kNeedsPassword, "cannot authenticate password: " + name);
+    }
+    const int id = impl_->nextId++;
+    impl_->documents[id] = Impl::Document{pdf, name, {}};
+    impl_->current = id;
+    return DocHandle{id};
+}
+
+DocHandle MupdfHost::createDocument() {
+    pdf_document* pdf = nullptr;
+    impl_->guarded([&] { pdf = pdf_create_document(impl_->ctx); });
+    const int id = impl_->nextId++;
+    impl_->documents[id] = Impl::Document{pdf, {}, {}};
+    return DocHandle{id};
+}
+
+void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, int count, bool bookmarks) {
+    fz_context* ctx = impl_->ctx;
+    auto& to = impl_->document(target);
+    auto& from = impl_->document(source);
+    const int sourcePages = impl_->pageCount(from);
+    if (firstPage < 0 || count < 1 || firstPage > sourcePages - count)
+        throw HostError(HostError::kArgument, "invalid page range: " + std::to_string(firstPage + 1) + "-" +
+                                                  std::to_string(firstPage + count) + " of " +
+                                                  std::to_string(sourcePages));
+    pdf_graft_map*& map = to.graftMaps[source.id];
+    const int base = impl_->pageCount(to);
+    impl_->guarded([&] {
+        if (!map) map = pdf_new_graft_map(ctx, to.pdf);
+        for (int page = firstPage; page < firstPage + count; ++page)
+            pdf_graft_mapped_page(ctx, map, -1, from.pdf, page);
+    });
+    if (!bookmarks) return;
+
+    std::vector<CarriedBookmark> carried;
+    try {
+        if (const BookmarkHandle root = bookmarkRoot(source)) {
+            std::set<int> seen;
+            impl_->collectCarried(*this, root, firstPage, firstPage + count - 1, 0, seen, carried);
+        }
+    } catch (const HostError&) {
+        // A broken outline costs the bookmarks read so far, never the pages.
+    }
+    if (carried.empty()) return;
+    impl_->guarded([&] {
+        pdf_obj* catalog = pdf_dict_get(ctx, pdf_trailer(ctx, to.pdf), PDF_NAME(Root));
+        pdf_obj* outlines = pdf_dict_get(ctx, catalog, PDF_NAME(Outlines));
+        if (!outlines) {
+            outlines = pdf_add_new_dict(ctx, to.pdf, 4);
+            pdf_dict_put(ctx, outlines, PDF_NAME(Type), PDF_NAME(Outlines));
+            pdf_dict_put_drop(ctx, catalog, PDF_NAME(Outlines), outlines);
+        }
+        impl_->appendOutline(to.pdf, outlines, carried, base - firstPage);
+        pdf_dict_put_int(ctx, outlines, PDF_NAME(Count),
+                         pdf_dict_get_int(ctx, outlines, PDF_NAME(Count)) + countCarried(carried));
+    });
+}
+
+void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
+    fz_context* ctx = impl_->ctx;
+    auto& document = impl_->document(doc);
+    // Written beside the target under a private name, then renamed into
+    // place, so no reader ever sees half a PDF.
+    static std::atomic<unsigned> serial{0};
+    std::filesystem::path temporary = path;
+    temporary += ".vellira-" + std::to_string(::getpid()) + "-" + std::to_string(serial++) + ".tmp";
+    const std::string temporaryName = reinterpret_cast<const char*>(temporary.u8string().c_str());
+    try {
+        impl_->guarded([&] {
+            pdf_write_options options = pdf_default_write_options;
+            pdf_save_document(ctx, document.pdf, temporaryName.c_str(), &options);
+        });
+        std::filesystem::rename(temporary, path);
+    } catch (const std::filesystem::filesystem_error& error) {
+        std::error_code ignored;
+        std::filesystem::remove(temporary, ignored);
+        throw HostError(HostError::kIo, error.what());
+    } catch (...) {
+        std::error_code ignored;
+        std::filesystem::remove(temporary, ignored);
+        throw;
+    }
+}
+
+void MupdfHost::closeDocument(DocHandle doc) {
+    auto it = impl_->documents.find(doc.id);
+    if (it == impl_->documents.end()) return;
+    impl_->release(it->second);
+    impl_->documents.erase(it);
+    if (impl_->current == doc.id) impl_->current = 0;
+}
+
+int MupdfHost::pageCount(DocHandle doc) { return impl_->pageCount(impl_->document(doc)); }
+
+void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallback& onWord) {
+    fz_context* ctx = impl_->ctx;
+    auto& doc = impl_->document(handle);
+    impl_->checkPage(doc, pageNumber);
+
+    fz_stext_page* text = nullptr;
+    fz_matrix toUser = fz_identity;
+    impl_->guarded([&] {
+        fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+        fz_try(ctx) {
+            fz_rect mediabox;
+            fz_matrix ctm;
+            pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
+            toUser = fz_invert_matrix(ctm);
+            fz_stext_options options = {};
+            text = fz_new_stext_page_from_page(ctx, page, &options);
+        }
+        fz_always(ctx) fz_drop_page(ctx, page);
+        fz_catch(ctx) fz_rethrow(ctx);
+    });
+    const auto drop = [ctx](fz_stext_page* page) { fz_drop_stext_page(ctx, page); };
+    const std::unique_ptr<fz_stext_page, decltype(drop)> owned(text, drop);
+
+    // Words are maximal runs of non-blank characters within MuPDF's lines.
+    std::string word;
+    HostWord hostWord;
+    unsigned number = 0;
+    char utf8[FZ_UTFMAX];
+    for (fz_stext_block* block = text->first_block; block; block = block->next) {
+        if (block->type != FZ_STEXT_BLOCK_TEXT) continue;
+        for (fz_stext_line* line = block->u.t.first_line; line; line = line->next) {
+            for (fz_stext_char* ch = line->first_char;; ch = ch->next) {
+                if (!ch || isBlank(ch->c)) {
+                    if (!word.empty()) {
+                        hostWord.text = word;
+                        hostWord.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
+                        if (!onWord(hostWord)) return;
+                        word.clear();
+                    }
+                    if (!ch) break;
+                    continue;
+                }
+                if (word.empty()) {
+                    const fz_point corner = fz_transform_point(ch->quad.ll, toUser);
+                    hostWord.h = corner.x;
+                    hostWord.v = corner.y;
+                }
+                word.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
+            }
+        }
+    }
+}
+
+BookmarkHandle MupdfHost::bookmarkRoot(DocHandle handle) {
+    fz_context* ctx = impl_->ctx;
+    auto& doc = impl_->document(handle);
+    pdf_obj* outlines = nullptr;
+    impl_->guarded([&] { outlines = pdf_dict_getp(ctx, pdf_trailer(ctx, doc.pdf), "Root/Outlines"); });
+    if (!outlines) return {handle, 0};
+    const BookmarkHandle root{handle, pdf_is_indirect(ctx, outlines) ? pdf_to_num(ctx, outlines) : kDirectOutlineRoot};
+    impl_->outlineItem(root);
+    return root;
+}
+
+BookmarkHandle MupdfHost::firstChild(BookmarkHandle bookmark) { return impl_->linkedItem(bookmark, PDF_NAME(First)); }
+
+BookmarkHandle MupdfHost::nextSibling(BookmarkHandle bookmark) { return impl_->linkedItem(bookmark, PDF_NAME(Next)); }
+
+std::string MupdfHost::bookmarkTitle(BookmarkHandle bookmark) {
+    pdf_obj* item = impl_->outlineItem(bookmark);
+    const char* title = "";
+    impl_->guarded([&] { title = pdf_dict_get_text_string(impl_->ctx, item, PDF_NAME(Title)); });
+    return title ? title : "";
+}
+
+int MupdfHost::bookmarkIndent(BookmarkHandle bookmark) {
+    fz_context* ctx = impl_->ctx;
+    pdf_obj* item = impl_->outlineItem(bookmark);
+    // Top-level items have the outline root as parent: indent 0.
+    int indent = -1;
+    impl_->guarded([&] {
+        for (pdf_obj* parent = pdf_dict_get(ctx, item, PDF_NAME(Parent)); pdf_is_dict(ctx, parent);
+             parent = pdf_dict_get(ctx, parent, PDF_NAME(Parent))) {
+            if (++indent > kMaxOutlineDepth) fz_throw(ctx, FZ_ERROR_SYNTAX, "outline parents form a cycle");
+        }
+    });
+    return indent < 0 ? 0 : indent;
+}
+
+int MupdfHost::bookmarkPage(BookmarkHandle bookmark) {
+    fz_context* ctx = impl_->ctx;
+    auto& doc = impl_->document(bookmark.doc);
+    pdf_obj* item = impl_->outlineItem(bookmark);
+    const int pages = impl_->pageCount(doc);
+    int page = -1;
+    bool points = false;
+    impl_->guarded([&] {
+        pdf_obj* dest = pdf_dict_get(ctx, item, PDF_NAME(Dest));
+        if (!dest) {
+            pdf_obj* action = pdf_dict_get(ctx, item, PDF_NAME(A));
+            if (pdf_name_eq(ctx, pdf_dict_get(ctx, action, PDF_NAME(S)), PDF_NAME(GoTo)))
+                dest = pdf_dict_get(ctx, action, PDF_NAME(D));
+        }
+        if (pdf_is_name(ctx, dest) || pdf_is_string(ctx, dest)) dest = pdf_lookup_dest(ctx, doc.pdf, dest);
+        if (pdf_is_dict(ctx, dest)) dest = pdf_dict_get(ctx, dest, PDF_NAME(D));
+        pdf_obj* target = pdf_array_get(ctx, dest, 0);
+        if (pdf_is_int(ctx, target)) {
+            points = true;
+            page = pdf_to_int(ctx, target);
+        } else if (pdf_is_dict(ctx, target)) {
+            points = true;
+            page = pdf_lookup_page_number(ctx, doc.pdf, target);
+        }
+    });
+    if (!points) return -1;
+    if (page < 0 || page >= pages)
+        throw HostError(HostError::kSyntax, "bookmark destination is not a page of the document");
+    return page;
+}
+
+}  // namespace vellira

@@ -1,0 +1,45 @@
+// MupdfHost: the document host on MuPDF.
+//
+// One host owns one MuPDF context; use a host from one thread at a time
+// (documents may be processed in parallel with one host per thread).
+#pragma once
+
+#include "core/DocumentHost.h"
+
+#include <memory>
+
+namespace vellira {
+
+class MupdfHost final : public DocumentHost {
+public:
+    MupdfHost();
+    ~MupdfHost() override;
+    MupdfHost(const MupdfHost&) = delete;
+    MupdfHost& operator=(const MupdfHost&) = delete;
+
+    // Makes an open document the one "in view" (the GUI's viewer does this).
+    void setCurrentDocument(DocHandle doc);
+
+    std::optional<ViewHandle> activeViewDocument() override;
+    DocHandle documentOfView(ViewHandle view) override;
+    std::string filePath(DocHandle doc) override;
+    DocHandle openDocument(const std::filesystem::path& path) override;
+    DocHandle createDocument() override;
+    void insertPages(DocHandle target, DocHandle source, int firstPage, int count, bool bookmarks) override;
+    void saveDocument(DocHandle doc, const std::filesystem::path& path) override;
+    void closeDocument(DocHandle doc) override;
+    int pageCount(DocHandle doc) override;
+    void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
+    BookmarkHandle bookmarkRoot(DocHandle doc) override;
+    BookmarkHandle firstChild(BookmarkHandle bookmark) override;
+    BookmarkHandle nextSibling(BookmarkHandle bookmark) override;
+    std::string bookmarkTitle(BookmarkHandle bookmark) override;
+    int bookmarkIndent(BookmarkHandle bookmark) override;
+    int bookmarkPage(BookmarkHandle bookmark) override;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vellira

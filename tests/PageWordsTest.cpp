@@ -1,0 +1,172 @@
+#include "engine/PageWords.h"
+#include "support/RecordingInterface.h"
+#include "support/ScriptedHost.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace vellira {
+namespace {
+
+using testing::RecordingInterface;
+using testing::ScriptedHost;
+using testing::ScriptedPage;
+
+DocHandle openPages(ScriptedHost& host, std::vector<ScriptedPage> pages) {
+    host.files["doc.pdf"] = std::move(pages);
+    return host.openDocument("doc.pdf");
+}
+
+ScriptedPage manyWords(int count) {
+    ScriptedPage page(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) page[i] = {"w" + std::to_string(i), static_cast<double>(i % 500), 700.5};
+    return page;
+}
+
+TEST(PageWords, CoordinatesTruncateTowardZero) {
+    const std::pair<double, int> cases[] = {
+        {99.99, 99},
+        {-0.5, 0},
+        {-1.5, -1},
+        {0.0, 0},
+        {612.0, 612},
+        {1e12, std::numeric_limits<int>::max()},
+        {-1e12, std::numeric_limits<int>::min()},
+        {std::nan(""), 0},
+    };
+    for (const auto& [points, whole] : cases) EXPECT_EQ(truncateCoordinate(points), whole) << points;
+}
+
+TEST(PageWords, StreamedWordsAreCutBeforeTheConsumerSeesThem) {
+    const std::string long300(300, 'x');
+    std::string accented;
+    for (int i = 0; i < 300; ++i) accented += "\xC3\xA9";  // é
+    struct Case {
+        std::string text;
+        int takenChars;
+        std::string seen;
+    } const cases[] = {
+        {"INVOICE", 5, "INVOI"},
+        {"INVOICE", 999, "INVOICE"},
+        {"INVOICE", 0, "INVOICE"},
+        {"INVOICE", -3, "INVOICE"},
+        {"INVOICE", 7, "INVOICE"},
+        {"\xC3\xA9t\xC3\xA9", 2, "\xC3\xA9t"},  // never half a character
+        {long300, 999, std::string(255, 'x')},
+        {accented, 999, accented.substr(0, 510)},
+        {long300, 260, std::string(255, 'x')},
+    };
+    for (const auto& c : cases) {
+        ScriptedHost host;
+        const auto doc = openPages(host, {{{c.text, 10.7, 20.2}}});
+        std::vector<std::string> seen;
+        streamPageWords(host, doc, 0, streamedWordLimit(c.takenChars), [&](const Word& word) {
+            seen.emplace_back(word.text);
+            EXPECT_EQ(word.h, 10);
+            EXPECT_EQ(word.v, 20);
+            EXPECT_EQ(word.page, 0);
+            return true;
+        });
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0], c.seen) << c.takenChars;
+    }
+}
+
+TEST(PageWords, ConsumerReturningFalseStopsThePage) {
+    ScriptedHost host;
+    const auto doc = openPages(host, {manyWords(10), manyWords(3)});
+    std::vector<int> numbers;
+    streamPageWords(host, doc, 0, std::nullopt, [&](const Word& word) {
+        numbers.push_back(word.number);
+        return numbers.size() < 4;
+    });
+    EXPECT_EQ(numbers, (std::vector<int>{0, 1, 2, 3}));
+    int onSecondPage = 0;
+    streamPageWords(host, doc, 1, std::nullopt, [&](const Word& word) {
+        EXPECT_EQ(word.page, 1);
+        return ++onSecondPage > 0;
+    });
+    EXPECT_EQ(onSecondPage, 3);
+}
+
+TEST(PageWordStore, HoldsUpTo32769WordsThenRefuses) {
+    struct Case {
+        int words;
+        int stored;
+        std::vector<std::string> readNotes;
+        bool consumerRefuses;
+    } const cases[] = {
+        {0, 0, {}, false},
+        {32768, 32768, {}, false},
+        {32769, 32769, {}, true},
+        {32770, 32769, {"Too many words on the page for internal memory to handle! 32768"}, true},
+        {40000, 32769, {"Too many words on the page for internal memory to handle! 32768"}, true},
+    };
+    PageWordStore store;  // one store, reused page after page
+    for (const auto& c : cases) {
+        ScriptedHost host;
+        RecordingInterface ui;
+        const auto doc = openPages(host, {manyWords(c.words)});
+        store.readPage(host, doc, 0, false, ui);
+        EXPECT_EQ(store.count, c.stored) << c.words;
+        EXPECT_EQ(static_cast<int>(store.wordText.size()), c.stored) << c.words;
+        EXPECT_EQ(ui.notes, c.readNotes) << c.words;
+        if (c.stored > 0) {
+            EXPECT_EQ(store.wordText[c.stored - 1], "w" + std::to_string(c.stored - 1));
+            EXPECT_EQ(store.wordH[c.stored - 1], (c.stored - 1) % 500);
+        }
+        ui.notes.clear();
+        EXPECT_EQ(store.tooManyWords(ui), c.consumerRefuses) << c.words;
+        EXPECT_EQ(ui.notes.size(), c.consumerRefuses ? 1u : 0u);
+        if (c.consumerRefuses) EXPECT_EQ(ui.notes[0], "Too many words on the page!");
+    }
+}
+
+TEST(PageWordStore, RotatedLayoutSwapsEveryPair) {
+    ScriptedHost host;
+    RecordingInterface ui;
+    const auto doc = openPages(host, {{{"a", 10.9, 700.2}, {"b", -3.7, 55.5}}});
+    PageWordStore store;
+    store.readPage(host, doc, 0, true, ui);
+    ASSERT_EQ(store.count, 2);
+    EXPECT_EQ(store.wordH[0], 700);
+    EXPECT_EQ(store.wordV[0], 10);
+    EXPECT_EQ(store.wordH[1], 55);
+    EXPECT_EQ(store.wordV[1], -3);
+    store.readPage(host, doc, 0, false, ui);
+    EXPECT_EQ(store.wordH[0], 10);
+    EXPECT_EQ(store.wordV[0], 700);
+    EXPECT_TRUE(ui.notes.empty());
+}
+
+TEST(PageWordStore, CancelAndHostErrorsEndThePage) {
+    ScriptedHost host;
+    RecordingInterface ui;
+    const auto doc = openPages(host, {manyWords(5), manyWords(5)});
+    PageWordStore store;
+    ui.requestCancel();
+    store.readPage(host, doc, 0, false, ui);
+    EXPECT_EQ(store.count, 0);
+    EXPECT_TRUE(ui.notes.empty());
+
+    ui.clearCancel();
+    host.failOnPage = 1;
+    EXPECT_THROW(store.readPage(host, doc, 1, false, ui), HostError);
+    EXPECT_EQ(ui.notes, (std::vector<std::string>{"Abort!! Error message: cannot read page 2"}));
+}
+
+TEST(PageWords, WordFinderNeedsADocumentInView) {
+    ScriptedHost host;
+    RecordingInterface ui;
+    EXPECT_EQ(wordFinderDocument(host, ui), std::nullopt);
+    EXPECT_EQ(ui.notes, (std::vector<std::string>{"WordFinder Can't open current file"}));
+    const auto doc = openPages(host, {manyWords(1)});
+    ui.notes.clear();
+    EXPECT_EQ(wordFinderDocument(host, ui), doc);
+    EXPECT_TRUE(ui.notes.empty());
+}
+
+}  // namespace
+}  // namespace vellira

@@ -1,0 +1,111 @@
+// Runs the real vellira-batch program and checks what a user sees.
+#include "fixtures/PdfFixture.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace vellira {
+namespace {
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Runs vellira-batch with TMPDIR pointing into `dir`.
+Result run(const testing::TempDir& dir, const std::string& arguments) {
+    const auto errPath = dir / "stderr.txt";
+    const std::string command = "TMPDIR='" + (dir / "tmp").string() + "' '" VELLIRA_BATCH_EXE "' " + arguments +
+                                " 2>'" + errPath.string() + "'";
+    std::filesystem::create_directories(dir / "tmp");
+    Result result;
+    FILE* pipe = popen(command.c_str(), "r");
+    std::array<char, 4096> buffer;
+    for (std::size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) result.out.append(buffer.data(), n);
+    const int status = pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.err = readFile(errPath);
+    return result;
+}
+
+TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPosition) {
+    testing::TempDir dir;
+    fixtures::Document document;
+    document.pages.push_back(fixtures::textPage({"cover"}));
+    document.pages.push_back({612, 792, 0, {{"Invoice", 99.99, 700.25}, {"No.", 300, 700}, {"edge", -0.5, 20.75}}});
+    const auto pdf = dir / "statements.pdf";
+    fixtures::writePdf(document, pdf);
+
+    const auto result = run(dir, "positions '" + pdf.string() + "' --page 2");
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto positions = dir / "tmp" / "page_positions.txt";
+    const std::string expected =
+        "Vellira Batch v4.01  -= Ornwick Software =-\r\n\r\n"
+        "View file: " +
+        positions.string() +
+        "\r\n"
+        "Source PDF File: " +
+        pdf.string() +
+        "\r\n\r\n"
+        "Below are the coordinate positions of every word on the current page in view,\r\n"
+        "to optionally match on this position enter the coordinates in the main screen 'At position' boxes\r\n"
+        "i.e. h=horizontal position, v=vertical position\r\n\r\n"
+        "Word                \tHoriz\tVert\r\n"
+        "----                \t-----\t----\r\n\r\n"
+        "Invoice             \t99 \t700\r\n"
+        "No.                 \t300\t700\r\n"
+        "edge                \t0  \t20 \r\n";
+    EXPECT_EQ(result.out, expected);
+    EXPECT_EQ(readFile(positions), expected);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(PositionsCommand, BadInputGetsOneLineAndAStatus) {
+    testing::TempDir dir;
+    fixtures::writePdf(fixtures::Document{{fixtures::textPage({"only"})}, {}, {}}, dir / "one.pdf");
+    std::ofstream(dir / "notes.pdf") << "not a pdf";
+    struct Case {
+        std::string arguments;
+        int status;
+        std::string errHas;
+    } const cases[] = {
+        {"positions '" + (dir / "missing.pdf").string() + "'", 1, "missing.pdf"},
+        {"positions '" + (dir / "notes.pdf").string() + "'", 1, "notes.pdf"},
+        {"positions '" + (dir / "one.pdf").string() + "' --page 2", 1, "page 2"},
+        {"positions '" + (dir / "one.pdf").string() + "' --page 0", 2, "page"},
+        {"positions", 2, "PDF"},
+        {"", 2, "positions"},
+        {"unknown-command", 2, "unknown-command"},
+    };
+    for (const auto& c : cases) {
+        const auto result = run(dir, c.arguments);
+        EXPECT_EQ(result.status, c.status) << c.arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(c.errHas), std::string::npos) << c.arguments << "\n" << result.err;
+        EXPECT_EQ(result.out, "") << c.arguments;
+        if (c.status == 1) EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+}
+
+TEST(PositionsCommand, HelpAnswers) {
+    testing::TempDir dir;
+    const auto result = run(dir, "positions --help");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("--page"), std::string::npos) << result.out;
+}
+
+}  // namespace
+}  // namespace vellira
