@@ -244,17 +244,27 @@ TEST_F(MupdfHostTest, BadRangesAndFailedSavesLeaveFilesAlone) {
     EXPECT_EQ(pageNames(host, back), (std::vector<std::string>{"p3"}));
 }
 
-TEST_F(MupdfHostTest, ThousandsOfPagesReadAndCopy) {
-    const auto doc = host.openDocument(write(fixtures::statements(3000, 5)));
+TEST_F(MupdfHostTest, ThousandsOfPagesSplitWithTheirBookmarks) {
+    auto document = fixtures::statements(3000, 5);
+    for (int page = 0; page < 3000; page += 5)
+        document.bookmarks.push_back({"Statement " + std::to_string(page / 5 + 1), page, Destination::Explicit, {}});
+    const auto doc = host.openDocument(write(document));
     ASSERT_EQ(host.pageCount(doc), 3000);
     const auto last = wordsOf(host, doc, 2995);
     ASSERT_GE(last.size(), 2u);
     EXPECT_EQ(std::get<0>(last[0]), "account:");
     EXPECT_EQ(std::get<0>(last[1]), "100599");
-    const auto out = host.createDocument();
-    host.insertPages(out, doc, 2995, 5, false);
-    host.saveDocument(out, dir / "last.pdf");
-    EXPECT_EQ(host.pageCount(host.openDocument(dir / "last.pdf")), 5);
+    // Every statement becomes its own document with only its own bookmark.
+    for (int statement = 0; statement < 600; ++statement) {
+        const auto out = host.createDocument();
+        host.insertPages(out, doc, statement * 5, 5, true);
+        ASSERT_EQ(outlineOf(host, out), (std::vector<Outline>{{"Statement " + std::to_string(statement + 1), 0, 0}}));
+        if (statement == 599) host.saveDocument(out, dir / "last.pdf");
+        host.closeDocument(out);
+    }
+    const auto back = host.openDocument(dir / "last.pdf");
+    EXPECT_EQ(host.pageCount(back), 5);
+    EXPECT_EQ(outlineOf(host, back), (std::vector<Outline>{{"Statement 600", 0, 0}}));
 }
 
 }  // namespace

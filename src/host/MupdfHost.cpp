@@ -49,7 +49,8 @@ struct MupdfHost::Impl {
     struct Document {
         pdf_document* pdf = nullptr;
         std::string path;
-        std::map<int, pdf_graft_map*> graftMaps;  // by source document id
+        std::map<int, pdf_graft_map*> graftMaps;              // by source document id
+        std::optional<std::vector<CarriedBookmark>> outline;  // read when first carried
     };
 
     fz_context* ctx = nullptr;
@@ -145,24 +146,53 @@ struct MupdfHost::Impl {
         return next;
     }
 
-    // Keeps the source bookmarks whose page lies in [first, last], with the
-    // nearest kept ancestor as parent; unreadable items are left out.
-    void collectCarried(MupdfHost& host, BookmarkHandle parent, int first, int last, int depth, std::set<int>& seen,
-                        std::vector<CarriedBookmark>& out) {
+    // The whole outline of a source document with every item's page (-1 when
+    // it points nowhere or cannot be read), read once per document. A cycle
+    // ends the walk where it closes.
+    const std::vector<CarriedBookmark>& outlineOf(MupdfHost& host, DocHandle handle) {
+        Document& doc = document(handle);
+        if (doc.outline) return *doc.outline;
+        doc.outline.emplace();
+        // With the page tree loaded, resolving a destination's page is a lookup.
+        guarded([&] { pdf_load_page_tree(ctx, doc.pdf); });
+        try {
+            if (const BookmarkHandle root = host.bookmarkRoot(handle)) {
+                std::set<int> seen;
+                readOutline(host, root, 0, seen, *doc.outline);
+            }
+        } catch (const HostError&) {
+            // A broken outline keeps the bookmarks read before the break.
+        }
+        pdf_drop_page_tree(ctx, doc.pdf);
+        return *doc.outline;
+    }
+
+    void readOutline(MupdfHost& host, BookmarkHandle parent, int depth, std::set<int>& seen,
+                     std::vector<CarriedBookmark>& out) {
         if (depth > kMaxOutlineDepth) return;
         for (BookmarkHandle item = host.firstChild(parent); item; item = host.nextSibling(item)) {
-            if (!seen.insert(item.item).second) return;  // a cycle in the outline
+            if (!seen.insert(item.item).second) return;
             int page = -1;
             try {
                 page = host.bookmarkPage(item);
             } catch (const HostError&) {
                 page = -1;
             }
-            if (page >= first && page <= last) {
-                out.push_back({host.bookmarkTitle(item), page, {}});
-                collectCarried(host, item, first, last, depth + 1, seen, out.back().children);
+            out.push_back({host.bookmarkTitle(item), page, {}});
+            readOutline(host, item, depth + 1, seen, out.back().children);
+        }
+    }
+
+    // Keeps the bookmarks whose page lies in [first, last], each under its
+    // nearest kept ancestor.
+    static void keepInRange(const std::vector<CarriedBookmark>& all, int first, int last,
+                            std::vector<CarriedBookmark>& out) {
+        for (const auto& item : all) {
+            if (item.page >= first && item.page <= last) {
+                out.push_back({item.title, item.page, {}});
+                keepInRange(item.children, first, last, out.back().children);
             } else {
-                collectCarried(host, item, first, last, depth + 1, seen, out);
+                keepInRange(item.children, first, last, out);
             }
         }
     }
@@ -268,15 +298,9 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     });
     if (!bookmarks) return;
 
+    to.outline.reset();
     std::vector<CarriedBookmark> carried;
-    try {
-        if (const BookmarkHandle root = bookmarkRoot(source)) {
-            std::set<int> seen;
-            impl_->collectCarried(*this, root, firstPage, firstPage + count - 1, 0, seen, carried);
-        }
-    } catch (const HostError&) {
-        // A broken outline costs the bookmarks read so far, never the pages.
-    }
+    Impl::keepInRange(impl_->outlineOf(*this, source), firstPage, firstPage + count - 1, carried);
     if (carried.empty()) return;
     impl_->guarded([&] {
         pdf_obj* catalog = pdf_dict_get(ctx, pdf_trailer(ctx, to.pdf), PDF_NAME(Root));
