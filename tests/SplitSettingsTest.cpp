@@ -62,17 +62,6 @@ TEST(SplitSettings, LeadingIntegerReadsOnlyTheLeadingDigits) {
     for (const auto& [text, value] : cases) EXPECT_EQ(leadingInteger(text), value) << text;
 }
 
-TEST(SplitSettings, ModeTablesKeepTheirTextsAndOrdinals) {
-    EXPECT_EQ(filenameModeOrdinal("h,v match as filename"), 3);
-    EXPECT_EQ(filenameModeOrdinal("Use bookmark as filename"), 8);
-    EXPECT_EQ(filenameModeOrdinal("next word as filename"), std::nullopt);  // case-sensitive
-    EXPECT_EQ(extractModeOrdinal("Matched page only"), 6);
-    EXPECT_EQ(extractModeOrdinal("Bookmarks Level 2"), 9);
-    EXPECT_TRUE(isBookmarkMode("Bookmarks Root Level"));
-    EXPECT_FALSE(isBookmarkMode("Bookmarks Level 3"));
-    EXPECT_TRUE(startsWithBookmark("Bookmarks Level 3"));
-}
-
 struct FilenameCase {
     const char* name;
     std::string extract;

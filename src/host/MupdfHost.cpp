@@ -6,7 +6,7 @@ extern "C" {
 }
 
 #include <unistd.h>
-#include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -57,6 +57,7 @@ struct MupdfHost::Impl {
     std::map<int, Document> documents;
     int nextId = 1;
     int current = 0;
+    unsigned saves = 0;  // numbers the temporary files of this host's saves
 
     Impl() {
         ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
@@ -321,9 +322,10 @@ void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     auto& document = impl_->document(doc);
     // Written beside the target under a private name, then renamed into
     // place, so no reader ever sees half a PDF.
-    static std::atomic<unsigned> serial{0};
     std::filesystem::path temporary = path;
-    temporary += ".vellira-" + std::to_string(::getpid()) + "-" + std::to_string(serial++) + ".tmp";
+    temporary += ".vellira-" + std::to_string(::getpid()) + "-" +
+                 std::to_string(reinterpret_cast<std::uintptr_t>(impl_.get())) + "-" + std::to_string(impl_->saves++) +
+                 ".tmp";
     const std::string temporaryName = reinterpret_cast<const char*>(temporary.u8string().c_str());
     try {
         impl_->guarded([&] {
