@@ -1,5 +1,7 @@
 #include "host/MupdfHost.h"
 
+#include "host/MupdfGuard.h"
+
 extern "C" {
 #include <mupdf/fitz.h>
 #include <mupdf/pdf.h>
@@ -20,13 +22,6 @@ namespace {
 
 constexpr int kDirectOutlineRoot = -1;  // an /Outlines dictionary that is not an indirect object
 constexpr int kMaxOutlineDepth = 256;
-
-int hostCode(int fzCode) {
-    switch (fzCode) {
-        case FZ_ERROR_SYNTAX: return HostError::kSyntax;
-        default: return HostError::kGeneric;
-    }
-}
 
 bool isBlank(int c) { return c <= 32 || c == 0xA0 || (c >= 0x2000 && c <= 0x200B) || c == 0x3000 || c == 0xFEFF; }
 
@@ -82,23 +77,9 @@ struct MupdfHost::Impl {
         doc.pdf = nullptr;
     }
 
-    // Runs MuPDF calls inside an exception frame and turns a MuPDF error into
-    // HostError. The body must not own C++ objects with destructors or throw
-    // C++ exceptions: MuPDF unwinds with longjmp.
     template <typename Body>
     void guarded(Body&& body) {
-        // MuPDF reports some failures (a file it cannot repair) with code 0,
-        // so failure is tracked apart from the code.
-        volatile bool failed = false;
-        volatile int code = 0;
-        char message[256] = {};
-        fz_try(ctx) { body(); }
-        fz_catch(ctx) {
-            failed = true;
-            code = fz_caught(ctx);
-            std::strncpy(message, fz_caught_message(ctx), sizeof message - 1);
-        }
-        if (failed) throw HostError(hostCode(code), message);
+        mupdfGuarded(ctx, std::forward<Body>(body));
     }
 
     Document& document(DocHandle handle) {
