@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iterator>
+#include <random>
 #include <tuple>
 
 namespace vellira {
@@ -207,6 +209,50 @@ TEST_F(MupdfHostTest, UnreadableFilesRaiseTheHostsErrorAndNothingElse) {
         }
     }
     EXPECT_FALSE(host.activeViewDocument());
+}
+
+// Outside files may be broken or hostile: a damaged PDF gets HostError, or
+// opens repaired, and never crashes any read path.
+TEST_F(MupdfHostTest, DamagedCopiesOfARealFileNeverCrash) {
+    auto document = namedPages(4);
+    document.bookmarks = {{"A", 0, Destination::Named, {{"A1", 1, Destination::GoToAction, {}}}}};
+    std::ifstream in(write(document), std::ios::binary);
+    const std::string good((std::istreambuf_iterator<char>(in)), {});
+    std::vector<std::string> damaged;
+    for (const double keep : {0.1, 0.5, 0.9, 0.99}) damaged.push_back(good.substr(0, good.size() * keep));
+    std::mt19937 random(7);
+    for (int copy = 0; copy < 40; ++copy) {
+        std::string bytes = good;
+        for (int flip = 0; flip < 1 + copy % 8; ++flip) bytes[random() % bytes.size()] = static_cast<char>(random());
+        damaged.push_back(bytes);
+    }
+    int opened = 0;
+    for (std::size_t i = 0; i < damaged.size(); ++i) {
+        const auto path = dir / ("damaged" + std::to_string(i) + ".pdf");
+        std::ofstream(path, std::ios::binary) << damaged[i];
+        try {
+            const auto doc = host.openDocument(path);
+            ++opened;
+            for (int page = 0; page < host.pageCount(doc); ++page) {
+                try {
+                    wordsOf(host, doc, page);
+                } catch (const HostError&) {
+                }
+            }
+            try {
+                outlineOf(host, doc);
+            } catch (const HostError&) {
+            }
+            const auto out = host.createDocument();
+            if (host.pageCount(doc) > 0) host.insertPages(out, doc, 0, host.pageCount(doc), true);
+            host.saveDocument(out, dir / "copy.pdf");
+            host.closeDocument(out);
+            host.closeDocument(doc);
+        } catch (const HostError& error) {
+            EXPECT_FALSE(error.text().empty()) << i;
+        }
+    }
+    EXPECT_GT(opened, 0);  // MuPDF repairs most of them: the read paths really ran
 }
 
 TEST_F(MupdfHostTest, OpeningMakesADocumentCurrentAndClosingForgetsIt) {
