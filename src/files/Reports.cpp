@@ -4,6 +4,12 @@
 #include "files/SettingsLocations.h"
 
 #include <fstream>
+#include <system_error>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace vellira {
 
@@ -22,7 +28,133 @@ std::string padded(std::string_view text, std::size_t width) {
     return out;
 }
 
+std::string pathText(const std::filesystem::path& path) {
+    return reinterpret_cast<const char*>(path.u8string().c_str());
+}
+
+std::FILE* openBinary(const std::filesystem::path& path) { return std::fopen(path.c_str(), "wb"); }
+
+// Writes text to a report and answers its length.
+long put(std::FILE* file, const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), file);
+    return static_cast<long>(text.size());
+}
+
+std::string stamp(const char* format, const std::tm& when) {
+    char buffer[32];
+    return std::string(buffer, std::strftime(buffer, sizeof buffer, format, &when));
+}
+
 }  // namespace
+
+std::filesystem::path nullDevice() {
+#ifdef _WIN32
+    return "nul";
+#else
+    return "/dev/null";
+#endif
+}
+
+ReportPaths reportPaths(const SplitSettings& settings, std::string_view source) {
+    const std::filesystem::path sourcePath(std::u8string(source.begin(), source.end()));
+    ReportPaths paths{std::string(source) + "_report.txt", std::string(source) + "_report.csv"};
+    if (!settings.REPORTOPTIONSCURRENT && settings.REPORTOPTIONSOUTPUTFOLDER.size() > 1) {
+        std::string name = pathText(sourcePath.filename());
+        name.resize(name.size() > 4 ? name.size() - 4 : 0);
+        const std::filesystem::path folder(settings.REPORTOPTIONSOUTPUTFOLDER);
+        paths = {folder / (name + "_report.txt"), folder / (name + "_report.csv")};
+    }
+    if (!settings.REPORTOPTIONSTXT) paths.text = nullDevice();
+    if (!settings.REPORTOPTIONSCSV) paths.csv = nullDevice();
+    return paths;
+}
+
+bool Reports::open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui) {
+    const auto paths = reportPaths(settings, source);
+    if (paths.text != nullDevice()) {
+        std::error_code ignored;
+        std::filesystem::remove(paths.text, ignored);
+    }
+    text_.reset(openBinary(paths.text));
+    csv_.reset(openBinary(paths.csv));
+    for (const auto* failed : {text_ ? nullptr : &paths.text, csv_ ? nullptr : &paths.csv}) {
+        if (!failed) continue;
+        text_.reset();
+        csv_.reset();
+        ui.note("file error! can't write to report file: " + pathText(*failed));
+        return false;
+    }
+    const std::string date = stamp("%m/%d/%y", now);
+    const std::string time = stamp("%H:%M:%S", now);
+    const std::string version(kVersionText);
+    put(text_.get(), "\t\t\t\tVellira " + version + " Report\t\t\t" + date + " " + time + "\r\n\r\n");
+    put(text_.get(), "\tPDF Filename: " + padded(source, 30) + "\r\n\tFind: " + settings.FINDSTRING + "\r\n\r\n");
+    put(csv_.get(), "Vellira Batch " + version + " Report,," + date + "," + time + "\r\n\r\n");
+    put(csv_.get(), "PDF Filename:," + padded(source, 30) + "\r\nFind:," + settings.FINDSTRING + "\r\n\r\n");
+    put(csv_.get(), "Start Page,End Page,Matched,Output File\r\n");
+    g_nWrittenRep = csvWritten_ = 0;
+    return true;
+}
+
+void Reports::rangeLine(int first, int last, std::string_view name, std::string_view output) {
+    const std::string from = padded(std::to_string(first), 2);
+    const std::string to = padded(std::to_string(last), 2);
+    const std::string shown = padded(name, 30);
+    g_nWrittenRep =
+        put(text_.get(), "Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + std::string(output) + "\r\n");
+    csvWritten_ = put(csv_.get(), from + "," + to + "," + shown + "," + std::string(output) + "\r\n");
+}
+
+void Reports::takeBack() {
+    std::fseek(text_.get(), -g_nWrittenRep, SEEK_CUR);
+    std::fseek(csv_.get(), -csvWritten_, SEEK_CUR);
+}
+
+void Reports::footer(int files, int ranges) {
+    const std::string count = std::to_string(files == 0 && ranges > 0 ? 1 : files);
+    put(text_.get(), "\r\n\t" + count + " PDF file(s)\r\n");
+    put(csv_.get(), "\r\n," + count + ", PDF file(s)\r\n");
+}
+
+void Reports::close() {
+    // A line taken back and overwritten by a shorter one must not leave the
+    // tail of the longer one behind.
+    for (File* report : {&text_, &csv_}) {
+        if (!*report) continue;
+        std::fflush(report->get());
+#ifndef _WIN32
+        const int fd = ::fileno(report->get());
+        struct stat status;
+        if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+            const long end = std::ftell(report->get());
+            if (end >= 0 && ::ftruncate(fd, end) != 0) {
+                // Nothing to do: the file keeps its old tail, as it would have anyway.
+            }
+        }
+#endif
+        report->reset();
+    }
+}
+
+bool SplitList::open(std::string_view filename, RunInterface& ui) {
+    const std::string path = std::string(filename) + "_splitlist.spl";
+    file_.reset(std::fopen(path.c_str(), "wb"));
+    if (!file_) ui.note("Unable to write to file: " + path);
+    return file_ != nullptr;
+}
+
+void SplitList::line(std::string_view source, int first, int last, int sourcePages, std::string_view output,
+                     bool keepBookmarks) {
+    if (!file_) return;
+    const auto cut = output.find_last_of(std::filesystem::path::preferred_separator);
+    const std::string_view folder = cut == std::string_view::npos ? std::string_view() : output.substr(0, cut + 1);
+    std::string_view name = cut == std::string_view::npos ? output : output.substr(cut + 1);
+    name.remove_suffix(name.size() > 4 ? 4 : name.size());
+    put(file_.get(), std::string(source) + "; " + std::to_string(first) + "-" + std::to_string(last) + "; " +
+                         std::to_string(sourcePages) + "; Ready.; ; " + std::string(folder) + "; Y; ; " +
+                         (keepBookmarks ? "Y" : "N") + "; " + std::string(name) + " ;0\r\n");
+    std::fflush(file_.get());
+}
 
 std::filesystem::path pagePositionsPath() { return temporaryFolder() / "page_positions.txt"; }
 
