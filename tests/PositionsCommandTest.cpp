@@ -1,5 +1,6 @@
 // Runs the real vellira-batch program and checks what a user sees.
 #include "fixtures/PdfFixture.h"
+#include "support/Files.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -19,12 +20,7 @@ struct Result {
     std::string err;
 };
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+using testing::readFile;
 
 // Runs vellira-batch with TMPDIR pointing into `dir`.
 Result run(const testing::TempDir& dir, const std::string& arguments) {

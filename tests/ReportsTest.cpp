@@ -1,4 +1,5 @@
 #include "files/Reports.h"
+#include "support/Files.h"
 #include "support/RecordingInterface.h"
 #include "support/TempDir.h"
 
@@ -10,12 +11,7 @@
 namespace vellira {
 namespace {
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+using testing::readFile;
 
 std::tm when() {
     std::tm t{};
