@@ -71,6 +71,12 @@ struct HostWord {
 // Returning false stops the enumeration of the current page.
 using WordCallback = std::function<bool(const HostWord&)>;
 
+// A path as UTF-8 text: the inverse of DocumentHost::makeHostPath.
+inline std::string pathText(const std::filesystem::path& path) {
+    const auto text = path.u8string();
+    return std::string(text.begin(), text.end());
+}
+
 class DocumentHost {
 public:
     virtual ~DocumentHost() = default;

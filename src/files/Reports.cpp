@@ -28,10 +28,6 @@ std::string padded(std::string_view text, std::size_t width) {
     return out;
 }
 
-std::string pathText(const std::filesystem::path& path) {
-    return reinterpret_cast<const char*>(path.u8string().c_str());
-}
-
 std::FILE* openBinary(const std::filesystem::path& path) { return std::fopen(path.c_str(), "wb"); }
 
 // Writes text to a report and answers its length.
@@ -171,14 +167,14 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
         return std::nullopt;
     }
     const auto path = pagePositionsPath();
-    const std::string pathText = reinterpret_cast<const char*>(path.u8string().c_str());
+    const std::string shownPath = pathText(path);
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) {
-        ui.note("file error! can't write to page positions file: " + pathText);
+        ui.note("file error! can't write to page positions file: " + shownPath);
         return std::nullopt;
     }
     file << "Vellira Batch " << kVersionText << "  -= Ornwick Software =-\r\n\r\n"
-         << "View file: " << pathText << "\r\n"
+         << "View file: " << shownPath << "\r\n"
          << "Source PDF File: " << settings.FILENAME << "\r\n\r\n"
          << "Below are the coordinate positions of every word on the current page in view,\r\n"
             "to optionally match on this position enter the coordinates in the main screen 'At position' "
@@ -197,7 +193,7 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
     }
     file.close();
     if (!file) {
-        ui.note("file error! can't write to page positions file: " + pathText);
+        ui.note("file error! can't write to page positions file: " + shownPath);
         return std::nullopt;
     }
     return path;

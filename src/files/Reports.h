@@ -31,6 +31,12 @@ struct ReportPaths {
 // characters. A report that is switched off goes to the null device.
 ReportPaths reportPaths(const SplitSettings& settings, std::string_view source);
 
+// An open C file, closed when dropped.
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+
 // The text and CSV reports of one source document.
 class Reports {
 public:
@@ -50,10 +56,7 @@ public:
     void close();
 
 private:
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    using File = std::unique_ptr<std::FILE, Closer>;
+    using File = FileHandle;
     File text_;
     File csv_;
     long g_nWrittenRep = 0;  // length of the last range line of the text report
@@ -73,10 +76,7 @@ public:
     void close() { file_.reset(); }
 
 private:
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    std::unique_ptr<std::FILE, Closer> file_;
+    FileHandle file_;
 };
 
 // "page_positions.txt" in the temporary folder.

@@ -227,7 +227,7 @@ std::string MupdfHost::filePath(DocHandle doc) { return impl_->document(doc).pat
 
 DocHandle MupdfHost::openDocument(const std::filesystem::path& path) {
     fz_context* ctx = impl_->ctx;
-    const std::string name = reinterpret_cast<const char*>(path.u8string().c_str());
+    const std::string name = pathText(path);
     pdf_document* pdf = nullptr;
     bool locked = false;
     try {
@@ -307,7 +307,7 @@ void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     temporary += ".vellira-" + std::to_string(::getpid()) + "-" +
                  std::to_string(reinterpret_cast<std::uintptr_t>(impl_.get())) + "-" + std::to_string(impl_->saves++) +
                  ".tmp";
-    const std::string temporaryName = reinterpret_cast<const char*>(temporary.u8string().c_str());
+    const std::string temporaryName = pathText(temporary);
     try {
         impl_->guarded([&] {
             pdf_write_options options = pdf_default_write_options;
