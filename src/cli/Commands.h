@@ -1,7 +1,10 @@
 // One function per vellira-batch command; each returns the exit status.
 #pragma once
 
+#include "core/SplitSettings.h"
+
 #include <string>
+#include <vector>
 
 namespace vellira::cli {
 
@@ -10,5 +13,26 @@ struct PositionsOptions {
     int page = 1;  // 1-based
 };
 int runPositions(const PositionsOptions& options);
+
+// Settings as the command line gives them: KEY=VALUE pairs, applied in order.
+struct SettingsOptions {
+    std::vector<std::string> sets;
+};
+// Applies the --set pairs; answers an error text for a usage error.
+std::string applySettings(const SettingsOptions& options, SplitSettings& settings);
+
+struct SplitOptions {
+    SettingsOptions settings;
+    bool yes = false;
+    std::string trace;
+    std::vector<std::string> pdfs;
+};
+int runSplit(const SplitOptions& options);
+
+struct ShowOptions {
+    SettingsOptions settings;
+    std::string pdf;
+};
+int runShow(const ShowOptions& options);
 
 }  // namespace vellira::cli

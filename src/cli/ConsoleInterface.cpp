@@ -32,4 +32,13 @@ void ConsoleInterface::progress(const Progress& progress) {
     progressShown_ = true;
 }
 
+void ConsoleInterface::status(std::string_view text) {
+    if (!terminal_) return;
+    clearProgress();
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    progressShown_ = true;
+}
+
+void ConsoleInterface::showFile(std::string_view path) { note(path); }
+
 }  // namespace vellira::cli

@@ -7,12 +7,17 @@
 
 namespace vellira::cli {
 
-class ConsoleInterface final : public RunInterface {
+class ConsoleInterface : public RunInterface {
 public:
     explicit ConsoleInterface(bool answerYes = false);
     void note(std::string_view message) override;
     bool question(std::string_view message) override;
     void progress(const Progress& progress) override;
+    void status(std::string_view text) override;
+    // The CLI has no viewer: it names the file instead.
+    void showFile(std::string_view path) override;
+    // Clears the progress line before the program's own output.
+    void endProgress() { clearProgress(); }
 
 private:
     bool answerYes_;

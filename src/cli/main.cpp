@@ -6,10 +6,39 @@
 #include <iostream>
 #include <limits>
 
+namespace {
+
+void addSettingsOptions(CLI::App* command, vellira::cli::SettingsOptions& options) {
+    command
+        ->add_option("--set", options.sets,
+                     "set one setting, by its parameters-file key (FINDSTRING, PAGEEXTRACT, EXTRACT, OUTPUTDIR, "
+                     "...); repeatable, applied in order")
+        ->type_name("KEY=VALUE")
+        ->allow_extra_args(false);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     CLI::App app{"Vellira Batch: cut PDF runs into one PDF per customer, account or chapter, named by their own text.",
                  "vellira-batch"};
     app.require_subcommand(1);
+
+    vellira::cli::SplitOptions split;
+    auto* splitCommand = app.add_subcommand(
+        "split",
+        "Split each PDF at its search text into named PDFs, with text and CSV reports. Prints each PDF's status "
+        "(Done, file error, Can't open, Permissions error) and path when it ends.");
+    addSettingsOptions(splitCommand, split.settings);
+    splitCommand->add_flag("--yes", split.yes, "answer yes to the run's questions (the default answer is no)");
+    splitCommand->add_option("--trace", split.trace, "write the debug trace into FILE")->type_name("FILE");
+    splitCommand->add_option("PDF", split.pdfs, "the PDFs to split, in order");
+
+    vellira::cli::ShowOptions show;
+    auto* showCommand =
+        app.add_subcommand("show", "List every match of the search text in a PDF as 'page P: WORD', writing nothing.");
+    addSettingsOptions(showCommand, show.settings);
+    showCommand->add_option("PDF", show.pdf, "the PDF to search")->required();
 
     vellira::cli::PositionsOptions positions;
     auto* positionsCommand =
@@ -37,6 +66,8 @@ int main(int argc, char** argv) {
         // Help and version exit 0; every other parse failure is a usage error.
         return app.exit(error) == 0 ? 0 : 2;
     }
+    if (*splitCommand) return vellira::cli::runSplit(split);
+    if (*showCommand) return vellira::cli::runShow(show);
     if (*positionsCommand) return vellira::cli::runPositions(positions);
     return 2;
 }

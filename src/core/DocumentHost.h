@@ -93,7 +93,9 @@ public:
 
     // Opens a PDF file and makes it the current document. Throws HostError
     // with the host's text for a missing, damaged, non-PDF or encrypted file.
-    virtual DocHandle openDocument(const std::filesystem::path& path) = 0;
+    DocHandle openDocument(const std::filesystem::path& path) { return openFile(path, true); }
+    // Opens a PDF file for reading only; the current document stays as it is.
+    DocHandle openDocumentUnseen(const std::filesystem::path& path) { return openFile(path, false); }
     // A new document without pages.
     virtual DocHandle createDocument() = 0;
     // Appends `count` pages of `source`, from 0-based `firstPage` on, to the
@@ -106,6 +108,8 @@ public:
     // Releases a document; closing the current document leaves none current.
     virtual void closeDocument(DocHandle doc) = 0;
     virtual int pageCount(DocHandle doc) = 0;
+    // The page's /Rotate in degrees: 0, 90, 180 or 270. Throws HostError.
+    virtual int pageRotation(DocHandle doc, int page) = 0;
 
     // Error model: the host's text for one of its codes, and raising a code as
     // the host would.
@@ -127,6 +131,9 @@ public:
     virtual std::string bookmarkTitle(BookmarkHandle bookmark) = 0;
     virtual int bookmarkIndent(BookmarkHandle bookmark) = 0;
     virtual int bookmarkPage(BookmarkHandle bookmark) = 0;
+
+protected:
+    virtual DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) = 0;
 };
 
 }  // namespace vellira

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,13 @@ public:
     // Asks a yes/no question; the default answer is no.
     virtual bool question(std::string_view message) = 0;
     virtual void progress(const Progress&) {}
+    // A line of status while the run waits (for a file in use, say).
+    virtual void status(std::string_view) {}
+    // Shows one match of the search text: the word and its 0-based page, with
+    // its number on the page as the host counts it.
+    // Offers a file the run produced (the text report) to the user's viewer.
+    virtual void showFile(std::string_view /*path*/) {}
+    virtual void highlight(int /*page*/, std::string_view /*word*/, std::uint16_t /*number*/) {}
     // The Stop flag, read before every row, page and mail.
     bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
     void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }

@@ -35,6 +35,9 @@ using WordConsumer = std::function<bool(const Word&)>;
 // gives 99 and -0.5 gives 0. Values outside 32 bits saturate; NaN gives 0.
 int truncateCoordinate(double points);
 
+// Number of characters in a UTF-8 text.
+std::size_t characterCount(std::string_view text);
+
 // The first `maxChars` characters of a UTF-8 text; never splits a character.
 std::string_view firstCharacters(std::string_view text, std::size_t maxChars);
 

@@ -15,12 +15,6 @@ namespace vellira {
 
 namespace {
 
-std::size_t characterCount(std::string_view text) {
-    std::size_t count = 0;
-    for (const char c : text) count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    return count;
-}
-
 // printf's "%-Ns", with the width counted in characters rather than bytes.
 std::string padded(std::string_view text, std::size_t width) {
     std::string out(text);

@@ -225,7 +225,7 @@ DocHandle MupdfHost::documentOfView(ViewHandle view) {
 
 std::string MupdfHost::filePath(DocHandle doc) { return impl_->document(doc).path; }
 
-DocHandle MupdfHost::openDocument(const std::filesystem::path& path) {
+DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurrent) {
     fz_context* ctx = impl_->ctx;
     const std::string name = pathText(path);
     pdf_document* pdf = nullptr;
@@ -250,7 +250,7 @@ DocHandle MupdfHost::openDocument(const std::filesystem::path& path) {
     }
     const int id = impl_->nextId++;
     impl_->documents[id] = Impl::Document{pdf, name, {}};
-    impl_->current = id;
+    if (makeCurrent) impl_->current = id;
     return DocHandle{id};
 }
 
@@ -334,6 +334,19 @@ void MupdfHost::closeDocument(DocHandle doc) {
 }
 
 int MupdfHost::pageCount(DocHandle doc) { return impl_->pageCount(impl_->document(doc)); }
+
+int MupdfHost::pageRotation(DocHandle handle, int page) {
+    auto& doc = impl_->document(handle);
+    impl_->checkPage(doc, page);
+    fz_context* ctx = impl_->ctx;
+    int rotate = 0;
+    impl_->guarded([&] {
+        pdf_obj* pageObj = pdf_lookup_page_obj(ctx, doc.pdf, page);
+        rotate = pdf_to_int(ctx, pdf_dict_get_inheritable(ctx, pageObj, PDF_NAME(Rotate)));
+    });
+    rotate %= 360;
+    return rotate < 0 ? rotate + 360 : rotate;
+}
 
 void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallback& onWord) {
     fz_context* ctx = impl_->ctx;

@@ -23,12 +23,12 @@ public:
     std::optional<ViewHandle> activeViewDocument() override;
     DocHandle documentOfView(ViewHandle view) override;
     std::string filePath(DocHandle doc) override;
-    DocHandle openDocument(const std::filesystem::path& path) override;
     DocHandle createDocument() override;
     void insertPages(DocHandle target, DocHandle source, int firstPage, int count, bool bookmarks) override;
     void saveDocument(DocHandle doc, const std::filesystem::path& path) override;
     void closeDocument(DocHandle doc) override;
     int pageCount(DocHandle doc) override;
+    int pageRotation(DocHandle doc, int page) override;
     void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
     BookmarkHandle bookmarkRoot(DocHandle doc) override;
     BookmarkHandle firstChild(BookmarkHandle bookmark) override;
@@ -36,6 +36,9 @@ public:
     std::string bookmarkTitle(BookmarkHandle bookmark) override;
     int bookmarkIndent(BookmarkHandle bookmark) override;
     int bookmarkPage(BookmarkHandle bookmark) override;
+
+protected:
+    DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) override;
 
 private:
     struct Impl;

@@ -22,6 +22,7 @@ class ScriptedHost : public DocumentHost {
 public:
     std::map<std::string, std::vector<ScriptedPage>> files;  // what open reads, what save writes
     int failOnPage = -1;                                     // enumerating this page raises a host error
+    int rotation = 0;                                        // every page's /Rotate
 
     std::optional<ViewHandle> activeViewDocument() override {
         if (!current_) return std::nullopt;
@@ -29,12 +30,12 @@ public:
     }
     DocHandle documentOfView(ViewHandle view) override { return DocHandle{doc(DocHandle{view.id}).id}; }
     std::string filePath(DocHandle handle) override { return doc(handle).path; }
-    DocHandle openDocument(const std::filesystem::path& path) override {
+    DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) override {
         const auto it = files.find(path.string());
         if (it == files.end()) throw HostError(HostError::kIo, "cannot open file '" + path.string() + "'");
         const int id = next_++;
         docs_[id] = {id, path.string(), it->second};
-        current_ = id;
+        if (makeCurrent) current_ = id;
         return DocHandle{id};
     }
     DocHandle createDocument() override {
@@ -57,6 +58,10 @@ public:
         if (current_ == handle.id) current_ = 0;
     }
     int pageCount(DocHandle handle) override { return static_cast<int>(doc(handle).pages.size()); }
+    int pageRotation(DocHandle handle, int) override {
+        doc(handle);
+        return rotation;
+    }
     void enumerateWords(DocHandle handle, int page, const WordCallback& onWord) override {
         auto& pages = doc(handle).pages;
         if (page < 0 || page >= static_cast<int>(pages.size()) || page == failOnPage)

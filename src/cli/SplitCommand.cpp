@@ -1,0 +1,112 @@
+// split and show: the "Process Batch List" and "&Show" commands.
+#include "cli/Commands.h"
+#include "cli/ConsoleInterface.h"
+#include "core/BatchRun.h"
+#include "host/MupdfHost.h"
+
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+
+namespace vellira::cli {
+
+namespace {
+
+// Ctrl-C sets the Stop flag: the range being written is finished, then the run ends.
+RunInterface* interrupted = nullptr;
+extern "C" void onInterrupt(int) {
+    if (interrupted) interrupted->requestCancel();
+}
+
+struct StopOnInterrupt {
+    explicit StopOnInterrupt(RunInterface& ui) {
+        interrupted = &ui;
+        std::signal(SIGINT, onInterrupt);
+    }
+    ~StopOnInterrupt() {
+        std::signal(SIGINT, SIG_DFL);
+        interrupted = nullptr;
+    }
+};
+
+// The show command's console: every highlight is a line on standard output
+// and "Show next highlight" is always answered yes.
+class ShowConsole final : public ConsoleInterface {
+public:
+    bool question(std::string_view) override { return true; }
+    void highlight(int page, std::string_view word, std::uint16_t) override {
+        std::cout << "page " << page + 1 << ": " << word << "\n";
+    }
+};
+
+}  // namespace
+
+std::string applySettings(const SettingsOptions& options, SplitSettings& settings) {
+    for (const auto& pair : options.sets) {
+        const auto equals = pair.find('=');
+        if (equals == std::string::npos) return "--set needs KEY=VALUE: '" + pair + "'";
+        const std::string key = pair.substr(0, equals);
+        const SettingsKey* found = findSettingsKey(key);
+        if (!found) return "unknown setting '" + key + "'";
+        assignKey(settings, *found, std::string_view(pair).substr(equals + 1));
+    }
+    return {};
+}
+
+int runSplit(const SplitOptions& options) {
+    SplitSettings settings;
+    if (const auto error = applySettings(options.settings, settings); !error.empty()) {
+        std::cerr << "vellira-batch split: " << error << "\n";
+        return 2;
+    }
+    ConsoleInterface ui(options.yes);
+    MupdfHost host;
+    BatchRun batch(host, ui, settings);
+    if (!options.trace.empty() && !batch.run.trace.open(options.trace)) {
+        std::cerr << "vellira-batch split: cannot write the trace file '" << options.trace << "'\n";
+        return 1;
+    }
+    if (settings.USECURRENT) {
+        try {
+            host.openDocument(host.makeHostPath(settings.FILENAME));
+        } catch (const HostError& error) {
+            std::cerr << "vellira-batch split: cannot open '" << settings.FILENAME << "': " << error.text() << "\n";
+            return 1;
+        }
+    }
+    std::vector<BatchRow> rows;
+    for (const auto& pdf : options.pdfs) rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
+
+    bool completed = false;
+    {
+        StopOnInterrupt stop(ui);
+        completed = batch.process(rows);
+    }
+    ui.endProgress();
+    bool allDone = completed;
+    for (const auto& row : rows) {
+        std::cout << row.status << "\t" << row.path << "\n";
+        if (row.use == "Yes" && row.status != "Done") allDone = false;
+    }
+    std::cout << std::flush;
+    return allDone && std::cout ? 0 : 1;
+}
+
+int runShow(const ShowOptions& options) {
+    SplitSettings settings;
+    if (const auto error = applySettings(options.settings, settings); !error.empty()) {
+        std::cerr << "vellira-batch show: " << error << "\n";
+        return 2;
+    }
+    settings.FILENAME = options.pdf;
+    settings.USECURRENT = 0;
+    ShowConsole ui;
+    MupdfHost host;
+    BatchRun batch(host, ui, settings);
+    StopOnInterrupt stop(ui);
+    const bool shown = batch.show();
+    std::cout << std::flush;
+    return shown && std::cout ? 0 : 1;
+}
+
+}  // namespace vellira::cli

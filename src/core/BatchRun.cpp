@@ -1,0 +1,190 @@
+#include "core/BatchRun.h"
+
+#include "files/SettingsLocations.h"
+
+#include <fstream>
+
+namespace vellira {
+
+namespace {
+
+std::tm localNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    return local;
+}
+
+// The next-match position modes take one word only: that word is the position.
+bool refusesMultiWordPosition(const SplitSettings& settings) {
+    return settings.FINDSTRING.find(' ') != std::string::npos &&
+           (settings.PAGEEXTRACT == kExtractModes[e_from_to_next_position] ||
+            settings.PAGEEXTRACT == kExtractModes[e_from_to_nextu_position]);
+}
+
+constexpr std::string_view kPositionOneWord =
+    "When using h,v position only one word is allowed in search, that word is the position";
+
+}  // namespace
+
+BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
+    : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {}
+
+bool BatchRun::prepare() {
+    runTime = localNow();
+    ui.clearCancel();
+    inBatch = false;
+    errorFlag = false;
+    if (!engine.beginRun(runTime)) return false;
+    if (settings.OUTPUTDIR.find("[DESKTOP]") != std::string::npos)
+        settings.OUTPUTDIR = replaceDesktopToken(settings.OUTPUTDIR, pathText(desktopFolder()));
+    if (refusesMultiWordPosition(settings)) {
+        ui.note(kPositionOneWord);
+        return false;
+    }
+    return true;
+}
+
+bool BatchRun::process(std::vector<BatchRow>& rows) {
+    if (settings.USECURRENT && !host.activeViewDocument()) {
+        ui.note("Please open a document first or set it to use a filename");
+        return false;
+    }
+    if (!prepare()) return false;
+    if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui)) return false;
+
+    bool completed = true;
+    if (settings.USECURRENT) {
+        completed = processDocument(true) == kProcessed;
+    } else if (rows.empty()) {
+        ui.note(
+            "Please add files to batch list to process or load a pdf and check use current to process a single pdf");
+        completed = false;
+    } else {
+        for (auto& row : rows) {
+            if (ui.cancelled()) {
+                completed = false;
+                break;
+            }
+            inBatch = true;
+            if (row.use != "Yes") continue;
+            if (!std::ifstream(host.makeHostPath(row.path), std::ios::binary)) {
+                row.status = "file error";
+                continue;
+            }
+            row.status = "Processing";
+            settings.USECURRENT = 0;
+            settings.FILENAME = row.path;
+            if (settings.FILENAME.empty()) {
+                ui.note(
+                    "No filename specified, click 'Use current open PDF document' if you want to use current open "
+                    "document");
+                completed = false;
+                break;
+            }
+            switch (processDocument(false)) {
+                case kNotOpened:
+                    row.status = "Can't open";
+                    errorFlag = true;
+                    break;
+                case kLocked:
+                    row.status = "Permissions error";
+                    errorFlag = true;
+                    break;
+                case kProcessed: row.status = "Done"; break;
+            }
+        }
+        if (errorFlag) ui.note("Done, some errors occurred.");
+    }
+    run.splitList.close();
+    return completed;
+}
+
+DocumentResult BatchRun::processDocument(bool useCurrent) {
+    engine.beginDocument();
+    ui.clearCancel();
+    auto& doc = engine.doc;
+    if (useCurrent) {
+        const auto view = host.activeViewDocument();
+        if (!view) {
+            ui.note("Can't open current file");
+            return kNotOpened;
+        }
+        DocHandle current;
+        try {
+            current = host.documentOfView(*view);
+        } catch (const HostError&) {
+        }
+        if (!current) {
+            ui.note("Can't open the current file");
+            return kNotOpened;
+        }
+        settings.FILENAME = host.filePath(current);
+    }
+    if (settings.FILENAME.empty()) return kNotOpened;
+
+    ui.progress({settings.FILENAME, 0, 0, 0});
+    if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui)) return kNotOpened;
+    if (!useCurrent) {
+        try {
+            doc.source = host.openDocument(host.makeHostPath(settings.FILENAME));
+        } catch (const HostError& error) {
+            doc.reports.close();
+            return error.code() == HostError::kNeedsPassword ? kLocked : kNotOpened;
+        }
+    }
+    engine.scan(ScanView::Split);
+    doc.reports.footer(doc.outputFiles, doc.extractCnt);
+    doc.reports.close();
+
+    const auto closeSource = [&] {
+        if (!useCurrent && doc.source) host.closeDocument(doc.source);
+        doc.source = {};
+    };
+    if (doc.extractCnt == 0 && doc.ranges == 0 && !ui.cancelled() && !inBatch) {
+        ui.note(
+            "Done! and no matches we're found!,\r\nplease note: word searching is case sensitive & must contain the "
+            "full word");
+        closeSource();
+        return kNotOpened;
+    }
+    if (doc.ranges > 0 && doc.extractCnt == 0) doc.extractCnt = 1;
+    if (run.trace.on()) {
+        char now[64];
+        const std::tm local = localNow();
+        std::strftime(now, sizeof now, "%c", &local);
+        run.trace.write("Time: \t%s\r\n", now);
+    }
+    if (settings.REPORTOPTIONSTXT && !ui.cancelled() && !inBatch) {
+        const std::string question = "Done! - " + std::to_string(doc.extractCnt) +
+                                     " PDF file(s) output\r\n\r\nReport files have been generated, do you want to "
+                                     "view text report ?";
+        if (ui.question(question)) ui.showFile(pathText(reportPaths(settings, settings.FILENAME).text));
+    }
+    closeSource();
+    return kProcessed;
+}
+
+bool BatchRun::show() {
+    if (refusesMultiWordPosition(settings)) {
+        ui.note(kPositionOneWord);
+        return false;
+    }
+    runTime = localNow();
+    ui.clearCancel();
+    if (!engine.beginRun(runTime)) return false;
+    engine.beginDocument();
+    if (!settings.USECURRENT) {
+        try {
+            engine.doc.source = host.openDocument(host.makeHostPath(settings.FILENAME));
+        } catch (const HostError& error) {
+            ui.note("Abort!! Error message: " + error.text());
+            return false;
+        }
+    }
+    engine.scan(ScanView::ShowHighlights);
+    if (!settings.USECURRENT) host.closeDocument(engine.doc.source);
+    return true;
+}
+
+}  // namespace vellira

@@ -1,0 +1,60 @@
+// BatchRun: one "Process Batch List" run over the rows of a batch list, and
+// the document processor that takes one source PDF from opening to its
+// reports.
+#pragma once
+
+#include "core/DocumentHost.h"
+#include "core/RunInterface.h"
+#include "core/SplitSettings.h"
+#include "engine/SplitEngine.h"
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace vellira {
+
+// One row of a batch list.
+struct BatchRow {
+    std::string use = "Yes";  // only rows reading exactly "Yes" are processed
+    std::string path;
+    std::string status = "Ready.";
+    std::string params;  // the row's own parameters file, if any
+};
+
+// What a document processor run came to.
+enum DocumentResult : int {
+    kNotOpened = 0,  // not opened, or nothing found outside a batch
+    kProcessed = 1,
+    kLocked = 2,  // the source needs a password
+};
+
+class BatchRun {
+public:
+    BatchRun(DocumentHost& host, RunInterface& ui, SplitSettings& settings);
+
+    DocumentHost& host;
+    RunInterface& ui;
+    SplitSettings& settings;
+    RunState run;
+    SplitEngine engine;
+    std::tm runTime{};     // the run time stamp
+    bool inBatch = false;  // set while rows are processed: no closing messages per document
+    bool errorFlag = false;
+
+    // The process command over `rows`, whose statuses it updates. Answers
+    // false when the run was refused or stopped before its rows were done.
+    bool process(std::vector<BatchRow>& rows);
+
+    // One source document: the host's current document, or FILENAME.
+    DocumentResult processDocument(bool useCurrent);
+
+    // The show command on FILENAME (or the current document): every match
+    // highlighted in turn, nothing written. Answers false when refused.
+    bool show();
+
+private:
+    bool prepare();
+};
+
+}  // namespace vellira

@@ -1,0 +1,33 @@
+// The debug trace: fixed-format lines appended to a file for diagnosis, off
+// unless a file was given.
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace vellira {
+
+// printf into a std::string.
+std::string formatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+class Trace {
+public:
+    // Starts tracing into `path` (appended to); answers false when it cannot
+    // be opened.
+    bool open(const std::filesystem::path& path);
+    bool on() const { return file_ != nullptr; }
+    // Writes one formatted entry as it stands; the format carries its own
+    // line ends.
+    void write(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+private:
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<std::FILE, Closer> file_;
+};
+
+}  // namespace vellira

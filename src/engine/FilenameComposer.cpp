@@ -1,0 +1,218 @@
+#include "engine/FilenameComposer.h"
+
+#include "engine/PageWords.h"
+
+#include <array>
+#include <filesystem>
+#include <optional>
+
+namespace vellira {
+
+namespace {
+
+constexpr std::size_t kMaxNameChars = 255;
+constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
+
+bool keptInName(unsigned char c) {
+    if (c >= 0x80) return true;
+    if (c < 0x20 || c == 0x7F) return false;
+    return std::string_view("<>:?*\"/\\|").find(static_cast<char>(c)) == std::string_view::npos;
+}
+
+// Replaces every occurrence of `token`; replaced text is never searched again.
+void replaceAll(std::string& text, std::string_view token, std::string_view with) {
+    for (std::size_t at = text.find(token); at != std::string::npos; at = text.find(token, at + with.size()))
+        text.replace(at, token.size(), with);
+}
+
+// The last `count` characters removed; a text that is not longer becomes empty.
+std::string dropLastCharacters(std::string_view text, std::size_t count) {
+    const std::size_t length = characterCount(text);
+    return length <= count ? std::string() : std::string(firstCharacters(text, length - count));
+}
+
+// One bound of a "[POSh,v]" spec: "a" or "a-b" (a minus after the first
+// character starts b).
+std::pair<int, int> boundsOf(std::string_view text) {
+    const int low = leadingInteger(text);
+    const auto dash = text.size() > 1 ? text.find('-', 1) : std::string_view::npos;
+    return {low, dash == std::string_view::npos ? low : leadingInteger(text.substr(dash + 1))};
+}
+
+bool within(int value, int low, int high) { return (low == -1 || low <= value) && (high == -1 || value <= high); }
+
+}  // namespace
+
+std::string FilenameComposer::cleanName(std::string_view text) {
+    std::string cleaned;
+    cleaned.reserve(text.size());
+    for (const char c : text)
+        if (keptInName(static_cast<unsigned char>(c))) cleaned += c;
+    return std::string(firstCharacters(cleaned, kMaxNameChars));
+}
+
+std::string sourceTitle(std::string_view filename, bool* hadFolder) {
+    std::string_view title = filename;
+    for (std::size_t at = title.size(); at-- > 1;) {
+        if (at + 4 > title.size()) continue;
+        const std::string_view tail = title.substr(at, 4);
+        if ((tail[0] == '.') && (tail[1] == 'p' || tail[1] == 'P') && (tail[2] == 'd' || tail[2] == 'D') &&
+            (tail[3] == 'f' || tail[3] == 'F')) {
+            title = title.substr(0, at);
+            break;
+        }
+    }
+    const auto slash = title.size() > 1 ? title.find_last_of("\\/") : std::string_view::npos;
+    const bool folder = slash != std::string_view::npos && slash > 0;
+    if (folder) title = title.substr(slash + 1);
+    if (hadFolder) *hadFolder = folder;
+    return std::string(title);
+}
+
+std::string FilenameComposer::cutBody(std::string text, bool stripEnd) const {
+    if (stripEnd && settings_.STRIPEND > 0)
+        text = dropLastCharacters(text, static_cast<std::size_t>(settings_.STRIPEND));
+    if (const auto limit = streamedWordLimit(settings_.TAKENCHARSFORFILENAME))
+        text = std::string(firstCharacters(text, *limit));
+    if (!settings_.UNTILCHARACTERFILENAME.empty()) {
+        const auto at = text.find(settings_.UNTILCHARACTERFILENAME);
+        if (at != std::string::npos) text.resize(at);
+    }
+    return text;
+}
+
+void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned, const NameRange& range) {
+    if (text.find('[') == std::string::npos) return;
+    const auto number = [](const char* format, long value) { return formatText(format, value); };
+    replaceAll(text, "[FILETITLE]", sourceTitle(settings_.FILENAME));
+    replaceAll(text, "[EXTRACTTEXT]", cleaned);
+    if (text.find("[EXTRACTTEXTDIR]") != std::string::npos) {
+        std::error_code ignored;
+        std::filesystem::create_directory(host_.makeHostPath(settings_.OUTPUTDIR + kSeparator + std::string(cleaned)),
+                                          ignored);
+        replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
+    }
+    replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));
+    replaceAll(text, "[PAGEEND]", number("%6.6ld", range.end + 1L));
+    replaceAll(text, "[PAGESTARTNOMASK]", number("%ld", range.start + settings_.offsetFirstWorking + 1L));
+    replaceAll(text, "[PAGEENDNOMASK]", number("%ld", range.end + 1L));
+    replaceAll(text, "[PAGES]", number("%6.6ld", range.end - range.start + 1L));
+    replaceAll(text, "[TOTALPAGES]", number("%6.6ld", range.totalPages));
+    for (std::size_t at = text.find("[POS"); at != std::string::npos; at = text.find("[POS", at)) {
+        const auto close = text.find(']', at);
+        if (close == std::string::npos) break;
+        const std::string found = GetPos(std::string_view(text).substr(at, close - at + 1),
+                                         range.start + settings_.offsetFirstWorking + 1, range.end + 1);
+        text.replace(at, close - at + 1, found);
+        at += found.size();
+    }
+    // "[YY]" alone does not start the date group, so it stays as typed.
+    static constexpr std::array<std::string_view, 8> kDateStarters = {"[MM]", "[DD]", "[YYYY]", "[M]",
+                                                                      "[D]",  "[hh]", "[mm]",   "[ss]"};
+    bool dated = false;
+    for (const auto token : kDateStarters) dated = dated || text.find(token) != std::string::npos;
+    if (!dated) return;
+    const std::tm& t = runTime;
+    replaceAll(text, "[MM]", formatText("%.2d", t.tm_mon + 1));
+    replaceAll(text, "[DD]", formatText("%.2d", t.tm_mday));
+    replaceAll(text, "[YY]", formatText("%.2d", t.tm_year + 1900));
+    replaceAll(text, "[YYYY]", formatText("%.4d", t.tm_year + 1900));
+    replaceAll(text, "[M]", formatText("%d", t.tm_mon + 1));
+    replaceAll(text, "[D]", formatText("%d", t.tm_mday));
+    replaceAll(text, "[hh]", formatText("%.2d", t.tm_hour));
+    replaceAll(text, "[mm]", formatText("%.2d", t.tm_min));
+    replaceAll(text, "[ss]", formatText("%.2d", t.tm_sec));
+}
+
+const std::string& FilenameComposer::AquireFilename(std::string_view capture, std::string& szOutFilenameLine,
+                                                    const NameRange& range) {
+    std::string prefix(firstCharacters(settings_.PREFIXFILENAME, kMaxNameChars));
+    std::string postfix(firstCharacters(settings_.POSTFIXFILENAME, kMaxNameChars));
+    if (trace_.on()) trace_.write("AquireFilename buf: %s\r\n", std::string(capture).c_str());
+    const std::string cleaned = cleanName(capture);
+    {
+        std::string line;
+        for (const char c : szOutFilenameLine)
+            if (keptInName(static_cast<unsigned char>(c))) line += c;
+        szOutFilenameLine = std::move(line);
+    }
+    const auto mode = filenameModeOrdinal(settings_.EXTRACT);
+    const int modeNumber = mode ? *mode : settings_.EXTRACT.empty() ? 9 : -1;
+    if (modeNumber < 0) return result_;
+
+    bool hadFolder = false;
+    if (settings_.USESOURCEFILENAME) {
+        prefix = sourceTitle(settings_.FILENAME, &hadFolder);
+        if (hadFolder) prefix += '_';
+    }
+    if (settings_.USESOURCEFILENAMEPOST) postfix = sourceTitle(settings_.FILENAME);
+    expandMacros(prefix, cleaned, range);
+    expandMacros(postfix, cleaned, range);
+
+    const std::string body = cutBody(cleaned, true);
+    szOutFilenameLine = cutBody(szOutFilenameLine, false);
+
+    const std::string head = settings_.OUTPUTDIR + kSeparator + prefix;
+    switch (modeNumber) {
+        case 1: result_ = head + std::to_string(range.start + 1L) + postfix + ".pdf"; break;
+        case 2:
+            result_ = head + std::to_string(range.start + 1L) + "-" + std::to_string(range.end + 1L) + postfix + ".pdf";
+            break;
+        case 4: result_ = head + formatText("%6.6ld", ++sequence) + postfix + ".pdf"; break;
+        case 6:
+        case 7:
+            result_ = head + std::string(firstCharacters(szOutFilenameLine, kMaxNameChars)) + postfix + ".pdf";
+            break;
+        default: result_ = head + body + postfix + ".pdf"; break;
+    }
+    if (modeNumber >= 5 && modeNumber <= 7) nameTextUsed = true;
+    return result_;
+}
+
+std::string FilenameComposer::GetPos(std::string_view text, int firstPage, int lastPage) {
+    const auto open = text.find("[POS");
+    if (open == std::string_view::npos) return {};
+    const auto close = text.find(']', open);
+    if (close == std::string_view::npos) return {};
+    const std::string_view spec = text.substr(open + 4, close - open - 4);
+    const auto comma = spec.size() > 1 ? spec.find(',', 1) : std::string_view::npos;
+    if (comma == std::string_view::npos) return {};
+    const auto [horizStart, horizEnd] = boundsOf(spec.substr(0, comma));
+    const auto [vertStart, vertEnd] = boundsOf(spec.substr(comma + 1));
+    if (trace_.on())
+        trace_.write("GetPos pos: %s, szFilename: %s\r\n", std::string(spec).c_str(), settings_.FILENAME.c_str());
+    std::string found = GetDataFromPDF2(horizStart, horizEnd, vertStart, vertEnd, firstPage, lastPage);
+    if (trace_.on()) trace_.write("GetPos found: %s\r\n", found.c_str());
+    return found;
+}
+
+std::string FilenameComposer::GetDataFromPDF2(int horizStart, int horizEnd, int vertStart, int vertEnd, int pageStart,
+                                              int pageEnd) {
+    if (trace_.on())
+        trace_.write("GetDataFromPDF2 m_szFilename: %s, horizStart: %d, horizEnd: %d, pageStart: %d, pageEnd: %d\r\n",
+                     settings_.FILENAME.c_str(), horizStart, horizEnd, pageStart, pageEnd);
+    if (pageStart < 1 || pageEnd < pageStart) return {};
+    const auto doc = wordFinderDocument(host_, ui_);
+    if (!doc) return {};
+    std::string found;
+    int collected = 0;
+    try {
+        for (int page = pageStart; page <= pageEnd && collected <= PageWordStore::kLimit; ++page) {
+            streamPageWords(host_, *doc, page - 1, std::nullopt, [&](const Word& word) {
+                if (++collected > PageWordStore::kLimit) return false;
+                if (within(word.v, vertStart, vertEnd) && within(word.h, horizStart, horizEnd)) found += word.text;
+                return true;
+            });
+        }
+    } catch (const HostError& error) {
+        ui_.note("Abort!! Find Word Error message: " + error.text());
+        return {};
+    }
+    if (collected > PageWordStore::kLimit) {
+        ui_.note("Too many words on the page!");
+        return {};
+    }
+    return found;
+}
+
+}  // namespace vellira

@@ -1,0 +1,73 @@
+// FilenameComposer: the full path of the PDF a page range is written to.
+//
+// The path is the output folder, a prefix, a body chosen by the filename mode
+// and a postfix; prefix and postfix may hold macros ("[FILETITLE]",
+// "[PAGESTART]", "[YYYY]", "[POSh,v]", ...) that are expanded for each range.
+// The composer only builds names; whether the file exists is the extraction's
+// business.
+#pragma once
+
+#include "core/DocumentHost.h"
+#include "core/RunInterface.h"
+#include "core/SplitSettings.h"
+#include "core/Trace.h"
+
+#include <ctime>
+#include <string>
+#include <string_view>
+
+namespace vellira {
+
+// The range being named: 0-based inclusive pages and the document's page count.
+struct NameRange {
+    int start = 0;
+    int end = 0;
+    int totalPages = 0;
+};
+
+class FilenameComposer {
+public:
+    FilenameComposer(const SplitSettings& settings, DocumentHost& host, RunInterface& ui, Trace& trace)
+        : settings_(settings), host_(host), ui_(ui), trace_(trace) {}
+
+    // Run-wide: the time stamp every date macro of the run shows, and the
+    // counter of "Sequential Number", which runs on across the run's files.
+    std::tm runTime{};
+    long sequence = 0;
+    // Set once a name-after-text mode has composed a name: from then on the
+    // match engine looks for the "use as filename" text.
+    bool nameTextUsed = false;
+
+    // The output path for a range named by `capture`. `szOutFilenameLine` is
+    // cleaned and cut in place; the "take rest of line" modes use it as the
+    // body. An unknown filename mode answers the previous path.
+    const std::string& AquireFilename(std::string_view capture, std::string& szOutFilenameLine, const NameRange& range);
+
+    // The name text a capture gives: characters that cannot be in a file name
+    // (controls and < > : ? * " / \ |) dropped, at most 255 characters.
+    static std::string cleanName(std::string_view text);
+
+    // The words of the range inside the rectangle of the first "[POSh,v]" token
+    // of `text`: pages `firstPage`..`lastPage`, 1-based.
+    std::string GetPos(std::string_view text, int firstPage, int lastPage);
+    // The words of pages pageStart..pageEnd (1-based) of the current document
+    // whose position lies within the bounds (-1: no bound), joined without
+    // separator.
+    std::string GetDataFromPDF2(int horizStart, int horizEnd, int vertStart, int vertEnd, int pageStart, int pageEnd);
+
+private:
+    void expandMacros(std::string& text, std::string_view cleaned, const NameRange& range);
+    std::string cutBody(std::string text, bool stripEnd) const;
+
+    const SplitSettings& settings_;
+    DocumentHost& host_;
+    RunInterface& ui_;
+    Trace& trace_;
+    std::string result_;
+};
+
+// The title of a source file: its name without folder and without a final
+// ".pdf" (any case).
+std::string sourceTitle(std::string_view filename, bool* hadFolder = nullptr);
+
+}  // namespace vellira

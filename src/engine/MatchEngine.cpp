@@ -1,0 +1,275 @@
+// The match engine: every word of a scanned page, in reading order, tested
+// against the search text (or start position), the "use as filename" text and
+// the until text, with the capture of the words that name a range.
+#include "engine/SplitEngine.h"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <cctype>
+#include <climits>
+
+namespace vellira {
+
+namespace {
+
+constexpr std::size_t kMaxLineChars = 1023;
+
+// Printable, but neither letter, digit nor blank.
+bool isPunctuation(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte > 0x20 && byte < 0x7F && !std::isalnum(byte);
+}
+
+void appendLimited(std::string& line, std::string_view text) {
+    const std::size_t room = kMaxLineChars - std::min(kMaxLineChars, characterCount(line));
+    line += firstCharacters(text, room);
+}
+
+// Case folding of one character of `text` from `at`; answers the folded code
+// points in `out` and moves `at` on.
+int foldNext(std::string_view text, std::size_t& at, utf8proc_int32_t (&out)[8]) {
+    utf8proc_int32_t code = 0;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data() + at);
+    const utf8proc_ssize_t used = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size() - at), &code);
+    if (used <= 0) {
+        // Not UTF-8: compare the byte as it stands.
+        out[0] = static_cast<unsigned char>(text[at++]) | 0x110000;
+        return 1;
+    }
+    at += static_cast<std::size_t>(used);
+    int boundary = 0;
+    const utf8proc_ssize_t count = utf8proc_decompose_char(code, out, 8, UTF8PROC_CASEFOLD, &boundary);
+    if (count <= 0 || count > 8) {
+        out[0] = code;
+        return 1;
+    }
+    return static_cast<int>(count);
+}
+
+}  // namespace
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    if (a == b) return true;
+    utf8proc_int32_t foldedA[8], foldedB[8];
+    int countA = 0, countB = 0, nextA = 0, nextB = 0;
+    std::size_t atA = 0, atB = 0;
+    for (;;) {
+        if (nextA == countA && atA < a.size()) countA = foldNext(a, atA, foldedA), nextA = 0;
+        if (nextB == countB && atB < b.size()) countB = foldNext(b, atB, foldedB), nextB = 0;
+        const bool endA = nextA == countA, endB = nextB == countB;
+        if (endA || endB) return endA && endB;
+        if (foldedA[nextA++] != foldedB[nextB++]) return false;
+    }
+}
+
+void RecentWords::clear() {
+    for (auto& slot : slots_) slot.clear();
+    joined_.clear();
+}
+
+const std::string& RecentWords::add(std::string_view word, int count) {
+    const int n = std::clamp(count, 1, kMaxSearchWords);
+    int free = 0;
+    while (free < n && !slots_[free].empty()) ++free;
+    if (free == n) {
+        std::rotate(slots_.begin(), slots_.begin() + 1, slots_.begin() + n);
+        free = n - 1;
+    }
+    slots_[free].assign(word);
+    joined_.clear();
+    for (int i = 0; i < n; ++i) {
+        if (i) joined_ += ' ';
+        joined_ += slots_[i];
+    }
+    return joined_;
+}
+
+PositionSpec parsePosition(std::string_view text) {
+    PositionSpec spec;
+    spec.lo = spec.hi = spec.alt = leadingInteger(text);
+    if (text.size() > 1) {
+        if (const auto dash = text.find('-', 1); dash != std::string_view::npos)
+            spec.hi = leadingInteger(text.substr(dash + 1));
+        if (const auto bar = text.find('|', 1); bar != std::string_view::npos)
+            spec.alt = leadingInteger(text.substr(bar + 1));
+    }
+    return spec;
+}
+
+bool startPositionPasses(const PositionSpec& h, const PositionSpec& v, int wordH, int wordV, std::size_t chars) {
+    const auto length = static_cast<long long>(chars);
+    if ((v.lo <= wordV && wordV <= v.hi) || wordV == v.alt) {
+        if ((h.lo <= wordH && wordH <= h.hi) || wordH == h.alt) return true;
+    }
+    return (wordV == v.lo && h.lo < 0 && length == -static_cast<long long>(h.lo)) ||
+           (v.lo < 0 && wordH == h.lo && length == -static_cast<long long>(v.lo)) || (wordV == v.lo && h.lo == 0) ||
+           (v.lo == 0 && wordH == h.lo);
+}
+
+bool untilPositionPasses(int untilH, int untilV, int wordH, int wordV, std::size_t chars) {
+    const auto length = static_cast<long long>(chars);
+    return (wordV == untilV && wordH == untilH) ||
+           (wordV == untilV && untilH < 0 && length == -static_cast<long long>(untilH)) ||
+           (untilV < 0 && wordH == untilH && length == -static_cast<long long>(untilV)) ||
+           (wordV == untilV && untilH == 0) || (untilV == 0 && wordH == untilH);
+}
+
+int SplitEngine::lineCoordinate(int h, int v) const {
+    const bool vertical = settings.ROTATED || pageRotation_ == 90 || pageRotation_ == 270;
+    return vertical ? h : v;
+}
+
+bool SplitEngine::textMatches(std::string_view wanted, int words, const std::string& single,
+                              const std::string& multi) const {
+    if (wanted.empty()) return false;
+    if ((words <= 1 && wanted == single) || (words > 1 && wanted == multi)) return true;
+    if (!settings.IGNORECASE) return false;
+    return (words <= 1 && equalsIgnoringCase(wanted, single)) || (words > 1 && equalsIgnoringCase(wanted, multi));
+}
+
+std::string SplitEngine::nameFor(const std::string& capture) {
+    const bool restOfLine = settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
+    return FilenameComposer::cleanName(restOfLine ? doc.szOutFilenameLine : capture);
+}
+
+void SplitEngine::captureLineWord(const Word& word, bool nextPageLine) {
+    const long limit = settings.TAKENWORDSFORFILENAME;
+    if (++match.lLineWordCount > limit) return;
+    const std::string_view text = match.wdbuf;
+    const bool firstCharStop = !settings.FIRSTCHAROFWORD.empty() && text.starts_with(settings.FIRSTCHAROFWORD);
+    const bool columnStop = settings.UNTILHHPOSLESSTHAN != 0 && word.h >= settings.UNTILHHPOSLESSTHAN;
+    if (firstCharStop || columnStop) {
+        match.lLineWordCount = limit == LONG_MAX ? limit : limit + 1;
+        return;
+    }
+    std::string& line = doc.szOutFilenameLine;
+    const std::string& between = settings.ADDBWORDS;
+    const bool endsInPunctuation = !line.empty() && isPunctuation(line.back()) && line.back() != ':';
+    if (nextPageLine && between == "*") {
+        // On the next page's line "*" stands for a blank, kept out of
+        // "(x" and before a comma.
+        const bool noBlank =
+            line.empty() || line.back() == '(' || (text == "," && !(isPunctuation(line.back()) && line.back() != ','));
+        if (!noBlank) appendLimited(line, " ");
+    } else if (!between.empty() && !line.empty() && !endsInPunctuation) {
+        appendLimited(line, between);
+    }
+    appendLimited(line, text);
+}
+
+bool SplitEngine::onWord(const Word& word) {
+    if (doc.bStopScan) return false;
+    const int mode = run.lAquireType;
+    match.wdbuf.assign(word.text);
+    match.multiBuf.clear();
+    match.multiEndBuf.clear();
+    match.multiFilenameBuf.clear();
+    if (run.lExtractOnCharsNumWords > 1) match.multiBuf = match.onRing.add(word.text, run.lExtractOnCharsNumWords);
+    if (run.lExtractUntilCharsNumWords > 1)
+        match.multiEndBuf = match.untilRing.add(word.text, run.lExtractUntilCharsNumWords);
+    if (run.lExtractFilenameNumWords > 1)
+        match.multiFilenameBuf = match.filenameRing.add(word.text, run.lExtractFilenameNumWords);
+    const int line = lineCoordinate(word.h, word.v);
+
+    // The word after a match: its range starts on this word's page, and it
+    // may start the capture of the name.
+    if (match.bMatch) {
+        doc.lStartPage = word.page;
+        if (!match.bFileMatch && settings.EXTRACT != kFilenameModes[3]) {
+            doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
+            if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());
+            const auto filenameMode = filenameModeOrdinal(settings.EXTRACT).value_or(-1);
+            if (filenameMode >= 5 && filenameMode <= 7) composer.nameTextUsed = true;
+            if (filenameMode == 6 || filenameMode == 7) {
+                // A new line capture starts from nothing.
+                doc.szOutFilenameLine.clear();
+                match.bConcatLine2 = false;
+                match.bConcatLine = true;
+                match.lLineCoord = line;
+            }
+        }
+    }
+    if (match.bFileMatch && match.bFirstFileMatch) {
+        match.bFirstFileMatch = false;
+        doc.g_szBuf = match.wdbuf;
+        doc.szOutFilenameLine.clear();
+        match.bConcatLine = true;
+        match.lLineCoord = line;
+    }
+
+    if (match.bConcatLine) {
+        if (line == match.lLineCoord)
+            captureLineWord(word, false);
+        else
+            match.lLineWordCount = 0;
+    }
+    if (match.bConcatLine2) {
+        if (match.lLineCoord == -1 && match.wdbuf != " ") match.lLineCoord = line;
+        if (line == match.lLineCoord)
+            captureLineWord(word, true);
+        else
+            match.lLineWordCount = 0;
+    }
+    match.bMatch = false;
+    match.bFileMatch = false;
+
+    if (composer.nameTextUsed && !settings.EXTRACTFILENAME.empty()) {
+        const auto& wanted = settings.EXTRACTFILENAME;
+        match.bFileMatch =
+            wanted == match.wdbuf || (run.lExtractFilenameNumWords > 1 && wanted == match.multiFilenameBuf);
+    }
+
+    const bool positionMode = mode == e_from_to_next_position || mode == e_from_to_nextu_position ||
+                              (mode == e_from_to_until_position && !match.fromMatchUntilPos);
+    if (!positionMode) {
+        if (textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.multiBuf)) {
+            const bool waitingForUntil = (mode == e_from_to_until && match.fromMatchUntil) ||
+                                         (mode == e_from_to_until_position && match.fromMatchUntilPos);
+            if (!waitingForUntil) {
+                startMatch(word.page);
+                match.bMatch = true;
+                match.fromMatchUntil = true;
+                if (view_ == ScanView::ShowHighlights) highlight(word);
+            }
+        }
+    } else {
+        const bool textPasses =
+            settings.FINDSTRING.empty() ||
+            textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.multiBuf);
+        if (textPasses && startPositionPasses(parsePosition(settings.MATCHPOSH), parsePosition(settings.MATCHPOSV),
+                                              word.h, word.v, characterCount(match.wdbuf))) {
+            if (run.trace.on())
+                run.trace.write("matched blh=%d,horiz=%d\tblv=%d,vert=%d\r\n", leadingInteger(settings.MATCHPOSH),
+                                word.h, leadingInteger(settings.MATCHPOSV), word.v);
+            startMatch(word.page);
+            doc.szOutFilenameLine = match.wdbuf;
+            if (settings.EXTRACT == kFilenameModes[3]) doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
+            if (settings.FINDSTRING.empty()) match.lastPositionWord = match.wdbuf;
+            match.bMatch = true;
+            match.fromMatchUntil = false;
+            match.fromMatchUntilPos = true;
+            if (view_ == ScanView::ShowHighlights) highlight(word);
+        }
+    }
+
+    if ((mode == e_from_to_until || mode == e_from_to_until_position) &&
+        textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords, match.wdbuf, match.multiEndBuf)) {
+        if (run.trace.on()) run.trace.write("checkend -  fromMatchUntil: %d\r\n", match.fromMatchUntil ? 1 : 0);
+        if (mode == e_from_to_until && match.fromMatchUntil) {
+            untilMatch(word.page);
+            match.fromMatchUntil = false;
+            match.bMatch = false;
+        } else if (mode == e_from_to_until_position && match.fromMatchUntilPos &&
+                   untilPositionPasses(settings.UNTILMATCHPOSH, settings.UNTILMATCHPOSV, word.h, word.v,
+                                       characterCount(match.wdbuf))) {
+            untilMatch(word.page);
+            match.fromMatchUntilPos = false;
+            match.bMatch = false;
+            match.fromMatchUntil = false;
+        }
+    }
+    return !doc.bStopScan;
+}
+
+}  // namespace vellira

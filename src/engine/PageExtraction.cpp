@@ -1,0 +1,186 @@
+// Writing one page range: a new PDF of the source's pages (or a split list
+// line), its report lines, its e-mail entry, and the save that never leaves a
+// half-written file behind.
+#include "engine/SplitEngine.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+namespace vellira {
+
+namespace {
+
+constexpr int kReopenEvery = 101;
+constexpr int kReopenFromPages = 1001;
+
+// Whether a file is held by another program right now. Only a file that is
+// busy counts: a file that cannot be opened for any other reason is left to
+// the save, which reports why.
+bool fileInUse(const std::filesystem::path& path, bool forWriting) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) return false;
+    const int fd = ::open(path.c_str(), (forWriting ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+    if (fd >= 0) {
+        ::close(fd);
+        return false;
+    }
+    return errno == EBUSY || errno == ETXTBSY;
+}
+
+void waitWhileInUse(RunInterface& ui, const std::filesystem::path& path, bool forWriting) {
+    const char* waiting = forWriting ? "Waiting for file system to write to file: %s, file in use!"
+                                     : "Waiting for file system to open file: %s, file in use!";
+    while (fileInUse(path, forWriting)) {
+        ui.status(formatText(waiting, pathText(path).c_str()));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+}
+
+}  // namespace
+
+int SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
+    if (run.trace.on()) run.trace.write("SavePDDoc szPathName: %s\r\n\r\n", path.c_str());
+    std::string destination = path;
+    std::error_code ignored;
+    if (!run.overwrite && !settings.ALWAYSAPPEND && path.size() > 3 &&
+        std::filesystem::exists(host.makeHostPath(path), ignored)) {
+        for (int part = 2;; ++part) {
+            destination = formatText("%.*s_part%.3d.pdf", static_cast<int>(path.size() - 4), path.c_str(), part);
+            if (!std::filesystem::exists(host.makeHostPath(destination), ignored)) break;
+        }
+    }
+    const auto hostPath = host.makeHostPath(destination);
+    // Every level of a missing output folder; a folder that cannot be made
+    // fails the save below with the host's own words.
+    if (hostPath.has_parent_path()) std::filesystem::create_directories(hostPath.parent_path(), ignored);
+    waitWhileInUse(ui, hostPath, true);
+    try {
+        // The host writes beside the target and renames into place, so an
+        // existing file is replaced only by a complete one.
+        host.saveDocument(target, hostPath);
+        host.closeDocument(target);
+    } catch (const HostError& error) {
+        host.closeDocument(target);
+        ui.note("Abort!! Save Error message: " + error.text() + ", file: '" + destination + "'");
+        return 0;
+    }
+    if (run.trace.on()) run.trace.write("SavePDDoc return 1\n");
+    return 1;
+}
+
+int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
+    start += settings.offsetFirstWorking;
+    composer.nameTextUsed = false;
+    match.bFirstFileMatch = true;
+    if (ui.cancelled()) return 0;
+
+    const auto view = host.activeViewDocument();
+    if (!view) {
+        if (run.trace.on()) run.trace.write("CurrentAVDoc error\r\n");
+        return 0xFFFF;
+    }
+    DocHandle source;
+    try {
+        source = host.documentOfView(*view);
+    } catch (const HostError& error) {
+        ui.note("AVDocGetPDDoc Abort!! Error message: " + error.text());
+    }
+    if (!source) {
+        if (run.trace.on()) run.trace.write("CurrentPDDoc error\r\n");
+        return 0xFFFE;
+    }
+    ++doc.extractCnt;
+
+    int result = 1;
+    if (!run.g_createList) {
+        const auto hostPath = host.makeHostPath(outFile);
+        std::error_code ignored;
+        const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
+        DocHandle target;
+        try {
+            target = host.createDocument();
+            if (append) {
+                const DocHandle old = host.openDocumentUnseen(hostPath);
+                try {
+                    host.insertPages(target, old, 0, host.pageCount(old), settings.KEEPBOOKMARKS != 0);
+                } catch (const HostError&) {
+                    host.closeDocument(old);
+                    throw;
+                }
+                host.closeDocument(old);
+            }
+        } catch (const HostError& error) {
+            if (target) host.closeDocument(target);
+            ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
+            return 0;
+        }
+        try {
+            host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
+        } catch (const HostError& error) {
+            ui.note("Extract Pages Abort!! Error message: " + error.text());
+        }
+        result = SavePDDoc(target, outFile);
+        waitWhileInUse(ui, hostPath, false);
+    } else {
+        int sourcePages = 0;
+        try {
+            sourcePages = host.pageCount(source);
+        } catch (const HostError&) {
+            sourcePages = doc.totalPages;
+        }
+        run.splitList.line(settings.FILENAME, start + 1, end + 1, sourcePages, outFile, settings.KEEPBOOKMARKS != 0);
+    }
+
+    // A range that continues the one before under the same name replaces
+    // that range's report lines.
+    const int mode = run.lAquireType;
+    const bool restOfLine = settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
+    if ((mode == e_from_to_nextu_position || (mode == e_from_to_nextu && restOfLine)) &&
+        (doc.g_szBuf == doc.g_szLastBuf2 || doc.szOutFilenameLine == doc.g_szLastBuf2)) {
+        doc.reports.takeBack();
+        if (doc.outputFiles > 0) --doc.outputFiles;
+        if (doc.rangesSinceReopen > 0) --doc.rangesSinceReopen;
+        if (restOfLine) {
+            const std::string line = FilenameComposer::cleanName(doc.szOutFilenameLine);
+            if (!line.empty()) doc.g_szBuf = line;
+        }
+    }
+    doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
+
+    if (settings.EMAILENABLE) {
+        auto known = std::find_if(doc.mailList.begin(), doc.mailList.end(),
+                                  [&](const MailRange& entry) { return entry.path == outFile; });
+        if (known != doc.mailList.end())
+            known->last = end + 1;
+        else
+            doc.mailList.push_back({outFile, start + 1, end + 1});
+    }
+    ++doc.outputFiles;
+    ++doc.ranges;
+    ++doc.rangesSinceReopen;
+    if (doc.rangesSinceReopen >= kReopenEvery && doc.totalPages >= kReopenFromPages) reopenSource();
+    ui.progress({settings.FILENAME, end + 1, doc.totalPages, doc.outputFiles});
+    return result;
+}
+
+// A long run on a very large source reopens it every hundred ranges, so the
+// memory of the pages read so far is given back.
+void SplitEngine::reopenSource() {
+    const std::string path = host.filePath(doc.source);
+    try {
+        host.closeDocument(doc.source);
+        doc.source = host.openDocument(host.makeHostPath(path));
+    } catch (const HostError&) {
+        doc.source = {};
+        ui.note("Error opening active doc");
+        doc.bStopScan = true;
+        return;
+    }
+    doc.rangesSinceReopen = 1;
+}
+
+}  // namespace vellira

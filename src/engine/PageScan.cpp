@@ -1,0 +1,199 @@
+// The page scan: the pages of one document in order, every word into the
+// match engine, and the range rules that turn start and until matches into
+// page ranges.
+#include "engine/SplitEngine.h"
+
+#include <algorithm>
+
+namespace vellira {
+
+namespace {
+
+constexpr std::string_view kNoMatches =
+    "No matches found,\r\nplease note: word searching is case sensitive & must contain the full word";
+
+}  // namespace
+
+SplitEngine::SplitEngine(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_, RunState& run_)
+    : host(host_), ui(ui_), settings(settings_), run(run_), composer(settings_, host_, ui_, run_.trace) {}
+
+bool SplitEngine::beginRun(const std::tm& now) {
+    const auto mode = extractModeOrdinal(settings.PAGEEXTRACT);
+    if (!mode) {
+        ui.note("Unknown split mode: \"" + settings.PAGEEXTRACT + "\"");
+        return false;
+    }
+    run.lAquireType = *mode;
+    run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
+    run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
+    run.lExtractFilenameNumWords = countSearchWords(settings.EXTRACTFILENAME);
+    for (const auto& [text, words] : {std::pair{&settings.FINDSTRING, run.lExtractOnCharsNumWords},
+                                      {&settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords},
+                                      {&settings.EXTRACTFILENAME, run.lExtractFilenameNumWords}}) {
+        if (words > kMaxSearchWords) {
+            ui.note("The search text \"" + *text + "\" has " + std::to_string(words) + " words; at most " +
+                    std::to_string(kMaxSearchWords) + " can be matched.");
+            return false;
+        }
+    }
+    run.g_createList = settings.CREATELIST != 0;
+    composer.runTime = now;
+    composer.sequence = 0;
+    match = MatchState{};
+    return true;
+}
+
+void SplitEngine::beginDocument() {
+    doc = DocumentState{};
+    composer.nameTextUsed = false;
+}
+
+void SplitEngine::highlight(const Word& word) {
+    ui.highlight(word.page, word.text, word.number);
+    ++doc.highlightCount;
+    if (!ui.question("Show next highlight")) doc.bStopScan = true;
+}
+
+void SplitEngine::extractNamed(const std::string& capture, const char* letter) {
+    const std::string path =
+        composer.AquireFilename(capture, doc.szOutFilenameLine, {doc.lStartPage, doc.lEndPage, doc.totalPages});
+    if (run.trace.on())
+        run.trace.write("%s ExtractPages: %s, start: %d, end: %d\r\n", letter, path.c_str(), doc.lStartPage,
+                        doc.lEndPage);
+    ExtractPages(path, doc.lStartPage, doc.lEndPage);
+}
+
+void SplitEngine::uniqueRule(const char* same, const char* fresh) {
+    doc.g_szBuf = nameFor(doc.g_szBuf);
+    const bool continues =
+        doc.lUniqueStartPage >= 0 && (doc.g_szBuf == doc.g_szLastBuf2 || doc.szOutFilenameLine == doc.g_szLastBuf2);
+    if (continues) {
+        // Same name as the range before: that output is written again with
+        // the pages of both.
+        doc.lStartPage = doc.lUniqueStartPage;
+        extractNamed(doc.g_szBuf, same);
+    } else {
+        doc.lUniqueStartPage = doc.lStartPage;
+        extractNamed(doc.g_szBuf, fresh);
+        doc.lStartPage = -1;
+    }
+}
+
+void SplitEngine::startMatch(int page) {
+    if (doc.lStartPage < 0) return;
+    doc.lEndPage = std::max(page - 1, doc.lStartPage);
+    if (view_ != ScanView::Split) return;
+    const int mode = run.lAquireType;
+    if (mode == e_from_to_nextu || mode == e_from_to_nextu_position) {
+        if (mode == e_from_to_nextu)
+            uniqueRule("i)", "h)");
+        else
+            uniqueRule("f)", "e)");
+        doc.g_szLastBuf2 = doc.g_szBuf;
+        return;
+    }
+    if (mode == e_matched_page) doc.lEndPage = doc.lStartPage;
+    const bool position = mode == e_from_to_next_position || mode == e_from_to_until_position;
+    extractNamed(doc.g_szBuf, position ? "g)" : "j)");
+    doc.lStartPage = -1;
+}
+
+void SplitEngine::untilMatch(int page) {
+    if (doc.lStartPage < 0) return;
+    if (run.lAquireType == e_from_to_until) {
+        // The page of the until text belongs to the range...
+        if (run.trace.on()) run.trace.write("fromMatchUntil = true\r\n");
+        doc.lEndPage = std::max(page, doc.lStartPage);
+        if (run.trace.on()) run.trace.write("AquireFilename 4 g_szBuf: %s\r\nExtractPages 5\r\n", doc.g_szBuf.c_str());
+        if (view_ == ScanView::Split) extractNamed(doc.g_szBuf, "n)");
+    } else {
+        // ...but not with the until position, which ends the range before it.
+        doc.lEndPage = std::max(page - 1, doc.lStartPage);
+        if (view_ == ScanView::Split) extractNamed(doc.g_szBuf, "k)");
+        doc.g_szLastBuf2 = doc.g_szBuf;
+        if (run.trace.on()) run.trace.write("copy4 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
+    }
+    doc.lStartPage = -1;
+}
+
+int SplitEngine::scan(ScanView view) {
+    view_ = view;
+    const int mode = run.lAquireType;
+    if (mode >= e_bookmarks) {
+        // Bookmark modes cut at the outline, not at words.
+        if (view == ScanView::ShowHighlights) ui.note("Sorry can't show with bookmarks, can extract only");
+        return 1;
+    }
+    match.onRing.clear();
+    doc.bStopScan = false;
+    doc.lStartPage = doc.lEndPage = -1;
+    doc.extractCnt = doc.outputFiles = doc.ranges = doc.rangesSinceReopen = 0;
+    settings.offsetFirstWorking = settings.OFFSETFIRST;
+
+    const auto source = wordFinderDocument(host, ui);
+    if (!source) return 0;
+    doc.source = *source;
+    int pages = 0;
+    try {
+        pages = host.pageCount(doc.source);
+    } catch (const HostError& error) {
+        ui.note("Abort!! Find Word Error message: " + error.text());
+        return 0;
+    }
+    doc.totalPages = pages;
+    int last = pages;
+    if (settings.TOPAGE < 0 && pages + settings.TOPAGE > 0)
+        last = pages + settings.TOPAGE;
+    else if (settings.TOPAGE > 0)
+        last = settings.TOPAGE;  // not limited to the page count: missing pages fail as the host says
+    const int first = std::max(settings.STARTFROMPAGE - 1, 0);
+    const auto limit = streamedWordLimit(settings.TAKENCHARSFORFILENAME);
+
+    for (int page = first; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
+        match.lLineWordCount = 0;
+        if (run.trace.on()) run.trace.write("Processing PageNum: %d\r\n", page);
+        match.bConcatLine2 = false;
+        if (match.bConcatLine) {
+            match.bConcatLine = false;
+            if (settings.EXTRACT == kFilenameModes[7]) {
+                match.bConcatLine2 = true;
+                match.lLineCoord = -1;
+                doc.szOutFilenameLine += '_';
+            }
+        }
+        if (run.trace.on()) run.trace.write("------ Scanning page: %d out of %d\r\n", page + 1, last - first);
+        ui.progress({settings.FILENAME, page + 1, pages, doc.outputFiles});
+        try {
+            pageRotation_ = page < pages ? host.pageRotation(doc.source, page) : 0;
+            streamPageWords(host, doc.source, page, limit, [this](const Word& word) { return onWord(word); });
+        } catch (const HostError& error) {
+            ui.note("Abort!! Find Word Error message: " + error.text());
+            return 0;
+        }
+    }
+
+    if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
+    if (doc.lStartPage >= 0 && view == ScanView::Split) {
+        doc.lEndPage = std::max(last - 1, doc.lStartPage);
+        if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.lastPositionWord;
+        if (last - 1 == 0 && run.lAquireType == e_from_to_nextu) run.lAquireType = e_from_to_next;
+        const int closing = run.lAquireType;
+        if (closing == e_from_to_nextu || closing == e_from_to_nextu_position) {
+            uniqueRule("a)", "b)");
+            doc.g_szLastBuf2 = doc.g_szBuf;
+            if (run.trace.on()) run.trace.write("copy1 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
+        } else if (closing == e_from_to_next_position && !doc.szOutFilenameLine.empty()) {
+            doc.g_szBuf = FilenameComposer::cleanName(doc.szOutFilenameLine);
+            extractNamed(doc.g_szBuf, "c)");
+        } else {
+            if (closing == e_matched_page) doc.lEndPage = doc.lStartPage;
+            extractNamed(doc.g_szBuf, "d)");
+            doc.lStartPage = -1;
+        }
+    }
+    if (view == ScanView::ShowHighlights && !doc.bStopScan && !ui.cancelled())
+        ui.note(doc.highlightCount > 0 ? std::string_view("No more matches found.") : kNoMatches);
+    return 1;
+}
+
+}  // namespace vellira
