@@ -1,41 +1,18 @@
 // Runs the real vellira-batch program and checks what a user sees.
 #include "fixtures/PdfFixture.h"
-#include "support/Files.h"
-#include "support/TempDir.h"
+#include "support/RunProgram.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <array>
-#include <cstdio>
 #include <fstream>
-#include <sstream>
 
 namespace vellira {
 namespace {
 
-struct Result {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
 using testing::readFile;
 
-// Runs vellira-batch with TMPDIR pointing into `dir`.
-Result run(const testing::TempDir& dir, const std::string& arguments) {
-    const auto errPath = dir / "stderr.txt";
-    const std::string command = "TMPDIR='" + (dir / "tmp").string() + "' '" VELLIRA_BATCH_EXE "' " + arguments +
-                                " 2>'" + errPath.string() + "'";
-    std::filesystem::create_directories(dir / "tmp");
-    Result result;
-    FILE* pipe = popen(command.c_str(), "r");
-    std::array<char, 4096> buffer;
-    for (std::size_t n; (n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) result.out.append(buffer.data(), n);
-    const int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.err = readFile(errPath);
-    return result;
+testing::ProgramResult run(const testing::TempDir& dir, const std::string& arguments) {
+    return testing::runProgram(dir, arguments);
 }
 
 TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPosition) {
