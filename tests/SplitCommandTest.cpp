@@ -1,1 +1,189 @@
-// placeholder
+// The split and show commands as a user runs them on a real PDF.
+#include "core/DocumentHost.h"
+#include "fixtures/PdfFixture.h"
+#include "host/MupdfHost.h"
+#include "support/RunProgram.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <regex>
+
+namespace vellira {
+namespace {
+
+using testing::quoted;
+using testing::readFile;
+using testing::runProgram;
+
+// Ten pages; "account:" and a customer number open pages 1, 4 and 9.
+std::filesystem::path writeTenPages(const testing::TempDir& dir) {
+    fixtures::Document document;
+    for (int page = 1; page <= 10; ++page) {
+        std::vector<std::string> lines;
+        if (page == 1 || page == 4 || page == 9) lines.push_back("account: C" + std::to_string(page * 100));
+        lines.push_back("Statement page p" + std::to_string(page));
+        document.pages.push_back(fixtures::textPage(lines));
+    }
+    const auto pdf = dir / "run.pdf";
+    fixtures::writePdf(document, pdf);
+    return pdf;
+}
+
+// The page markers ("p1", "p2", ...) of a PDF, in page order.
+std::vector<std::string> pageMarkers(const std::filesystem::path& pdf) {
+    MupdfHost host;
+    const DocHandle doc = host.openDocument(pdf);
+    std::vector<std::string> markers;
+    for (int page = 0; page < host.pageCount(doc); ++page) {
+        host.enumerateWords(doc, page, [&](const HostWord& word) {
+            if (word.text.size() > 1 && word.text[0] == 'p' && std::isdigit(static_cast<unsigned char>(word.text[1])))
+                markers.emplace_back(word.text);
+            return true;
+        });
+    }
+    return markers;
+}
+
+// Report text with the run's date and time masked.
+std::string masked(std::string text) {
+    text = std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d)"), "MM/DD/YY");
+    return std::regex_replace(text, std::regex(R"(\d\d:\d\d:\d\d)"), "hh:mm:ss");
+}
+
+TEST(SplitCommand, CutsAtEachMatchNamesByTheNextWordAndReports) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    const auto out = dir / "out";
+    const auto result = runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) +
+                                            " --set REPORTOPTIONSTXT=1 --set REPORTOPTIONSCSV=1 " + quoted(pdf));
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "Done\t" + pdf.string() + "\n");
+    EXPECT_EQ(result.err, "");
+
+    const std::vector<std::pair<std::string, std::vector<std::string>>> expected = {
+        {"extract_C100.pdf", {"p1", "p2", "p3"}},
+        {"extract_C400.pdf", {"p4", "p5", "p6", "p7", "p8"}},
+        {"extract_C900.pdf", {"p9", "p10"}},
+    };
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(out)) {
+        ++files;
+        EXPECT_TRUE(entry.is_regular_file()) << entry.path();
+    }
+    EXPECT_EQ(files, expected.size());
+    for (const auto& [name, markers] : expected) EXPECT_EQ(pageMarkers(out / name), markers) << name;
+
+    const std::string o = out.string() + "/";
+    EXPECT_EQ(masked(readFile(pdf.string() + "_report.txt")),
+              "\t\t\t\tVellira v4.01 Report\t\t\tMM/DD/YY hh:mm:ss\r\n\r\n"
+              "\tPDF Filename: " +
+                  pdf.string() +
+                  "\r\n\tFind: account:\r\n\r\n"
+                  "Page: 1  - 3 \tC100                          \tOutput file:" +
+                  o +
+                  "extract_C100.pdf\r\n"
+                  "Page: 4  - 8 \tC400                          \tOutput file:" +
+                  o +
+                  "extract_C400.pdf\r\n"
+                  "Page: 9  - 10\tC900                          \tOutput file:" +
+                  o + "extract_C900.pdf\r\n\r\n\t3 PDF file(s)\r\n");
+    EXPECT_EQ(masked(readFile(pdf.string() + "_report.csv")),
+              "Vellira Batch v4.01 Report,,MM/DD/YY,hh:mm:ss\r\n\r\n"
+              "PDF Filename:," +
+                  pdf.string() +
+                  "\r\nFind:,account:\r\n\r\n"
+                  "Start Page,End Page,Matched,Output File\r\n"
+                  "1 ,3 ,C100                          ," +
+                  o +
+                  "extract_C100.pdf\r\n"
+                  "4 ,8 ,C400                          ," +
+                  o +
+                  "extract_C400.pdf\r\n"
+                  "9 ,10,C900                          ," +
+                  o + "extract_C900.pdf\r\n\r\n,3, PDF file(s)\r\n");
+
+    const auto shown = runProgram(dir, "show " + quoted(pdf));
+    EXPECT_EQ(shown.status, 0) << shown.err;
+    EXPECT_EQ(shown.out, "page 1: account:\npage 4: account:\npage 9: account:\n");
+    EXPECT_EQ(shown.err, "No more matches found.\n");
+}
+
+TEST(SplitCommand, EveryRowGetsItsStatusAndTheRunGoesOn) {
+    testing::TempDir dir;
+    const auto good = writeTenPages(dir);
+    std::ofstream(dir / "damaged.pdf") << "%PDF-1.4\nthis is not a PDF at all\n";
+    fixtures::Document locked{{fixtures::textPage({"account: X1"})}, {}, "secret"};
+    fixtures::writePdf(locked, dir / "locked.pdf");
+    const auto out = dir / "out";
+
+    const auto result =
+        runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") + " " +
+                            quoted(dir / "damaged.pdf") + " " + quoted(dir / "locked.pdf") + " " + quoted(good));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "file error\t" + (dir / "missing.pdf").string() + "\nCan't open\t" +
+                              (dir / "damaged.pdf").string() + "\nPermissions error\t" + (dir / "locked.pdf").string() +
+                              "\nDone\t" + good.string() + "\n");
+    EXPECT_EQ(result.err, "Done, some errors occurred.\n");
+    EXPECT_TRUE(std::filesystem::exists(out / "extract_C900.pdf"));
+
+    // A missing file alone is not an error of the run's PDFs.
+    const auto missingOnly = runProgram(
+        dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") + " " + quoted(good));
+    EXPECT_EQ(missingOnly.status, 1);
+    EXPECT_EQ(missingOnly.err, "");
+}
+
+TEST(SplitCommand, RefusesWhatCannotRun) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    const auto out = dir / "out";
+    struct Case {
+        std::string arguments;
+        int status;
+        std::string err;  // what standard error must contain
+    } const cases[] = {
+        {"split --set NOSUCHKEY=1 " + quoted(pdf), 2, "NOSUCHKEY"},
+        {"split --set FINDSTRING " + quoted(pdf), 2, "KEY=VALUE"},
+        {"split --set 'FINDSTRING=account: C100' --set 'PAGEEXTRACT=From match to next match using position h,v' " +
+             quoted(pdf),
+         1, "When using h,v position only one word is allowed in search, that word is the position\n"},
+        {"split --set 'FINDSTRING=a b c d e f g h i j k l m n o p q r s t u' " + quoted(pdf), 1, "at most 20"},
+        {"split", 1,
+         "Please add files to batch list to process or load a pdf and check use current to process a single pdf\n"},
+        {"show --set 'PAGEEXTRACT=Bookmarks' " + quoted(pdf), 0, "Sorry can't show with bookmarks, can extract only\n"},
+        {"show --set FINDSTRING=nowhere " + quoted(pdf), 0,
+         "No matches found,\r\nplease note: word searching is case sensitive & must contain the full word\n"},
+    };
+    for (const auto& c : cases) {
+        const auto result = runProgram(dir, c.arguments + " --set OUTPUTDIR=" + quoted(out));
+        EXPECT_EQ(result.status, c.status) << c.arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(c.err), std::string::npos) << c.arguments << "\n" << result.err;
+        EXPECT_FALSE(std::filesystem::exists(out)) << c.arguments;
+    }
+}
+
+TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    const auto out = dir / "out";
+    const auto result = runProgram(dir, "split --yes --set USECURRENT=1 --set FILENAME=" + quoted(pdf) +
+                                            " --set REPORTOPTIONSTXT=1 --set OUTPUTDIR=" + quoted(out));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err,
+              "Done! - 3 PDF file(s) output\r\n\r\nReport files have been generated, do you want to view text report "
+              "?\n(answered yes)\n" +
+                  pdf.string() + "_report.txt\n");
+
+    const auto none =
+        runProgram(dir, "split --set FINDSTRING=nowhere --set USECURRENT=1 --set FILENAME=" + quoted(pdf) +
+                            " --set OUTPUTDIR=" + quoted(dir / "none"));
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.err,
+              "Done! and no matches we're found!,\r\nplease note: word searching is case sensitive & must contain "
+              "the full word\n");
+}
+
+}  // namespace
+}  // namespace vellira
