@@ -66,8 +66,10 @@ public:
         auto& pages = doc(handle).pages;
         if (page < 0 || page >= static_cast<int>(pages.size()) || page == failOnPage)
             throw HostError(HostError::kSyntax, "cannot read page " + std::to_string(page + 1));
+        // A copy: the callback may close and reopen the document.
+        const ScriptedPage words = pages[page];
         std::uint16_t number = 0;
-        for (const auto& word : pages[page])
+        for (const auto& word : words)
             if (!onWord(HostWord{word.text, word.h, word.v, number++})) return;
     }
     BookmarkHandle bookmarkRoot(DocHandle handle) override { return {handle, 0}; }
