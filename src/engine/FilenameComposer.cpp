@@ -31,7 +31,7 @@ std::string dropLastCharacters(std::string_view text, std::size_t count) {
     return length <= count ? std::string() : std::string(firstCharacters(text, length - count));
 }
 
-// One bound of a "[POSh,v]" spec: "a" or "a-b" (a minus after the first
+// One bound of a "[POSh,v]" rectangle: "a" or "a-b" (a minus after the first
 // character starts b).
 std::pair<int, int> boundsOf(std::string_view text) {
     const int low = leadingInteger(text);
@@ -174,13 +174,13 @@ std::string FilenameComposer::GetPos(std::string_view text, int firstPage, int l
     if (open == std::string_view::npos) return {};
     const auto close = text.find(']', open);
     if (close == std::string_view::npos) return {};
-    const std::string_view spec = text.substr(open + 4, close - open - 4);
-    const auto comma = spec.size() > 1 ? spec.find(',', 1) : std::string_view::npos;
+    const std::string_view box = text.substr(open + 4, close - open - 4);
+    const auto comma = box.size() > 1 ? box.find(',', 1) : std::string_view::npos;
     if (comma == std::string_view::npos) return {};
-    const auto [horizStart, horizEnd] = boundsOf(spec.substr(0, comma));
-    const auto [vertStart, vertEnd] = boundsOf(spec.substr(comma + 1));
+    const auto [horizStart, horizEnd] = boundsOf(box.substr(0, comma));
+    const auto [vertStart, vertEnd] = boundsOf(box.substr(comma + 1));
     if (trace_.on())
-        trace_.write("GetPos pos: %s, szFilename: %s\r\n", std::string(spec).c_str(), settings_.FILENAME.c_str());
+        trace_.write("GetPos pos: %s, szFilename: %s\r\n", std::string(box).c_str(), settings_.FILENAME.c_str());
     std::string found = GetDataFromPDF2(horizStart, horizEnd, vertStart, vertEnd, firstPage, lastPage);
     if (trace_.on()) trace_.write("GetPos found: %s\r\n", found.c_str());
     return found;

@@ -86,15 +86,15 @@ const std::string& RecentWords::add(std::string_view word, int count) {
 }
 
 PositionSpec parsePosition(std::string_view text) {
-    PositionSpec spec;
-    spec.lo = spec.hi = spec.alt = leadingInteger(text);
+    PositionSpec position;
+    position.lo = position.hi = position.alt = leadingInteger(text);
     if (text.size() > 1) {
         if (const auto dash = text.find('-', 1); dash != std::string_view::npos)
-            spec.hi = leadingInteger(text.substr(dash + 1));
+            position.hi = leadingInteger(text.substr(dash + 1));
         if (const auto bar = text.find('|', 1); bar != std::string_view::npos)
-            spec.alt = leadingInteger(text.substr(bar + 1));
+            position.alt = leadingInteger(text.substr(bar + 1));
     }
-    return spec;
+    return position;
 }
 
 bool startPositionPasses(const PositionSpec& h, const PositionSpec& v, int wordH, int wordV, std::size_t chars) {
