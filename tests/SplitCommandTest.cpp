@@ -1,18 +1,17 @@
 // The split and show commands as a user runs them on a real PDF.
-#include "core/DocumentHost.h"
 #include "fixtures/PdfFixture.h"
-#include "host/MupdfHost.h"
+#include "support/OutputPdf.h"
 #include "support/RunProgram.h"
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <fstream>
 #include <regex>
 
 namespace vellira {
 namespace {
 
+using testing::pageMarkers;
 using testing::quoted;
 using testing::readFile;
 using testing::runProgram;
@@ -29,21 +28,6 @@ std::filesystem::path writeTenPages(const testing::TempDir& dir) {
     const auto pdf = dir / "run.pdf";
     fixtures::writePdf(document, pdf);
     return pdf;
-}
-
-// The page markers ("p1", "p2", ...) of a PDF, in page order.
-std::vector<std::string> pageMarkers(const std::filesystem::path& pdf) {
-    MupdfHost host;
-    const DocHandle doc = host.openDocument(pdf);
-    std::vector<std::string> markers;
-    for (int page = 0; page < host.pageCount(doc); ++page) {
-        host.enumerateWords(doc, page, [&](const HostWord& word) {
-            if (word.text.size() > 1 && word.text[0] == 'p' && std::isdigit(static_cast<unsigned char>(word.text[1])))
-                markers.emplace_back(word.text);
-            return true;
-        });
-    }
-    return markers;
 }
 
 // Report text with the run's date and time masked.

@@ -57,7 +57,7 @@ void SplitEngine::highlight(const Word& word) {
 void SplitEngine::extractNamed(const std::string& capture, const char* letter) {
     const std::string path =
         composer.AquireFilename(capture, doc.szOutFilenameLine, {doc.lStartPage, doc.lEndPage, doc.totalPages});
-    if (run.trace.on())
+    if (letter && run.trace.on())
         run.trace.write("%s ExtractPages: %s, start: %d, end: %d\r\n", letter, path.c_str(), doc.lStartPage,
                         doc.lEndPage);
     ExtractPages(path, doc.lStartPage, doc.lEndPage);
@@ -118,17 +118,20 @@ void SplitEngine::untilMatch(int page) {
 
 int SplitEngine::scan(ScanView view) {
     view_ = view;
-    const int mode = run.lAquireType;
-    if (mode >= e_bookmarks) {
-        // Bookmark modes cut at the outline, not at words.
-        if (view == ScanView::ShowHighlights) ui.note("Sorry can't show with bookmarks, can extract only");
-        return 1;
-    }
-    match.onRing.clear();
     doc.bStopScan = false;
     doc.lStartPage = doc.lEndPage = -1;
     doc.extractCnt = doc.outputFiles = doc.ranges = doc.rangesSinceReopen = 0;
     settings.offsetFirstWorking = settings.OFFSETFIRST;
+    const int mode = run.lAquireType;
+    if (mode >= e_bookmarks) {
+        // Bookmark modes cut at the outline, not at words.
+        if (view == ScanView::ShowHighlights) {
+            ui.note("Sorry can't show with bookmarks, can extract only");
+            return 1;
+        }
+        return splitAtBookmarks();
+    }
+    match.onRing.clear();
 
     const auto source = wordFinderDocument(host, ui);
     if (!source) return 0;

@@ -167,11 +167,16 @@ public:
     // Saves and closes `target` at `path`: 1 on success, 0 on failure.
     int SavePDDoc(DocHandle target, const std::string& path);
 
+    // Cuts the document in view at the pages its bookmarks point to.
+    int splitAtBookmarks();
+    // Names the range lStartPage..lEndPage from `capture` and writes it;
+    // `letter`, when given, tells the trace which rule closed it.
+    void extractNamed(const std::string& capture, const char* letter);
+
 private:
     void startMatch(int page);
     void untilMatch(int page);
     void uniqueRule(const char* same, const char* fresh);
-    void extractNamed(const std::string& capture, const char* letter);
     void highlight(const Word& word);
     void captureLineWord(const Word& word, bool nextPageLine);
     bool textMatches(std::string_view wanted, int words, const std::string& single, const std::string& multi) const;
