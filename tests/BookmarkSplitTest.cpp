@@ -86,7 +86,7 @@ TEST(BookmarkSplit, DeepTreesOddTitlesAndBookmarksThatNeverCut) {
                           {{"Part 1/2: Scope?",
                             4,
                             Destination::Explicit,
-                            {{"L3",
+                            {{"Überblick",
                               5,
                               Destination::Explicit,
                               {{"L4", 6, Destination::Named, {{"L5", 8, Destination::GoToAction, {}}}}}}}},
