@@ -6,6 +6,14 @@ std::filesystem::path DocumentHost::makeHostPath(std::string_view text) const {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
+DocHandle DocumentHost::reopenDocument(DocHandle doc) {
+    const auto view = activeViewDocument();
+    const bool current = view && documentOfView(*view) == doc;
+    const auto path = makeHostPath(filePath(doc));
+    closeDocument(doc);
+    return current ? openDocument(path) : openDocumentUnseen(path);
+}
+
 std::string DocumentHost::errorText(int code) const {
     switch (code) {
         case HostError::kSyntax: return "syntax error in file";

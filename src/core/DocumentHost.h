@@ -107,6 +107,10 @@ public:
     virtual void saveDocument(DocHandle doc, const std::filesystem::path& path) = 0;
     // Releases a document; closing the current document leaves none current.
     virtual void closeDocument(DocHandle doc) = 0;
+    // The document as if closed and opened again: whatever the host keeps of
+    // what was read from it is given back. Answers the handle to use from
+    // now on; the current document stays current. Throws HostError.
+    virtual DocHandle reopenDocument(DocHandle doc);
     virtual int pageCount(DocHandle doc) = 0;
     // The page's /Rotate in degrees: 0, 90, 180 or 270. Throws HostError.
     virtual int pageRotation(DocHandle doc, int page) = 0;

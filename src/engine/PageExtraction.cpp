@@ -170,10 +170,8 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 // A long run on a very large source reopens it every hundred ranges, so the
 // memory of the pages read so far is given back.
 void SplitEngine::reopenSource() {
-    const std::string path = host.filePath(doc.source);
     try {
-        host.closeDocument(doc.source);
-        doc.source = host.openDocument(host.makeHostPath(path));
+        doc.source = host.reopenDocument(doc.source);
     } catch (const HostError&) {
         doc.source = {};
         ui.note("Error opening active doc");

@@ -46,6 +46,7 @@ struct MupdfHost::Impl {
         std::string path;
         std::map<int, pdf_graft_map*> graftMaps;              // by source document id
         std::optional<std::vector<CarriedBookmark>> outline;  // read when first carried
+        bool pageMap = false;  // a source read through the page map: pages found in constant time
     };
 
     fz_context* ctx = nullptr;
@@ -73,6 +74,7 @@ struct MupdfHost::Impl {
     void release(Document& doc) {
         for (auto& [source, map] : doc.graftMaps) pdf_drop_graft_map(ctx, map);
         doc.graftMaps.clear();
+        if (doc.pageMap) pdf_drop_page_tree(ctx, doc.pdf);
         pdf_drop_document(ctx, doc.pdf);
         doc.pdf = nullptr;
     }
@@ -236,7 +238,9 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
             if (pdf_needs_password(ctx, pdf) && !pdf_authenticate_password(ctx, pdf, ""))
                 locked = true;
             else
-                pdf_count_pages(ctx, pdf);  // a broken page tree fails here, not later
+                // A broken page tree fails here, not later. Sources are only
+                // read, so their page map stays valid while they are open.
+                pdf_load_page_tree(ctx, pdf);
         });
     } catch (const HostError& error) {
         pdf_drop_document(ctx, pdf);
@@ -249,7 +253,7 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
         throw HostError(HostError::kNeedsPassword, "cannot authenticate password: " + name);
     }
     const int id = impl_->nextId++;
-    impl_->documents[id] = Impl::Document{pdf, name, {}};
+    impl_->documents[id] = Impl::Document{pdf, name, {}, {}, true};
     if (makeCurrent) impl_->current = id;
     return DocHandle{id};
 }
@@ -331,6 +335,15 @@ void MupdfHost::closeDocument(DocHandle doc) {
     impl_->release(it->second);
     impl_->documents.erase(it);
     if (impl_->current == doc.id) impl_->current = 0;
+}
+
+DocHandle MupdfHost::reopenDocument(DocHandle handle) {
+    // Reading the file again would only rebuild what is kept: dropping the
+    // objects nothing else holds gives back the same memory at a fraction of
+    // the cost.
+    auto& doc = impl_->document(handle);
+    impl_->guarded([&] { pdf_clear_xref(impl_->ctx, doc.pdf); });
+    return handle;
 }
 
 int MupdfHost::pageCount(DocHandle doc) { return impl_->pageCount(impl_->document(doc)); }

@@ -27,6 +27,7 @@ public:
     void insertPages(DocHandle target, DocHandle source, int firstPage, int count, bool bookmarks) override;
     void saveDocument(DocHandle doc, const std::filesystem::path& path) override;
     void closeDocument(DocHandle doc) override;
+    DocHandle reopenDocument(DocHandle doc) override;
     int pageCount(DocHandle doc) override;
     int pageRotation(DocHandle doc, int page) override;
     void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
