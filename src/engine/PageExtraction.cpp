@@ -152,12 +152,11 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
 
     if (settings.EMAILENABLE) {
-        auto known = std::find_if(doc.mailList.begin(), doc.mailList.end(),
-                                  [&](const MailRange& entry) { return entry.path == outFile; });
-        if (known != doc.mailList.end())
-            known->last = end + 1;
-        else
+        const auto [known, added] = doc.mailIndex.try_emplace(outFile, doc.mailList.size());
+        if (added)
             doc.mailList.push_back({outFile, start + 1, end + 1});
+        else
+            doc.mailList[known->second].last = end + 1;
     }
     ++doc.outputFiles;
     ++doc.ranges;

@@ -20,6 +20,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace vellira {
@@ -83,6 +84,7 @@ struct DocumentState {
     bool bStopScan = false;
     int highlightCount = 0;
     std::vector<MailRange> mailList;
+    std::unordered_map<std::string, std::size_t> mailIndex;  // output path -> its entry in mailList
     Reports reports;
 };
 
