@@ -14,17 +14,21 @@ struct PositionsOptions {
 };
 int runPositions(const PositionsOptions& options);
 
-// Settings as the command line gives them: KEY=VALUE pairs, applied in order.
+// Settings as the command line gives them: parameters files read in order,
+// then KEY=VALUE pairs applied in order.
 struct SettingsOptions {
+    std::vector<std::string> params;
     std::vector<std::string> sets;
 };
-// Applies the --set pairs; answers an error text for a usage error.
+// Reads the --params files and applies the --set pairs; answers an error text
+// for a usage error.
 std::string applySettings(const SettingsOptions& options, SplitSettings& settings);
 
 struct SplitOptions {
     SettingsOptions settings;
     bool yes = false;
     std::string trace;
+    std::string list;
     std::vector<std::string> pdfs;
 };
 int runSplit(const SplitOptions& options);

@@ -2,10 +2,14 @@
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
 #include "core/BatchRun.h"
+#include "files/BatchListFile.h"
+#include "files/ParametersFile.h"
+#include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 
 namespace vellira::cli {
@@ -42,6 +46,11 @@ public:
 }  // namespace
 
 std::string applySettings(const SettingsOptions& options, SplitSettings& settings) {
+    for (const auto& params : options.params) {
+        if (!std::ifstream(params, std::ios::binary)) return "cannot read the parameters file '" + params + "'";
+        std::string name = params;
+        readParameters(name, settings, {legacyFolder(), false});
+    }
     for (const auto& pair : options.sets) {
         const auto equals = pair.find('=');
         if (equals == std::string::npos) return "--set needs KEY=VALUE: '" + pair + "'";
@@ -75,6 +84,7 @@ int runSplit(const SplitOptions& options) {
         }
     }
     std::vector<BatchRow> rows;
+    if (!options.list.empty() && !loadBatchList(options.list, rows, ui)) return 1;
     for (const auto& pdf : options.pdfs) rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
 
     bool completed = false;

@@ -10,6 +10,11 @@ namespace {
 
 void addSettingsOptions(CLI::App* command, vellira::cli::SettingsOptions& options) {
     command
+        ->add_option("--params", options.params,
+                     "read a parameters file (.pcs), as Load Setup does; repeatable, read in order before any --set")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    command
         ->add_option("--set", options.sets,
                      "set one setting, by its parameters-file key (FINDSTRING, PAGEEXTRACT, EXTRACT, OUTPUTDIR, "
                      "...); repeatable, applied in order")
@@ -32,7 +37,11 @@ int main(int argc, char** argv) {
     addSettingsOptions(splitCommand, split.settings);
     splitCommand->add_flag("--yes", split.yes, "answer yes to the run's questions (the default answer is no)");
     splitCommand->add_option("--trace", split.trace, "write the debug trace into FILE")->type_name("FILE");
-    splitCommand->add_option("PDF", split.pdfs, "the PDFs to split, in order");
+    splitCommand
+        ->add_option("--list", split.list,
+                     "a batch list file (.lst): its rows are processed first, each with its own parameters file")
+        ->type_name("FILE");
+    splitCommand->add_option("PDF", split.pdfs, "the PDFs to split, in order, after the rows of --list");
 
     vellira::cli::ShowOptions show;
     auto* showCommand =

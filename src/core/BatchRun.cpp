@@ -1,5 +1,6 @@
 #include "core/BatchRun.h"
 
+#include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 
 #include <fstream>
@@ -28,7 +29,12 @@ constexpr std::string_view kPositionOneWord =
 }  // namespace
 
 BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
-    : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {}
+    : host(host_),
+      ui(ui_),
+      settings(settings_),
+      engine(host_, ui_, settings_, run),
+      settingsFile(settingsFilePath()),
+      legacyFolder(vellira::legacyFolder()) {}
 
 bool BatchRun::prepare() {
     runTime = localNow();
@@ -51,6 +57,10 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
         return false;
     }
     if (!prepare()) return false;
+    // The settings the run starts with are the ones saved; a failure is silent.
+    std::error_code ignored;
+    std::filesystem::create_directories(settingsFile.parent_path(), ignored);
+    writeParameters(pathText(settingsFile), settings, false, legacyFolder, nullptr);
     if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui)) return false;
 
     bool completed = true;
@@ -73,6 +83,16 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
                 continue;
             }
             row.status = "Processing";
+            if (row.params.size() > 1) {
+                // A row's own settings stay in force for the rows after it.
+                std::string params = row.params;
+                readParameters(params, settings, {legacyFolder, false});
+                if (!engine.takeSettings()) {
+                    row.status = "Can't open";
+                    errorFlag = true;
+                    continue;
+                }
+            }
             settings.USECURRENT = 0;
             settings.FILENAME = row.path;
             if (settings.FILENAME.empty()) {

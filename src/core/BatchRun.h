@@ -9,6 +9,7 @@
 #include "engine/SplitEngine.h"
 
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,10 @@ public:
     std::tm runTime{};     // the run time stamp
     bool inBatch = false;  // set while rows are processed: no closing messages per document
     bool errorFlag = false;
+    // The settings file each run writes first, and where an older
+    // installation's settings are looked for.
+    std::filesystem::path settingsFile;
+    std::filesystem::path legacyFolder;
 
     // The process command over `rows`, whose statuses it updates. Answers
     // false when the run was refused or stopped before its rows were done.

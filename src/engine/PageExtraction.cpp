@@ -96,7 +96,9 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     ++doc.extractCnt;
 
     int result = 1;
-    if (!run.g_createList) {
+    // A row that switched the split list on after the run opened none still
+    // gets its PDFs.
+    if (!run.g_createList || !run.splitList.isOpen()) {
         const auto hostPath = host.makeHostPath(outFile);
         std::error_code ignored;
         const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);

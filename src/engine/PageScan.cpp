@@ -18,6 +18,13 @@ SplitEngine::SplitEngine(DocumentHost& host_, RunInterface& ui_, SplitSettings& 
     : host(host_), ui(ui_), settings(settings_), run(run_), composer(settings_, host_, ui_, run_.trace) {}
 
 bool SplitEngine::beginRun(const std::tm& now) {
+    composer.runTime = now;
+    composer.sequence = 0;
+    match = MatchState{};
+    return takeSettings();
+}
+
+bool SplitEngine::takeSettings() {
     const auto mode = extractModeOrdinal(settings.PAGEEXTRACT);
     if (!mode) {
         ui.note("Unknown split mode: \"" + settings.PAGEEXTRACT + "\"");
@@ -37,9 +44,6 @@ bool SplitEngine::beginRun(const std::tm& now) {
         }
     }
     run.g_createList = settings.CREATELIST != 0;
-    composer.runTime = now;
-    composer.sequence = 0;
-    match = MatchState{};
     return true;
 }
 

@@ -152,6 +152,9 @@ public:
     // run's clock and counters. Answers false after saying why when the search
     // text has more words than the engine can match.
     bool beginRun(const std::tm& now);
+    // Takes the search texts and the extract mode from the settings again,
+    // after a batch row loaded its own.
+    bool takeSettings();
     // Forgets everything about the previous document.
     void beginDocument();
 

@@ -14,4 +14,21 @@ std::filesystem::path desktopFolder();
 // The system's temporary folder.
 std::filesystem::path temporaryFolder();
 
+// The folder of the product's own settings: on Windows the folder the product
+// is installed in; elsewhere $XDG_CONFIG_HOME/vellira (~/.config/vellira).
+std::filesystem::path settingsFolder();
+// The settings file every run writes first: "VelliraBatch.ini" there.
+std::filesystem::path settingsFilePath();
+// Where an older installation kept "Vellira.ini".
+std::filesystem::path legacyFolder();
+// The batch list kept from one session to the next.
+std::filesystem::path defaultListPath();
+
+// The per-user folder that writes to protected folders are redirected into
+// (Windows' VirtualStore); empty where there is none.
+std::string redirectionBase();
+// The redirected copy of a path: 0 when it exists, -1 when it does not, -99
+// when there is no redirection base (then `copy` is empty).
+int redirectedCopy(const std::string& path, std::string& copy);
+
 }  // namespace vellira

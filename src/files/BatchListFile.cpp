@@ -1,0 +1,94 @@
+#include "files/BatchListFile.h"
+
+#include "files/ParametersFile.h"
+#include "files/Reports.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace vellira {
+
+namespace {
+
+constexpr int kLinePiece = 512;
+
+#ifdef _WIN32
+constexpr const char* kLineEnd = "\r\n";
+#else
+constexpr const char* kLineEnd = "\n";
+#endif
+
+bool isPdfName(const std::filesystem::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".pdf";
+}
+
+}  // namespace
+
+bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& rows, RunInterface& ui) {
+    FileHandle file{std::fopen(path.c_str(), "rb")};
+    if (!file) {
+        ui.note("Can't read list file.");
+        return false;
+    }
+    char buffer[kLinePiece + 1];
+    while (std::fgets(buffer, sizeof buffer, file.get())) {
+        std::size_t length = std::strlen(buffer);
+        // Line ends and other vertical controls end the text; the first
+        // character is never taken for one.
+        for (std::size_t i = length; i-- > 1;)
+            if (buffer[i] >= 10 && buffer[i] <= 13) length = i;
+        const std::string_view line(buffer, length);
+        if (line.empty()) continue;
+        const char marker = line.front();
+        if (marker != '+' && marker != '~') continue;
+        const auto bar = line.find('|');
+        const std::string_view pdf = line.substr(1, bar == std::string_view::npos ? std::string_view::npos : bar - 1);
+        const std::string_view params = bar == std::string_view::npos ? std::string_view() : line.substr(bar + 1);
+        rows.push_back({marker == '+' ? "Yes" : "No", textAsUtf8(pdf), "Ready.", textAsUtf8(params)});
+    }
+    return true;
+}
+
+bool saveBatchList(const std::filesystem::path& path, const std::vector<BatchRow>& rows,
+                   const std::filesystem::path& defaultList, RunInterface& ui) {
+    std::string text;
+    for (const auto& row : rows) {
+        if (row.use != "Yes" && row.use != "No") continue;
+        text += row.use == "Yes" ? '+' : '~';
+        text.append(row.path).append("|").append(row.params).append(kLineEnd);
+    }
+    FileHandle file{std::fopen(path.c_str(), "wb")};
+    if (!file) return false;
+    const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+    if (std::fclose(file.release()) != 0 || !written) return false;
+    if (path != defaultList) ui.note("List saved to file: " + pathText(path));
+    return true;
+}
+
+int addFolderToBatchList(const std::filesystem::path& folder, bool subFolders, std::vector<BatchRow>& rows) {
+    std::vector<std::filesystem::path> found;
+    std::error_code error;
+    const auto take = [&](const std::filesystem::directory_entry& entry) {
+        std::error_code ignored;
+        if (entry.is_regular_file(ignored) && isPdfName(entry.path())) found.push_back(entry.path());
+    };
+    if (subFolders) {
+        for (auto it = std::filesystem::recursive_directory_iterator(
+                 folder, std::filesystem::directory_options::skip_permission_denied, error);
+             !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+            take(*it);
+    } else {
+        for (auto it = std::filesystem::directory_iterator(folder, error);
+             !error && it != std::filesystem::directory_iterator(); it.increment(error))
+            take(*it);
+    }
+    std::sort(found.begin(), found.end());
+    for (const auto& pdf : found) rows.push_back({"Yes", pathText(pdf), "Ready.", ""});
+    return static_cast<int>(found.size());
+}
+
+}  // namespace vellira

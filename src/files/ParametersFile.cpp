@@ -1,0 +1,232 @@
+#include "files/ParametersFile.h"
+
+#include "files/Reports.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace vellira {
+
+namespace {
+
+constexpr std::size_t kLineBuffer = 16384;
+constexpr const char* kLegacyName = "Vellira.ini";
+
+// What 0x80..0x9F stand for in Windows-1252 (0 where nothing is assigned).
+constexpr std::array<char32_t, 32> kCp1252High = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                                  0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,
+                                                  0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                                  0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+
+bool validUtf8(std::string_view text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const std::size_t length = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        if (length == 0 || (length == 2 && c < 0xC2) || i + length > text.size()) return false;
+        for (std::size_t k = 1; k < length; ++k)
+            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
+        i += length;
+    }
+    return true;
+}
+
+void appendUtf8(std::string& out, char32_t code) {
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
+}
+
+void replaceAll(std::string& text, std::string_view from, std::string_view to) {
+    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+}
+
+// A text value as read: one trailing blank (the writer's) removed.
+std::string trimmed(std::string_view value) {
+    if (!value.empty() && value.back() == ' ') value.remove_suffix(1);
+    return std::string(value);
+}
+
+std::vector<std::string_view> tokens(std::string_view line) {
+    std::vector<std::string_view> out;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i <= line.size(); ++i) {
+        if (i == line.size() || line[i] == ';' || line[i] == '\r' || line[i] == '\n') {
+            if (i > start) out.push_back(line.substr(start, i - start));
+            start = i + 1;
+        }
+    }
+    return out;
+}
+
+// Applies one line's tokens. A value that is itself the name of a key later
+// in the reader's order is taken as that key, with the token after it as its
+// value.
+void applyLine(std::string_view line, SplitSettings& settings) {
+    const auto parts = tokens(line);
+    if (parts.empty()) return;
+    std::size_t next = 0;
+    std::string current(parts[next++]);
+    for (const SettingsKey& key : settingsKeys()) {
+        if (current != key.name) continue;
+        if (key.name == "AUTOMATION") {
+            settings.AUTOMATION = 1;
+            continue;
+        }
+        const std::string raw = next < parts.size() ? textAsUtf8(parts[next++]) : std::string();
+        const bool untrimmed = key.name == "LASTPATH" || key.name == "LASTPATHSUB";
+        std::string value = key.type == KeyType::Text && !untrimmed ? trimmed(raw) : raw;
+        if (key.name == "OFFSETFIRST") {
+            settings.offsetFirstWorking = leadingInteger(value);
+        } else if (key.name == "EMAILMSG") {
+            replaceAll(value, "(return)", "\r");
+            replaceAll(value, "(newline)", "\n");
+            settings.EMAILMSG = value;
+        } else {
+            assignKey(settings, key, value);
+            if (key.name == "USECURRENT" && settings.AUTOMATION) settings.USECURRENT = 0;
+        }
+        current = trimmed(raw);
+    }
+}
+
+struct Line {
+    const char* key;
+    std::string value;
+};
+
+}  // namespace
+
+std::string textAsUtf8(std::string_view text) {
+    if (validUtf8(text)) return std::string(text);
+    std::string out;
+    out.reserve(text.size() + text.size() / 2);
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        char32_t code = byte;
+        if (byte >= 0x80 && byte < 0xA0) code = kCp1252High[byte - 0x80] ? kCp1252High[byte - 0x80] : 0xFFFD;
+        appendUtf8(out, code);
+    }
+    return out;
+}
+
+void readParameters(std::string& filename, SplitSettings& settings, const ParametersOptions& options) {
+    settings.STRIPEND = 0;
+    settings.offsetFirstWorking = 0;
+    if (!options.legacyFolder.empty()) {
+        const auto legacy = options.legacyFolder / kLegacyName;
+        if (FileHandle probe{std::fopen(legacy.c_str(), "rb")}) filename = pathText(legacy);
+    }
+    FileHandle file{std::fopen(filename.c_str(), "rb")};
+    if (!file) return;
+    std::vector<char> buffer(kLineBuffer);
+    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get())) {
+        // A line holding a NUL ends there, as a C string does.
+        const std::string_view line(buffer.data(), std::strlen(buffer.data()));
+        const auto parts = tokens(line);
+        if (!parts.empty() && parts[0] == "AUTOMATION") settings.AUTOMATION = 1;
+        if (options.probe) return;
+        applyLine(line, settings);
+        std::memset(buffer.data(), 0, buffer.size());
+    }
+}
+
+std::string parametersText(const SplitSettings& s, bool withLastPaths) {
+    const auto n = [](int value) { return std::to_string(value); };
+    std::string message = s.EMAILMSG;
+    replaceAll(message, "\r", "(return)");
+    replaceAll(message, "\n", "(newline)");
+    // The until-word text's line carries a number that does not encode it.
+    constexpr int kUntilWordPlaceholder = 0;
+    const Line lines[] = {
+        {"USECURRENT", n(s.USECURRENT)},
+        {"SPLITTOSOURCE", n(s.SPLITTOSOURCE)},
+        {"ROTATED", n(s.ROTATED)},
+        {"CREATELIST", n(s.CREATELIST)},
+        {"KEEPBOOKMARKS", n(s.KEEPBOOKMARKS)},
+        {"USESOURCEFILENAME", n(s.USESOURCEFILENAME)},
+        {"USESOURCEFILENAMEPOST", n(s.USESOURCEFILENAMEPOST)},
+        {"ALWAYSOVERWRITE", n(s.ALWAYSOVERWRITE)},
+        {"ALWAYSAPPEND", n(s.ALWAYSAPPEND)},
+        {"IGNORECASE", n(s.IGNORECASE)},
+        {"ADDBWORDS", s.ADDBWORDS},
+        {"FILENAME", s.FILENAME},
+        {"EXTRACT", s.EXTRACT},
+        {"TAKENWORDSFORFILENAME", n(s.TAKENWORDSFORFILENAME)},
+        {"UNTILHHPOSLESSTHAN", n(s.UNTILHHPOSLESSTHAN)},
+        {"UNTILWORDISFILENAME", n(kUntilWordPlaceholder)},
+        {"TAKENCHARSFORFILENAME", n(s.TAKENCHARSFORFILENAME)},
+        {"FIRSTCHAROFWORD", s.FIRSTCHAROFWORD},
+        {"STARTFROMPAGE", n(s.STARTFROMPAGE)},
+        {"TOPAGE", n(s.TOPAGE)},
+        {"OFFSETFIRST", n(s.OFFSETFIRST)},
+        {"PAGEEXTRACT", s.PAGEEXTRACT},
+        {"FINDSTRING", s.FINDSTRING},
+        {"PREFIXFILENAME", s.PREFIXFILENAME},
+        {"POSTFIXFILENAME", s.POSTFIXFILENAME},
+        {"OUTPUTDIR", s.OUTPUTDIR},
+        {"EXTRACTUNTIL", s.EXTRACTUNTIL},
+        {"EXTRACTFILENAME", s.EXTRACTFILENAME},
+        {"MATCHPOSH", s.MATCHPOSH},
+        {"MATCHPOSV", s.MATCHPOSV},
+        {"UNTILMATCHPOSH", n(s.UNTILMATCHPOSH)},
+        {"UNTILMATCHPOSV", n(s.UNTILMATCHPOSV)},
+        {"REPORTOPTIONSTXT", n(s.REPORTOPTIONSTXT)},
+        {"REPORTOPTIONSCSV", n(s.REPORTOPTIONSCSV)},
+        {"REPORTOPTIONSCURRENT", n(s.REPORTOPTIONSCURRENT)},
+        {"REPORTOPTIONSOUTPUTFOLDER", s.REPORTOPTIONSOUTPUTFOLDER},
+        {"STRIPEND", n(s.STRIPEND)},
+        {"OFFSETFIRST", n(s.offsetFirstWorking)},
+        {"EMAILSMTP", s.EMAILSMTP},
+        {"EMAILFROM", s.EMAILFROM},
+        {"EMAILCC", s.EMAILCC},
+        {"EMAILFROMNAME", s.EMAILFROMNAME},
+        {"EMAILSUBJECT", s.EMAILSUBJECT},
+        {"EMAILLOGFILE", s.EMAILLOGFILE},
+        {"EMAILMSG", message},
+        {"EMAILHTML", n(s.EMAILHTML)},
+        {"USEOUTLOOK", n(s.USEOUTLOOK)},
+        {"EMAILENABLE", n(s.EMAILENABLE)},
+        {"EMAILCONFIRM", n(s.EMAILCONFIRM)},
+        {"EMAILTEST", n(s.EMAILTEST)},
+        {"EMAILMATCHVERT", n(s.EMAILMATCHVERT)},
+        {"EMAILMATCHVERTTO", n(s.EMAILMATCHVERTTO)},
+        {"EMAILMATCHHORIZ", n(s.EMAILMATCHHORIZ)},
+        {"EMAILMATCHHORIZTO", n(s.EMAILMATCHHORIZTO)},
+        {"EMAILHORIZAFTERTEXT", s.EMAILHORIZAFTERTEXT},
+        {"EMAILHORIZBEFORETEXT", s.EMAILHORIZBEFORETEXT},
+        {"LASTPATH", s.LASTPATH},
+        {"LASTPATHSUB", s.LASTPATHSUB},
+    };
+    std::string text;
+    for (const auto& line : lines) {
+        const std::string_view key = line.key;
+        if (!withLastPaths && (key == "LASTPATH" || key == "LASTPATHSUB")) continue;
+        text.append(key).append(";").append(line.value).append(" \r\n");
+    }
+    return text;
+}
+
+bool writeParameters(const std::string& filename, const SplitSettings& settings, bool withLastPaths,
+                     const std::filesystem::path& legacyFolder, RunInterface* ui) {
+    FileHandle file{std::fopen(filename.c_str(), "wb")};
+    if (!file && filename.find(kLegacyName) != std::string::npos && !legacyFolder.empty())
+        file.reset(std::fopen((legacyFolder / kLegacyName).c_str(), "wb"));
+    if (!file) return false;
+    const std::string text = parametersText(settings, withLastPaths);
+    const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+    const bool closed = std::fclose(file.release()) == 0;
+    if (written && closed && ui && filename.find(".pcs") != std::string::npos) ui->note(filename + " saved.");
+    return written && closed;
+}
+
+}  // namespace vellira
