@@ -119,6 +119,43 @@ TEST(SplitCommand, EveryRowGetsItsStatusAndTheRunGoesOn) {
     EXPECT_EQ(missingOnly.err, "");
 }
 
+TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    std::filesystem::copy_file(pdf, dir / "second.pdf");
+    std::filesystem::copy_file(pdf, dir / "third.pdf");
+    std::ofstream(dir / "notes.pdf") << "plain text, not a PDF";
+    // The row's own setup cuts at "Statement" (every page), names by page, into
+    // another folder.
+    std::ofstream(dir / "pages.pcs", std::ios::binary)
+        << "FINDSTRING;Statement \r\nEXTRACT;Page start as filename \r\nOUTPUTDIR;" << (dir / "pages").string()
+        << " \r\n";
+    std::ofstream(dir / "run.lst") << "~" << (dir / "skipped.pdf").string() << "|\n+" << (dir / "missing.pdf").string()
+                                   << "|\n+" << (dir / "notes.pdf").string() << "|\n+" << (dir / "second.pdf").string()
+                                   << "|" << (dir / "pages.pcs").string() << "\n+" << (dir / "third.pdf").string()
+                                   << "|\n";
+    const auto result =
+        runProgram(dir, "split --list " + quoted(dir / "run.lst") + " --set OUTPUTDIR=" + quoted(dir / "accounts") +
+                            " --set REPORTOPTIONSTXT=1 " + quoted(pdf));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "Ready.\t" + (dir / "skipped.pdf").string() + "\nfile error\t" +
+                              (dir / "missing.pdf").string() + "\nCan't open\t" + (dir / "notes.pdf").string() +
+                              "\nDone\t" + (dir / "second.pdf").string() + "\nDone\t" + (dir / "third.pdf").string() +
+                              "\nDone\t" + pdf.string() + "\n");
+    EXPECT_EQ(result.err, "Done, some errors occurred.\n");
+    // Before the row with its own setup nothing was cut; from it on, every
+    // page is a file of its own in the other folder, for all later rows.
+    EXPECT_FALSE(std::filesystem::exists(dir / "accounts"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "pages"), {}), 10);
+    EXPECT_EQ(pageMarkers(dir / "pages" / "extract_4.pdf"), std::vector<std::string>{"p4"});
+    EXPECT_NE(readFile(pdf.string() + "_report.txt").find("\tFind: Statement\r\n"), std::string::npos);
+    EXPECT_NE(readFile(dir / "third.pdf_report.txt").find("\t10 PDF file(s)\r\n"), std::string::npos);
+    // The settings the run started with were saved first.
+    EXPECT_NE(readFile(dir / "config" / "vellira" / "VelliraBatch.ini")
+                  .find("\r\nOUTPUTDIR;" + (dir / "accounts").string() + " \r\n"),
+              std::string::npos);
+}
+
 TEST(SplitCommand, RefusesWhatCannotRun) {
     testing::TempDir dir;
     const auto pdf = writeTenPages(dir);
