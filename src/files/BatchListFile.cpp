@@ -34,8 +34,13 @@ bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& row
         ui.note("Can't read list file.");
         return false;
     }
+    loadBatchList(file.get(), rows);
+    return true;
+}
+
+void loadBatchList(std::FILE* file, std::vector<BatchRow>& rows) {
     char buffer[kLinePiece + 1];
-    while (std::fgets(buffer, sizeof buffer, file.get())) {
+    while (std::fgets(buffer, sizeof buffer, file)) {
         std::size_t length = std::strlen(buffer);
         // Line ends and other vertical controls end the text; the first
         // character is never taken for one.
@@ -50,7 +55,6 @@ bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& row
         const std::string_view params = bar == std::string_view::npos ? std::string_view() : line.substr(bar + 1);
         rows.push_back({marker == '+' ? "Yes" : "No", textAsUtf8(pdf), "Ready.", textAsUtf8(params)});
     }
-    return true;
 }
 
 bool saveBatchList(const std::filesystem::path& path, const std::vector<BatchRow>& rows,

@@ -6,6 +6,7 @@
 #include "core/BatchRun.h"
 #include "core/RunInterface.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@ namespace vellira {
 // Appends the rows of a list file, each "Ready.". Shows "Can't read list
 // file." and adds nothing when the file cannot be read.
 bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& rows, RunInterface& ui);
+// The same from an open file, from where it stands.
+void loadBatchList(std::FILE* file, std::vector<BatchRow>& rows);
 
 // Writes the rows, replacing the file; the status is not kept. Says "List
 // saved to file: PATH" unless it is the default list. A failure is silent.

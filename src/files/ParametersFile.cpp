@@ -127,14 +127,17 @@ void readParameters(std::string& filename, SplitSettings& settings, const Parame
         if (FileHandle probe{std::fopen(legacy.c_str(), "rb")}) filename = pathText(legacy);
     }
     FileHandle file{std::fopen(filename.c_str(), "rb")};
-    if (!file) return;
+    if (file) readParameters(file.get(), settings, options.probe);
+}
+
+void readParameters(std::FILE* file, SplitSettings& settings, bool probe) {
     std::vector<char> buffer(kLineBuffer);
-    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get())) {
+    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file)) {
         // A line holding a NUL ends there, as a C string does.
         const std::string_view line(buffer.data(), std::strlen(buffer.data()));
         const auto parts = tokens(line);
         if (!parts.empty() && parts[0] == "AUTOMATION") settings.AUTOMATION = 1;
-        if (options.probe) return;
+        if (probe) return;
         applyLine(line, settings);
         std::memset(buffer.data(), 0, buffer.size());
     }

@@ -11,6 +11,7 @@
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -33,6 +34,8 @@ struct ParametersOptions {
 // that cannot be read changes nothing else and says nothing. `filename` is
 // replaced by the legacy file's path when that one was read.
 void readParameters(std::string& filename, SplitSettings& settings, const ParametersOptions& options);
+// The same from an open file, from where it stands.
+void readParameters(std::FILE* file, SplitSettings& settings, bool probe);
 
 // Writes every setting, in the writer's order; LASTPATH and LASTPATHSUB only
 // `withLastPaths` (while the batch list window exists). A ".pcs" file that
