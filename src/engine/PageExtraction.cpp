@@ -125,8 +125,15 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         } catch (const HostError& error) {
             ui.note("Extract Pages Abort!! Error message: " + error.text());
         }
-        result = SavePDDoc(target, outFile);
-        waitWhileInUse(ui, hostPath, false);
+        if (host.pageCount(target) > 0) {
+            result = SavePDDoc(target, outFile);
+            waitWhileInUse(ui, hostPath, false);
+        } else {
+            // Nothing to write (a range that OFFSETFIRST moved past its end):
+            // no file rather than a PDF without pages.
+            host.closeDocument(target);
+            result = 0;
+        }
     } else {
         int sourcePages = 0;
         try {
