@@ -64,6 +64,9 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
     if (paths.text != nullDevice()) {
         std::error_code ignored;
         std::filesystem::remove(paths.text, ignored);
+        // Also a copy the system redirected into the user's own folder.
+        std::string copy;
+        if (redirectedCopy(pathText(paths.text), copy) == 0) std::filesystem::remove(copy, ignored);
     }
     text_.reset(openBinary(paths.text));
     csv_.reset(openBinary(paths.csv));
