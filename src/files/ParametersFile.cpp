@@ -99,11 +99,6 @@ void applyLine(std::string_view line, SplitSettings& settings) {
     }
 }
 
-struct Line {
-    const char* key;
-    std::string value;
-};
-
 }  // namespace
 
 std::string textAsUtf8(std::string_view text) {
@@ -143,78 +138,89 @@ void readParameters(std::FILE* file, SplitSettings& settings, bool probe) {
     }
 }
 
-std::string parametersText(const SplitSettings& s, bool withLastPaths) {
-    const auto n = [](int value) { return std::to_string(value); };
-    std::string message = s.EMAILMSG;
-    replaceAll(message, "\r", "(return)");
-    replaceAll(message, "\n", "(newline)");
-    // The until-word text's line carries a number that does not encode it.
-    constexpr int kUntilWordPlaceholder = 0;
-    const Line lines[] = {
-        {"USECURRENT", n(s.USECURRENT)},
-        {"SPLITTOSOURCE", n(s.SPLITTOSOURCE)},
-        {"ROTATED", n(s.ROTATED)},
-        {"CREATELIST", n(s.CREATELIST)},
-        {"KEEPBOOKMARKS", n(s.KEEPBOOKMARKS)},
-        {"USESOURCEFILENAME", n(s.USESOURCEFILENAME)},
-        {"USESOURCEFILENAMEPOST", n(s.USESOURCEFILENAMEPOST)},
-        {"ALWAYSOVERWRITE", n(s.ALWAYSOVERWRITE)},
-        {"ALWAYSAPPEND", n(s.ALWAYSAPPEND)},
-        {"IGNORECASE", n(s.IGNORECASE)},
-        {"ADDBWORDS", s.ADDBWORDS},
-        {"FILENAME", s.FILENAME},
-        {"EXTRACT", s.EXTRACT},
-        {"TAKENWORDSFORFILENAME", n(s.TAKENWORDSFORFILENAME)},
-        {"UNTILHHPOSLESSTHAN", n(s.UNTILHHPOSLESSTHAN)},
-        {"UNTILWORDISFILENAME", n(kUntilWordPlaceholder)},
-        {"TAKENCHARSFORFILENAME", n(s.TAKENCHARSFORFILENAME)},
-        {"FIRSTCHAROFWORD", s.FIRSTCHAROFWORD},
-        {"STARTFROMPAGE", n(s.STARTFROMPAGE)},
-        {"TOPAGE", n(s.TOPAGE)},
-        {"OFFSETFIRST", n(s.OFFSETFIRST)},
-        {"PAGEEXTRACT", s.PAGEEXTRACT},
-        {"FINDSTRING", s.FINDSTRING},
-        {"PREFIXFILENAME", s.PREFIXFILENAME},
-        {"POSTFIXFILENAME", s.POSTFIXFILENAME},
-        {"OUTPUTDIR", s.OUTPUTDIR},
-        {"EXTRACTUNTIL", s.EXTRACTUNTIL},
-        {"EXTRACTFILENAME", s.EXTRACTFILENAME},
-        {"MATCHPOSH", s.MATCHPOSH},
-        {"MATCHPOSV", s.MATCHPOSV},
-        {"UNTILMATCHPOSH", n(s.UNTILMATCHPOSH)},
-        {"UNTILMATCHPOSV", n(s.UNTILMATCHPOSV)},
-        {"REPORTOPTIONSTXT", n(s.REPORTOPTIONSTXT)},
-        {"REPORTOPTIONSCSV", n(s.REPORTOPTIONSCSV)},
-        {"REPORTOPTIONSCURRENT", n(s.REPORTOPTIONSCURRENT)},
-        {"REPORTOPTIONSOUTPUTFOLDER", s.REPORTOPTIONSOUTPUTFOLDER},
-        {"STRIPEND", n(s.STRIPEND)},
-        {"OFFSETFIRST", n(s.offsetFirstWorking)},
-        {"EMAILSMTP", s.EMAILSMTP},
-        {"EMAILFROM", s.EMAILFROM},
-        {"EMAILCC", s.EMAILCC},
-        {"EMAILFROMNAME", s.EMAILFROMNAME},
-        {"EMAILSUBJECT", s.EMAILSUBJECT},
-        {"EMAILLOGFILE", s.EMAILLOGFILE},
-        {"EMAILMSG", message},
-        {"EMAILHTML", n(s.EMAILHTML)},
-        {"USEOUTLOOK", n(s.USEOUTLOOK)},
-        {"EMAILENABLE", n(s.EMAILENABLE)},
-        {"EMAILCONFIRM", n(s.EMAILCONFIRM)},
-        {"EMAILTEST", n(s.EMAILTEST)},
-        {"EMAILMATCHVERT", n(s.EMAILMATCHVERT)},
-        {"EMAILMATCHVERTTO", n(s.EMAILMATCHVERTTO)},
-        {"EMAILMATCHHORIZ", n(s.EMAILMATCHHORIZ)},
-        {"EMAILMATCHHORIZTO", n(s.EMAILMATCHHORIZTO)},
-        {"EMAILHORIZAFTERTEXT", s.EMAILHORIZAFTERTEXT},
-        {"EMAILHORIZBEFORETEXT", s.EMAILHORIZBEFORETEXT},
-        {"LASTPATH", s.LASTPATH},
-        {"LASTPATHSUB", s.LASTPATHSUB},
+std::string parametersText(const SplitSettings& settings, bool withLastPaths) {
+    // The writer's order. OFFSETFIRST comes twice: the dialog's value, then
+    // the working copy, which is the one read back.
+    static constexpr std::string_view kWriterOrder[] = {
+        "USECURRENT",
+        "SPLITTOSOURCE",
+        "ROTATED",
+        "CREATELIST",
+        "KEEPBOOKMARKS",
+        "USESOURCEFILENAME",
+        "USESOURCEFILENAMEPOST",
+        "ALWAYSOVERWRITE",
+        "ALWAYSAPPEND",
+        "IGNORECASE",
+        "ADDBWORDS",
+        "FILENAME",
+        "EXTRACT",
+        "TAKENWORDSFORFILENAME",
+        "UNTILHHPOSLESSTHAN",
+        "UNTILWORDISFILENAME",
+        "TAKENCHARSFORFILENAME",
+        "FIRSTCHAROFWORD",
+        "STARTFROMPAGE",
+        "TOPAGE",
+        "OFFSETFIRST",
+        "PAGEEXTRACT",
+        "FINDSTRING",
+        "PREFIXFILENAME",
+        "POSTFIXFILENAME",
+        "OUTPUTDIR",
+        "EXTRACTUNTIL",
+        "EXTRACTFILENAME",
+        "MATCHPOSH",
+        "MATCHPOSV",
+        "UNTILMATCHPOSH",
+        "UNTILMATCHPOSV",
+        "REPORTOPTIONSTXT",
+        "REPORTOPTIONSCSV",
+        "REPORTOPTIONSCURRENT",
+        "REPORTOPTIONSOUTPUTFOLDER",
+        "STRIPEND",
+        "OFFSETFIRST",
+        "EMAILSMTP",
+        "EMAILFROM",
+        "EMAILCC",
+        "EMAILFROMNAME",
+        "EMAILSUBJECT",
+        "EMAILLOGFILE",
+        "EMAILMSG",
+        "EMAILHTML",
+        "USEOUTLOOK",
+        "EMAILENABLE",
+        "EMAILCONFIRM",
+        "EMAILTEST",
+        "EMAILMATCHVERT",
+        "EMAILMATCHVERTTO",
+        "EMAILMATCHHORIZ",
+        "EMAILMATCHHORIZTO",
+        "EMAILHORIZAFTERTEXT",
+        "EMAILHORIZBEFORETEXT",
+        "LASTPATH",
+        "LASTPATHSUB",
     };
+    // The until-word text's line carries a number that does not encode it.
+    constexpr std::string_view kUntilWordPlaceholder = "0";
     std::string text;
-    for (const auto& line : lines) {
-        const std::string_view key = line.key;
+    bool offsetWritten = false;
+    for (const std::string_view key : kWriterOrder) {
         if (!withLastPaths && (key == "LASTPATH" || key == "LASTPATHSUB")) continue;
-        text.append(key).append(";").append(line.value).append(" \r\n");
+        std::string value;
+        if (key == "UNTILWORDISFILENAME") {
+            value = kUntilWordPlaceholder;
+        } else if (key == "OFFSETFIRST") {
+            value = std::to_string(offsetWritten ? settings.offsetFirstWorking : settings.OFFSETFIRST);
+            offsetWritten = true;
+        } else {
+            value = keyValueText(*findSettingsKey(key), settings);
+            if (key == "EMAILMSG") {
+                replaceAll(value, "\r", "(return)");
+                replaceAll(value, "\n", "(newline)");
+            }
+        }
+        text.append(key).append(";").append(value).append(" \r\n");
     }
     return text;
 }
