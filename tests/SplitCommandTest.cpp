@@ -134,9 +134,10 @@ TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
                                    << "|\n+" << (dir / "notes.pdf").string() << "|\n+" << (dir / "second.pdf").string()
                                    << "|" << (dir / "pages.pcs").string() << "\n+" << (dir / "third.pdf").string()
                                    << "|\n";
-    const auto result =
-        runProgram(dir, "split --list " + quoted(dir / "run.lst") + " --set OUTPUTDIR=" + quoted(dir / "accounts") +
-                            " --set REPORTOPTIONSTXT=1 " + quoted(pdf));
+    std::ofstream(dir / "job.pcs", std::ios::binary)
+        << "REPORTOPTIONSTXT;1 \r\nOUTPUTDIR;" << (dir / "accounts").string() << " \r\n";
+    const auto result = runProgram(
+        dir, "split --params " + quoted(dir / "job.pcs") + " --list " + quoted(dir / "run.lst") + " " + quoted(pdf));
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "Ready.\t" + (dir / "skipped.pdf").string() + "\nfile error\t" +
                               (dir / "missing.pdf").string() + "\nCan't open\t" + (dir / "notes.pdf").string() +
