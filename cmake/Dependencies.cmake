@@ -18,3 +18,4 @@ target_link_libraries(vellira_mupdf INTERFACE
 
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)

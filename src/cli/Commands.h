@@ -33,6 +33,8 @@ struct SplitOptions {
 };
 int runSplit(const SplitOptions& options);
 
+int runMailTest(const SettingsOptions& options);
+
 struct ShowOptions {
     SettingsOptions settings;
     std::string pdf;

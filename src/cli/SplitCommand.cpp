@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 
@@ -62,6 +63,24 @@ std::string applySettings(const SettingsOptions& options, SplitSettings& setting
     return {};
 }
 
+// The mail transport as the environment sets it up: SSL_CERT_FILE names the
+// certificate authorities to trust instead of the system's, as for OpenSSL.
+MailTransport mailTransport() {
+    MailTransport transport;
+    if (const char* bundle = std::getenv("SSL_CERT_FILE"); bundle && *bundle) transport.caFile = bundle;
+    return transport;
+}
+
+int runMailTest(const SettingsOptions& options) {
+    SplitSettings settings;
+    if (const auto error = applySettings(options, settings); !error.empty()) {
+        std::cerr << "vellira-batch mail-test: " << error << "\n";
+        return 2;
+    }
+    ConsoleInterface ui;
+    return sendTestMail(settings, ui, mailTransport()) ? 0 : 1;
+}
+
 int runSplit(const SplitOptions& options) {
     SplitSettings settings;
     if (const auto error = applySettings(options.settings, settings); !error.empty()) {
@@ -71,6 +90,7 @@ int runSplit(const SplitOptions& options) {
     ConsoleInterface ui(options.yes);
     MupdfHost host;
     BatchRun batch(host, ui, settings);
+    batch.mail = mailTransport();
     if (!options.trace.empty() && !batch.run.trace.open(options.trace)) {
         std::cerr << "vellira-batch split: cannot write the trace file '" << options.trace << "'\n";
         return 1;

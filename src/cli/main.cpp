@@ -49,6 +49,11 @@ int main(int argc, char** argv) {
     addSettingsOptions(showCommand, show.settings);
     showCommand->add_option("PDF", show.pdf, "the PDF to search")->required();
 
+    vellira::cli::SettingsOptions mailTest;
+    auto* mailTestCommand = app.add_subcommand(
+        "mail-test", "Send one test mail, with the e-mail settings, to the from address (EMAILFROM).");
+    addSettingsOptions(mailTestCommand, mailTest);
+
     vellira::cli::PositionsOptions positions;
     auto* positionsCommand =
         app.add_subcommand("positions",
@@ -78,5 +83,6 @@ int main(int argc, char** argv) {
     if (*splitCommand) return vellira::cli::runSplit(split);
     if (*showCommand) return vellira::cli::runShow(show);
     if (*positionsCommand) return vellira::cli::runPositions(positions);
+    if (*mailTestCommand) return vellira::cli::runMailTest(mailTest);
     return 2;
 }

@@ -2,6 +2,7 @@
 
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
+#include "mail/AddressCapture.h"
 
 #include <fstream>
 
@@ -182,6 +183,14 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         if (ui.question(question)) ui.showFile(pathText(reportPaths(settings, settings.FILENAME).text));
     }
     closeSource();
+    if (settings.EMAILENABLE && !ui.cancelled()) {
+        std::vector<MailEntry> entries;
+        for (const auto& range : doc.mailList)
+            entries.push_back({range.path, range.first, range.last,
+                               captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+        const MailCounts counts = sendMailList(settings, entries, ui, mail);
+        ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
+    }
     return kProcessed;
 }
 

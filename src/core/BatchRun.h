@@ -7,6 +7,7 @@
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 #include "engine/SplitEngine.h"
+#include "mail/MailSender.h"
 
 #include <ctime>
 #include <filesystem>
@@ -46,6 +47,7 @@ public:
     // installation's settings are looked for.
     std::filesystem::path settingsFile;
     std::filesystem::path legacyFolder;
+    MailTransport mail;  // how the outputs are mailed when EMAILENABLE is on
 
     // The process command over `rows`, whose statuses it updates. Answers
     // false when the run was refused or stopped before its rows were done.

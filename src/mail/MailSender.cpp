@@ -1,0 +1,178 @@
+#include "mail/MailSender.h"
+
+#include "core/Trace.h"
+#include "files/SettingsLocations.h"
+
+#include <curl/curl.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+namespace vellira {
+
+namespace {
+
+struct CurlDeleter {
+    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+    void operator()(curl_mime* mime) const { curl_mime_free(mime); }
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+template <typename T>
+using CurlPtr = std::unique_ptr<T, CurlDeleter>;
+
+std::string withoutAll(std::string text, std::string_view token) {
+    for (auto at = text.find(token); at != std::string::npos; at = text.find(token, at)) text.erase(at, token.size());
+    return text;
+}
+
+// "Name <address>", or the bare address.
+std::string mailbox(const std::string& name, const std::string& address) {
+    return name.empty() ? "<" + address + ">" : "\"" + name + "\" <" + address + ">";
+}
+
+std::tm localNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    return local;
+}
+
+void appendToLog(const std::string& path, const std::string& text) {
+    if (path.empty()) return;
+    std::ofstream log(path, std::ios::binary | std::ios::app);
+    log << text;
+}
+
+}  // namespace
+
+MailServer parseMailServer(std::string_view text) {
+    MailServer server;
+    std::string rest(text);
+    if (rest.starts_with("ssl:")) {
+        server.ssl = true;
+        rest = withoutAll(rest, "ssl:");
+    }
+    if (rest.starts_with("tls:")) {
+        server.starttls = true;
+        rest = withoutAll(rest, "tls:");
+    }
+    const auto colon = rest.find(':');
+    server.host = rest.substr(0, colon);
+    if (colon != std::string::npos) server.port = leadingInteger(std::string_view(rest).substr(colon + 1));
+    return server;
+}
+
+SendResult sendMail(const SplitSettings& s, const std::string& recipient, const std::filesystem::path& attachment,
+                    const MailTransport& transport) {
+    const MailServer server = parseMailServer(s.EMAILSMTP);
+    CurlPtr<CURL> curl(curl_easy_init());
+    if (!curl) return {false, "cannot start the mail transport"};
+    CURL* c = curl.get();
+    std::string url = server.ssl ? "smtps://" : "smtp://";
+    url += server.host;
+    if (server.port > 0) url.append(":").append(std::to_string(server.port));
+    char error[CURL_ERROR_SIZE] = {};
+    curl_easy_setopt(c, CURLOPT_ERRORBUFFER, error);
+    curl_easy_setopt(c, CURLOPT_URL, url.c_str());
+    // STARTTLS when the server offers it, and required with "tls:"; a
+    // certificate that does not verify fails the mail either way.
+    curl_easy_setopt(c, CURLOPT_USE_SSL, static_cast<long>(server.starttls ? CURLUSESSL_ALL : CURLUSESSL_TRY));
+    curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(c, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!transport.caFile.empty()) curl_easy_setopt(c, CURLOPT_CAINFO, transport.caFile.c_str());
+    if (!s.EMAILLOGIN.empty()) {
+        curl_easy_setopt(c, CURLOPT_USERNAME, s.EMAILLOGIN.c_str());
+        curl_easy_setopt(c, CURLOPT_PASSWORD, s.EMAILPASSWORD.c_str());
+    }
+    curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 30L);
+    curl_easy_setopt(c, CURLOPT_TIMEOUT, transport.timeoutSeconds);
+    curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
+    const std::string from = "<" + s.EMAILFROM + ">";
+    curl_easy_setopt(c, CURLOPT_MAIL_FROM, from.c_str());
+    CurlPtr<curl_slist> recipients(curl_slist_append(nullptr, ("<" + recipient + ">").c_str()));
+    if (!s.EMAILCC.empty()) recipients.reset(curl_slist_append(recipients.release(), ("<" + s.EMAILCC + ">").c_str()));
+    curl_easy_setopt(c, CURLOPT_MAIL_RCPT, recipients.get());
+
+    CurlPtr<curl_slist> headers(curl_slist_append(nullptr, ("Subject: " + s.EMAILSUBJECT).c_str()));
+    const auto add = [&](const std::string& line) {
+        headers.reset(curl_slist_append(headers.release(), line.c_str()));
+    };
+    add("From: " + mailbox(s.EMAILFROMNAME, s.EMAILFROM));
+    add("To: " + mailbox(recipient, recipient));
+    if (!s.EMAILCC.empty()) add("Cc: " + mailbox(s.EMAILCC, s.EMAILCC));
+    curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers.get());
+
+    CurlPtr<curl_mime> mime(curl_mime_init(c));
+    curl_mimepart* body = curl_mime_addpart(mime.get());
+    curl_mime_data(body, s.EMAILMSG.c_str(), CURL_ZERO_TERMINATED);
+    curl_mime_type(body, s.EMAILHTML ? "text/html; charset=utf-8" : "text/plain; charset=utf-8");
+    curl_mimepart* file = curl_mime_addpart(mime.get());
+    const std::string path = attachment.string();
+    if (curl_mime_filedata(file, path.c_str()) != CURLE_OK) return {false, "cannot read the attachment " + path};
+    curl_mime_type(file, "application/pdf");
+    curl_mime_encoder(file, "base64");
+    curl_easy_setopt(c, CURLOPT_MIMEPOST, mime.get());
+
+    const CURLcode code = curl_easy_perform(c);
+    if (code == CURLE_OK) return {true, {}};
+    return {false, error[0] ? std::string(error) : std::string(curl_easy_strerror(code))};
+}
+
+std::string mailLogLine(const std::tm& when, const std::string& recipient, const std::string& status,
+                        const std::string& attachment) {
+    const std::string stamp = formatText("%4.4d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d", when.tm_year + 1900, when.tm_mon + 1,
+                                         when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
+    return formatText("%-20s%-100s %-80s %s\r\n", stamp.c_str(), recipient.c_str(), status.c_str(), attachment.c_str());
+}
+
+MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& entries, RunInterface& ui,
+                        const MailTransport& transport) {
+    MailCounts counts;
+    if (entries.empty()) return counts;
+    if (s.EMAILCONFIRM) {
+        std::string list = "Email List to Send\nEmail\tFile\tExtract Page Start\tExtract Page End";
+        for (const auto& entry : entries)
+            list += "\n" + entry.email + "\t" + entry.file + "\t" + std::to_string(entry.first) + "\t" +
+                    std::to_string(entry.last);
+        if (!ui.question(list + "\nOK - Send")) return counts;
+    }
+    for (const auto& entry : entries) {
+        if (ui.cancelled()) break;
+        const std::string recipient = s.EMAILTEST ? s.EMAILFROM : entry.email;
+        ui.status("Sending email: " + recipient);
+        std::string status = "OK";
+        if (s.USEOUTLOOK) {
+            ui.note("Couldn't get Outlook Application, please make sure Microsoft Outlook 2000+ installed");
+            status = "Error - Couldn't get Outlook Application";
+        } else if (const SendResult result = sendMail(s, recipient, entry.file, transport); !result.sent) {
+            appendToLog(s.EMAILLOGFILE, "error: " + result.error + "\n");
+            status = "Error - " + result.error;
+        }
+        ++counts.handled;
+        ++(status == "OK" ? counts.sent : counts.failed);
+        appendToLog(s.EMAILLOGFILE, mailLogLine(localNow(), recipient, status, entry.file));
+    }
+    return counts;
+}
+
+bool sendTestMail(const SplitSettings& s, RunInterface& ui, const MailTransport& transport) {
+    // The test mail carries a small attachment of its own.
+    const auto sample = temporaryFolder() / "vellira_mail_test.txt";
+    std::ofstream(sample, std::ios::binary) << "Vellira Batch test mail\r\n";
+    const SendResult result = sendMail(s, s.EMAILFROM, sample, transport);
+    std::error_code ignored;
+    std::filesystem::remove(sample, ignored);
+    if (result.sent) {
+        ui.note("Message(s) Sent Successfully.\n\nNOTE: mailto and cc message sent to from address.");
+        return true;
+    }
+    const auto errorFile = temporaryFolder() / "vellira_mail_error.txt";
+    std::ofstream(errorFile, std::ios::binary) << result.error << "\r\n";
+    ui.note("Error in configuration, message not sent to: " + s.EMAILFROM +
+            "\nError report output to file: " + errorFile.string());
+    ui.showFile(errorFile.string());
+    return false;
+}
+
+}  // namespace vellira

@@ -1,0 +1,71 @@
+// Sending the output files: one mail per file through an SMTP server (plain,
+// "ssl:" HOST ":" PORT, or "tls:" HOST ":" PORT with STARTTLS), with login,
+// the message, the file as a PDF attachment, and a log line per mail.
+#pragma once
+
+#include "core/RunInterface.h"
+#include "core/SplitSettings.h"
+
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace vellira {
+
+// Where the server text points.
+struct MailServer {
+    std::string host;
+    int port = 0;  // 0: the protocol's own
+    bool ssl = false;
+    bool starttls = false;
+};
+MailServer parseMailServer(std::string_view text);
+
+// Certificates are always verified; `caFile`, when set, is the bundle of
+// authorities trusted instead of the system's.
+struct MailTransport {
+    std::string caFile;
+    long timeoutSeconds = 120;
+};
+
+struct SendResult {
+    bool sent = false;
+    std::string error;  // the transport's text when not sent
+};
+
+// Sends `attachment` to `recipient` with the e-mail settings.
+SendResult sendMail(const SplitSettings& settings, const std::string& recipient,
+                    const std::filesystem::path& attachment, const MailTransport& transport);
+
+// One mail to send: the output file, its pages, and the address found in it.
+struct MailEntry {
+    std::string file;
+    int first = 0;
+    int last = 0;
+    std::string email;
+};
+
+struct MailCounts {
+    int handled = 0;
+    int sent = 0;
+    int failed = 0;
+};
+
+// Sends every entry (to EMAILFROM in test mode), logging each, until the
+// run's Stop flag is set; the mail in progress is finished. Confirm mode
+// asks the user first and sends nothing without a yes.
+MailCounts sendMailList(const SplitSettings& settings, const std::vector<MailEntry>& entries, RunInterface& ui,
+                        const MailTransport& transport);
+
+// The log line of one mail: time, recipient, status ("OK" or "Error - "
+// and the transport's text) and the attachment.
+std::string mailLogLine(const std::tm& when, const std::string& recipient, const std::string& status,
+                        const std::string& attachment);
+
+// "&Send Test": one mail to the from address, with the success or failure
+// message; a failure's text goes to "vellira_mail_error.txt" in the
+// temporary folder. Answers whether it was sent.
+bool sendTestMail(const SplitSettings& settings, RunInterface& ui, const MailTransport& transport);
+
+}  // namespace vellira

@@ -1,0 +1,110 @@
+#!/usr/bin/python3
+"""A loopback SMTP server for the mail tests (Debian's python3-aiosmtpd).
+
+Every message received is unpacked into OUT/msg-N/: envelope.txt (MAIL FROM
+and RCPT TO lines), headers.txt, body.txt and each attachment under its own
+file name. The port is written to PORT_FILE once the server listens.
+
+  smtp_server.py OUT PORT_FILE MODE [--cert C --key K] [--user U --password P]
+                 [--stop-after N]
+MODE: plain, ssl (TLS from the first byte) or starttls (TLS required).
+"""
+import argparse
+import asyncio
+import email
+import email.policy
+import os
+import signal
+import socket
+import ssl
+import time
+
+from aiosmtpd.controller import Controller
+from aiosmtpd.smtp import AuthResult, LoginPassword
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Handler:
+    def __init__(self, out, stop_after):
+        self.out = out
+        self.count = 0
+        self.stop_after = stop_after
+
+    async def handle_DATA(self, server, session, envelope):
+        self.count += 1
+        folder = os.path.join(self.out, "msg-%d" % self.count)
+        os.makedirs(folder)
+        with open(os.path.join(folder, "envelope.txt"), "w") as f:
+            f.write("MAIL FROM: %s\n" % envelope.mail_from)
+            for rcpt in envelope.rcpt_tos:
+                f.write("RCPT TO: %s\n" % rcpt)
+        message = email.message_from_bytes(envelope.content, policy=email.policy.default)
+        with open(os.path.join(folder, "headers.txt"), "w") as f:
+            for key, value in message.items():
+                f.write("%s: %s\n" % (key, value))
+        for part in message.walk():
+            if part.is_multipart():
+                continue
+            name = part.get_filename()
+            if name:
+                with open(os.path.join(folder, os.path.basename(name)), "wb") as f:
+                    f.write(part.get_payload(decode=True))
+            else:
+                with open(os.path.join(folder, "body.txt"), "wb") as f:
+                    f.write(part.get_payload(decode=True))
+                with open(os.path.join(folder, "body-type.txt"), "w") as f:
+                    f.write(part.get_content_type())
+        if self.stop_after and self.count >= self.stop_after:
+            asyncio.get_event_loop().call_later(0.05, os._exit, 0)
+        return "250 OK"
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("out")
+    parser.add_argument("port_file")
+    parser.add_argument("mode", choices=["plain", "ssl", "starttls"])
+    parser.add_argument("--cert")
+    parser.add_argument("--key")
+    parser.add_argument("--user")
+    parser.add_argument("--password")
+    parser.add_argument("--stop-after", type=int, default=0)
+    args = parser.parse_args()
+
+    def authenticator(server, session, envelope, mechanism, auth_data):
+        ok = (isinstance(auth_data, LoginPassword) and auth_data.login.decode() == args.user
+              and auth_data.password.decode() == args.password)
+        return AuthResult(success=ok, handled=False)
+
+    options = {}
+    if args.user:
+        options["authenticator"] = authenticator
+        options["auth_require_tls"] = args.mode != "plain"
+    context = None
+    if args.mode != "plain":
+        context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+        context.load_cert_chain(args.cert, args.key)
+    if args.mode == "ssl":
+        options["ssl_context"] = context
+    elif args.mode == "starttls":
+        options["tls_context"] = context
+        options["require_starttls"] = True
+    port = free_port()
+    controller = Controller(Handler(args.out, args.stop_after), hostname="127.0.0.1", port=port,
+                            ready_timeout=10, **options)
+    controller.start()
+    with open(args.port_file + ".tmp", "w") as f:
+        f.write(str(port))
+    os.rename(args.port_file + ".tmp", args.port_file)
+    signal.signal(signal.SIGTERM, lambda *_: os._exit(0))
+    while True:
+        time.sleep(1)
+
+
+if __name__ == "__main__":
+    main()
