@@ -7,10 +7,11 @@ file name. The port is written to PORT_FILE once the server listens.
 
   smtp_server.py OUT PORT_FILE MODE [--cert C --key K] [--user U --password P]
                  [--stop-after N]
-MODE: plain, ssl (TLS from the first byte) or starttls (TLS required).
+MODE: plain, ssl (TLS from the first byte) or starttls (TLS required). With a
+user, login is required. With --stop-after N the server goes away in the middle
+of message N + 1.
 """
 import argparse
-import asyncio
 import email
 import email.policy
 import os
@@ -36,6 +37,8 @@ class Handler:
         self.stop_after = stop_after
 
     async def handle_DATA(self, server, session, envelope):
+        if self.stop_after and self.count >= self.stop_after:
+            os._exit(0)  # gone in the middle of a message
         self.count += 1
         folder = os.path.join(self.out, "msg-%d" % self.count)
         os.makedirs(folder)
@@ -59,8 +62,6 @@ class Handler:
                     f.write(part.get_payload(decode=True))
                 with open(os.path.join(folder, "body-type.txt"), "w") as f:
                     f.write(part.get_content_type())
-        if self.stop_after and self.count >= self.stop_after:
-            asyncio.get_event_loop().call_later(0.05, os._exit, 0)
         return "250 OK"
 
 
@@ -84,7 +85,9 @@ def main():
     options = {}
     if args.user:
         options["authenticator"] = authenticator
-        options["auth_require_tls"] = args.mode != "plain"
+        options["auth_required"] = True
+        # TLS from the first byte is TLS too, though the server only counts STARTTLS.
+        options["auth_require_tls"] = args.mode == "starttls"
     context = None
     if args.mode != "plain":
         context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
