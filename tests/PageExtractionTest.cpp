@@ -1,5 +1,6 @@
-// Writing the ranges: appending, replacing, numbered parts, folders that are
-// missing or cannot be made, and sources that are never touched.
+// Writing the ranges: appending, replacing, numbered parts, bookmarks, folders
+// that are missing or cannot be made, failed saves, the split list, the mail
+// list, the first pages left out, and sources that are never touched.
 #include "core/BatchRun.h"
 #include "fixtures/PdfFixture.h"
 #include "host/MupdfHost.h"
@@ -11,24 +12,31 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <functional>
+#include <map>
 
 namespace vellira {
 namespace {
 
+using testing::outlineText;
 using testing::pageMarkers;
 using testing::readFile;
 
-// Pages "p1".."pN" of statements opening on `starts` (1-based), numbered by page.
-std::filesystem::path writeStatements(const std::filesystem::path& path, int pages, std::vector<int> starts) {
+// Pages "p1".."pN"; "account: NAME" opens the pages named in `accounts`.
+std::filesystem::path writeStatements(const std::filesystem::path& path, int pages,
+                                      const std::map<int, std::string>& accounts,
+                                      std::vector<fixtures::Bookmark> bookmarks = {}) {
     fixtures::Document document;
     for (int page = 1; page <= pages; ++page) {
         std::vector<std::string> lines;
-        if (std::find(starts.begin(), starts.end(), page) != starts.end())
-            lines.push_back("account: N" + std::to_string(page));
+        if (const auto found = accounts.find(page); found != accounts.end())
+            lines.push_back("account: " + found->second);
         lines.push_back("text p" + std::to_string(page));
         document.pages.push_back(fixtures::textPage(lines));
     }
+    document.bookmarks = std::move(bookmarks);
     fixtures::writePdf(document, path);
     return path;
 }
@@ -39,141 +47,348 @@ std::vector<std::string> markers(int first, int last) {
     return out;
 }
 
+std::vector<std::string> folderEntries(const std::filesystem::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+using Configure = std::function<void(SplitSettings&, RunState&)>;
+
 struct Run {
     std::vector<BatchRow> rows;
     std::vector<std::string> notes;
+    std::vector<MailRange> mail;  // of the last document
 };
 
-Run split(const std::filesystem::path& source, const std::function<void(SplitSettings&, RunState&)>& configure) {
+// One batch run over `sources` with the real host.
+Run split(const std::vector<std::filesystem::path>& sources, const Configure& configure) {
     MupdfHost host;
     testing::RecordingInterface ui;
     SplitSettings settings;
     BatchRun batch(host, ui, settings);
-    batch.settingsFile = source.parent_path() / "VelliraBatch.ini";
-    batch.legacyFolder = source.parent_path() / "legacy";
+    batch.settingsFile = sources.front().parent_path() / "VelliraBatch.ini";
+    batch.legacyFolder = sources.front().parent_path() / "legacy";
     configure(settings, batch.run);
-    Run run{{{"Yes", source.string(), "Ready.", ""}}, {}};
+    Run run;
+    for (const auto& source : sources) run.rows.push_back({"Yes", source.string(), "Ready.", ""});
     batch.process(run.rows);
     run.notes = ui.notes;
+    run.mail = batch.engine.doc.mailList;
     return run;
+}
+
+Run split(const std::filesystem::path& source, const Configure& configure) {
+    return split(std::vector{source}, configure);
 }
 
 TEST(PageExtraction, ExistingOutputsAreAppendedToReplacedOrNumbered) {
     testing::TempDir dir;
-    const auto source = writeStatements(dir / "run.pdf", 8, {1, 6});
+    const auto source = writeStatements(dir / "run.pdf", 8, {{1, "N1"}, {6, "N6"}});
     const std::string before = readFile(source);
     const auto out = dir / "out";
     const auto target = out / "extract_N6.pdf";
+    const auto part2 = out / "extract_N6_part002.pdf";
+    const auto part3 = out / "extract_N6_part003.pdf";
     const auto oldFile = writeStatements(dir / "old.pdf", 5, {});
+    const auto pagesOf = [](const std::filesystem::path& pdf) {
+        return std::filesystem::exists(pdf) ? pageMarkers(pdf) : std::vector<std::string>{};
+    };
 
-    const auto reset = [&] {
+    struct Case {
+        std::string what;
+        bool append, overwrite;
+        bool earlierPart;                 // an extract_N6_part002.pdf exists before the run
+        std::vector<std::string> target;  // pages of extract_N6.pdf afterwards
+        std::vector<std::string> part2, part3;
+    } const cases[] = {
+        {"append: old pages first", true, true, false, markers(1, 8), {}, {}},
+        {"append wins over numbered parts", true, false, false, markers(1, 8), {}, {}},
+        {"replace", false, true, false, markers(6, 8), {}, {}},
+        {"numbered part when not overwriting", false, false, false, markers(1, 5), markers(6, 8), {}},
+        {"next free part", false, false, true, markers(1, 5), markers(1, 5), markers(6, 8)},
+    };
+    for (const auto& c : cases) {
         std::filesystem::remove_all(out);
         std::filesystem::create_directories(out);
         std::filesystem::copy_file(oldFile, target);
-    };
-    struct Case {
-        std::string what;
-        std::function<void(SplitSettings&, RunState&)> configure;
-        std::vector<std::string> target;  // pages of extract_N6.pdf afterwards
-        std::vector<std::string> part;    // pages of extract_N6_part002.pdf, if any
-    } const cases[] = {
-        {"append: old pages first",
-         [](SplitSettings& s, RunState&) { s.ALWAYSAPPEND = 1; },
-         {"p1", "p2", "p3", "p4", "p5", "p6", "p7", "p8"},
-         {}},
-        {"replace", [](SplitSettings&, RunState&) {}, markers(6, 8), {}},
-        {"numbered part when not overwriting", [](SplitSettings&, RunState& run) { run.overwrite = false; },
-         markers(1, 5), markers(6, 8)},
-    };
-    for (const auto& c : cases) {
-        reset();
+        if (c.earlierPart) std::filesystem::copy_file(oldFile, part2);
         const auto run = split(source, [&](SplitSettings& s, RunState& state) {
             s.OUTPUTDIR = out.string();
-            s.KEEPBOOKMARKS = 1;
-            c.configure(s, state);
+            s.ALWAYSAPPEND = c.append;
+            state.overwrite = c.overwrite;
         });
         EXPECT_EQ(run.rows[0].status, "Done") << c.what;
-        EXPECT_EQ(pageMarkers(target), c.target) << c.what;
-        const auto part = out / "extract_N6_part002.pdf";
-        EXPECT_EQ(std::filesystem::exists(part) ? pageMarkers(part) : std::vector<std::string>{}, c.part) << c.what;
+        EXPECT_EQ(pagesOf(target), c.target) << c.what;
+        EXPECT_EQ(pagesOf(part2), c.part2) << c.what;
+        EXPECT_EQ(pagesOf(part3), c.part3) << c.what;
         EXPECT_EQ(pageMarkers(out / "extract_N1.pdf"), markers(1, 5)) << c.what;
         EXPECT_EQ(readFile(source), before) << c.what;
     }
 }
 
-TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndNothingIsLost) {
+TEST(PageExtraction, BookmarksComeAlongOnlyWhenKept) {
     testing::TempDir dir;
-    const auto source = writeStatements(dir / "run.pdf", 6, {1, 4});
-    const auto deep = dir / "a" / "b" / "c";
-    split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = deep.string(); });
-    EXPECT_EQ(pageMarkers(deep / "extract_N4.pdf"), markers(4, 6));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(deep), {}), 2) << "no temporary file is left";
+    const auto source = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}},
+                                        {{"Anna", 0, fixtures::Destination::Explicit, {{"Anna fees", 1}}},
+                                         {"Bo", 3, fixtures::Destination::Explicit, {{"Bo fees", 4}}},
+                                         {"Summary", 5}});
+    const std::string before = readFile(source);
+    const auto oldFile = dir / "old.pdf";
+    fixtures::writePdf({{fixtures::textPage({"old o1"}), fixtures::textPage({"old o2"})}, {{"Old", 0}}}, oldFile);
+    const auto out = dir / "out";
 
-    // A folder under a plain file cannot be made: each range says so, the run goes on.
+    struct Case {
+        int keep;
+        bool append;  // onto an earlier two-page extract_N4.pdf with a bookmark of its own
+        std::string first, second;
+    } const cases[] = {
+        {1, false, "Anna@1[Anna fees@2]", "Bo@1[Bo fees@2] Summary@3"},
+        {0, false, "", ""},
+        {1, true, "Anna@1[Anna fees@2]", "Old@1 Bo@3[Bo fees@4] Summary@5"},
+        {0, true, "", ""},
+    };
+    for (const auto& c : cases) {
+        std::filesystem::remove_all(out);
+        std::filesystem::create_directories(out);
+        if (c.append) std::filesystem::copy_file(oldFile, out / "extract_N4.pdf");
+        const auto run = split(source, [&](SplitSettings& s, RunState&) {
+            s.OUTPUTDIR = out.string();
+            s.KEEPBOOKMARKS = c.keep;
+            s.ALWAYSAPPEND = c.append;
+        });
+        const std::string what = "keep " + std::to_string(c.keep) + (c.append ? ", append" : "");
+        EXPECT_EQ(run.rows[0].status, "Done") << what;
+        EXPECT_EQ(outlineText(out / "extract_N1.pdf"), c.first) << what;
+        EXPECT_EQ(outlineText(out / "extract_N4.pdf"), c.second) << what;
+        EXPECT_EQ(pageMarkers(out / "extract_N4.pdf"), markers(4, 6)) << what;
+        EXPECT_EQ(readFile(source), before) << what;
+    }
+}
+
+TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndTheRunGoesOn) {
+    testing::TempDir dir;
+    const auto source = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}});
+    const auto deep = dir / "a" / "b" / "c";
+    const auto made = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = deep.string(); });
+    EXPECT_EQ(made.notes, std::vector<std::string>{});
+    EXPECT_EQ(pageMarkers(deep / "extract_N4.pdf"), markers(4, 6));
+    EXPECT_EQ(folderEntries(deep), (std::vector<std::string>{"extract_N1.pdf", "extract_N4.pdf"}))
+        << "no temporary file is left";
+
+    // A folder under a plain file cannot be made: each range says so, the run
+    // goes on.
     std::ofstream(dir / "plain") << "x";
     const auto blocked = (dir / "plain" / "out").string();
     const auto failed = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = blocked; });
     EXPECT_EQ(failed.rows[0].status, "Done");
     ASSERT_EQ(failed.notes.size(), 2u);
-    for (const char* name : {"N1", "N4"}) {
-        const auto& note = failed.notes[name[1] == '1' ? 0 : 1];
+    for (std::size_t i = 0; i < 2; ++i) {
+        const auto& note = failed.notes[i];
         EXPECT_TRUE(note.starts_with("Abort!! Save Error message: ")) << note;
-        EXPECT_TRUE(note.ends_with(", file: '" + blocked + "/extract_" + name + ".pdf'")) << note;
+        EXPECT_TRUE(note.ends_with(", file: '" + blocked + "/extract_" + (i == 0 ? "N1" : "N4") + ".pdf'")) << note;
+    }
+
+    // A folder where one output should go: that save fails, the other is
+    // written, and nothing half-written is left behind.
+    const auto out = dir / "out";
+    std::filesystem::create_directories(out / "extract_N1.pdf" / "inside");
+    const auto taken = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
+    EXPECT_EQ(taken.rows[0].status, "Done");
+    ASSERT_EQ(taken.notes.size(), 1u);
+    EXPECT_TRUE(taken.notes[0].starts_with("Abort!! Save Error message: ")) << taken.notes[0];
+    EXPECT_TRUE(taken.notes[0].ends_with(", file: '" + (out / "extract_N1.pdf").string() + "'")) << taken.notes[0];
+    EXPECT_TRUE(std::filesystem::is_directory(out / "extract_N1.pdf" / "inside"));
+    EXPECT_EQ(pageMarkers(out / "extract_N4.pdf"), markers(4, 6));
+    EXPECT_EQ(folderEntries(out), (std::vector<std::string>{"extract_N1.pdf", "extract_N4.pdf"}));
+}
+
+// A scripted host whose saves all fail, as on a full disk.
+class FailingSaveHost : public testing::ScriptedHost {
+public:
+    void saveDocument(DocHandle, const std::filesystem::path&) override {
+        throw HostError(HostError::kIo, "No space left on device");
+    }
+};
+
+TEST(PageExtraction, AFailedSaveLeavesTheEarlierFileAsItWas) {
+    for (const int append : {0, 1}) {
+        testing::TempDir dir;
+        const std::string source = (dir / "run.pdf").string();
+        std::ofstream(source) << "scripted";
+        const auto out = dir / "out";
+        const std::string target = (out / "extract_N1.pdf").string();
+        std::filesystem::create_directories(out);
+        std::ofstream(target, std::ios::binary) << "%PDF-1.7 earlier output\n";
+        FailingSaveHost host;
+        host.files[source] = {{{"account:", 72, 700}, {"N1", 150, 700}}, {{"text", 72, 700}}};
+        host.files[target] = {{{"earlier", 72, 700}}};
+        testing::RecordingInterface ui;
+        SplitSettings settings;
+        settings.OUTPUTDIR = out.string();
+        settings.ALWAYSAPPEND = append;
+        BatchRun batch(host, ui, settings);
+        batch.settingsFile = dir / "VelliraBatch.ini";
+        std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}};
+        batch.process(rows);
+        EXPECT_EQ(rows[0].status, "Done") << append;
+        EXPECT_EQ(ui.notes, std::vector<std::string>{"Abort!! Save Error message: No space left on device, file: '" +
+                                                     target + "'"})
+            << append;
+        EXPECT_EQ(readFile(target), "%PDF-1.7 earlier output\n") << append;
+        EXPECT_EQ(folderEntries(out), std::vector<std::string>{"extract_N1.pdf"}) << append;
     }
 }
 
 TEST(PageExtraction, SplitListInsteadOfPdfs) {
     testing::TempDir dir;
-    const auto source = writeStatements(dir / "run.pdf", 6, {1, 4});
+    const auto first = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}});
+    const auto second = writeStatements(dir / "more.pdf", 3, {{2, "M2"}});
+    const auto out = dir / "out";
+    const std::string o = out.string() + "/";
+    const std::string a = first.string(), b = second.string();
+    struct Case {
+        int keep, offset;
+        std::string list;
+    } const cases[] = {
+        {0, 0,
+         a + "; 1-3; 6; Ready.; ; " + o + "; Y; ; N; extract_N1 ;0\r\n" + a + "; 4-6; 6; Ready.; ; " + o +
+             "; Y; ; N; extract_N4 ;0\r\n" + b + "; 2-3; 3; Ready.; ; " + o + "; Y; ; N; extract_M2 ;0\r\n"},
+        // The pages listed are the ones that would be written.
+        {1, 1,
+         a + "; 2-3; 6; Ready.; ; " + o + "; Y; ; Y; extract_N1 ;0\r\n" + a + "; 5-6; 6; Ready.; ; " + o +
+             "; Y; ; Y; extract_N4 ;0\r\n" + b + "; 3-3; 3; Ready.; ; " + o + "; Y; ; Y; extract_M2 ;0\r\n"},
+    };
+    for (const auto& c : cases) {
+        // The list is named after the FILENAME the run starts with, and one
+        // list serves every PDF of the run.
+        const auto run = split(std::vector{first, second}, [&](SplitSettings& s, RunState&) {
+            s.OUTPUTDIR = out.string();
+            s.CREATELIST = 1;
+            s.KEEPBOOKMARKS = c.keep;
+            s.OFFSETFIRST = c.offset;
+            s.FILENAME = (dir / "job").string();
+        });
+        EXPECT_EQ(run.rows[0].status, "Done");
+        EXPECT_EQ(run.rows[1].status, "Done");
+        EXPECT_FALSE(std::filesystem::exists(out)) << "no PDF is written";
+        EXPECT_EQ(readFile(dir / "job_splitlist.spl"), c.list);
+    }
+}
+
+TEST(PageExtraction, MailListHoldsEachOutputOnceWithItsPages) {
+    testing::TempDir dir;
+    // Names A, A, B: the unique mode writes A twice, 1-2 and then 1-5.
+    const auto source = writeStatements(dir / "run.pdf", 8, {{1, "A"}, {3, "A"}, {6, "B"}});
+    const auto out = dir / "out";
+    const auto on = split(source, [&](SplitSettings& s, RunState&) {
+        s.OUTPUTDIR = out.string();
+        s.PAGEEXTRACT = kExtractModes[1];
+        s.EMAILENABLE = 1;
+        s.EMAILCONFIRM = 1;  // the list is shown and declined: nothing is sent
+    });
+    ASSERT_EQ(on.mail.size(), 2u);
+    EXPECT_EQ(on.mail[0].path, (out / "extract_A.pdf").string());
+    EXPECT_EQ(std::pair(on.mail[0].first, on.mail[0].last), std::pair(1, 5));
+    EXPECT_EQ(on.mail[1].path, (out / "extract_B.pdf").string());
+    EXPECT_EQ(std::pair(on.mail[1].first, on.mail[1].last), std::pair(6, 8));
+    EXPECT_EQ(pageMarkers(out / "extract_A.pdf"), markers(1, 5));
+
+    const auto off = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
+    EXPECT_TRUE(off.mail.empty());
+}
+
+TEST(PageExtraction, RemovedFirstPagesMoveOnlyTheStart) {
+    testing::TempDir dir;
+    const auto source = writeStatements(dir / "run.pdf", 9, {{1, "N1"}, {5, "N5"}});
     const auto out = dir / "out";
     const auto run = split(source, [&](SplitSettings& s, RunState&) {
         s.OUTPUTDIR = out.string();
-        s.CREATELIST = 1;
-        s.FILENAME = (dir / "job").string();
+        s.OFFSETFIRST = 2;
+        s.EMAILENABLE = 1;
+        s.EMAILCONFIRM = 1;
+        s.REPORTOPTIONSCSV = 1;
     });
     EXPECT_EQ(run.rows[0].status, "Done");
-    EXPECT_FALSE(std::filesystem::exists(out));
-    EXPECT_EQ(readFile(dir / "job_splitlist.spl"),
-              source.string() + "; 1-3; 6; Ready.; ; " + out.string() + "/; Y; ; N; extract_N1 ;0\r\n" +
-                  source.string() + "; 4-6; 6; Ready.; ; " + out.string() + "/; Y; ; N; extract_N4 ;0\r\n");
+    EXPECT_EQ(pageMarkers(out / "extract_N1.pdf"), markers(3, 4));
+    EXPECT_EQ(pageMarkers(out / "extract_N5.pdf"), markers(7, 9));
+    const std::string csv = readFile(source.string() + "_report.csv");
+    EXPECT_NE(csv.find("\r\n3 ,4 ,N1 "), std::string::npos) << csv;
+    EXPECT_NE(csv.find("\r\n7 ,9 ,N5 "), std::string::npos) << csv;
+    ASSERT_EQ(run.mail.size(), 2u);
+    EXPECT_EQ(std::pair(run.mail[0].first, run.mail[0].last), std::pair(3, 4));
 }
 
-// A scripted host that counts how often the source is opened.
+// A scripted host that counts how often one document is opened.
 class CountingHost : public testing::ScriptedHost {
 public:
+    std::string counted;
     int opens = 0;
 
 protected:
     DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) override {
-        opens += path.filename() == "big.pdf";
+        if (path.string() == counted) ++opens;
         return ScriptedHost::openFile(path, makeCurrent);
     }
 };
 
 TEST(PageExtraction, LongRunsOnLargeSourcesReopenThemEveryHundredRanges) {
-    for (const auto& [pages, opens] : {std::pair{1500, 3}, {1000, 1}}) {
+    // A statement every 5 pages: 300, 201 and 200 ranges. The 101st and the
+    // 201st range reopen a source of at least 1001 pages; a smaller one never.
+    for (const auto& [pages, opens] : {std::pair{1500, 3}, {1001, 3}, {1000, 1}}) {
         testing::TempDir dir;
         const std::string source = (dir / "big.pdf").string();
         std::ofstream(source) << "scripted";
         CountingHost host;
+        host.counted = source;
         for (int page = 0; page < pages; ++page)
             host.files[source].push_back(
                 page % 5 == 0 ? testing::ScriptedPage{{"account:", 72, 700}, {"N" + std::to_string(page), 150, 700}}
                               : testing::ScriptedPage{{"text", 72, 700}});
         testing::RecordingInterface ui;
         SplitSettings settings;
-        settings.OUTPUTDIR = "/out";
-        settings.EMAILENABLE = 1;
+        settings.OUTPUTDIR = (dir / "out").string();
         BatchRun batch(host, ui, settings);
         batch.settingsFile = dir / "VelliraBatch.ini";
         std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}};
         batch.process(rows);
-        // 300 ranges reopen after the 101st and the 201st; 200 ranges never.
+        const int ranges = (pages + 4) / 5;
+        EXPECT_EQ(rows[0].status, "Done") << pages;
         EXPECT_EQ(host.opens, opens) << pages;
-        EXPECT_EQ(host.files.size(), static_cast<std::size_t>(pages / 5 + 1)) << pages;
-        ASSERT_EQ(batch.engine.doc.mailList.size(), static_cast<std::size_t>(pages / 5));
-        EXPECT_EQ(batch.engine.doc.mailList.back().first, pages - 4);
-        EXPECT_EQ(batch.engine.doc.mailList.back().last, pages);
+        // Every range after a reopen is still written, from the right pages.
+        EXPECT_EQ(host.files.size(), static_cast<std::size_t>(ranges + 1)) << pages;
+        const int lastStart = 5 * (ranges - 1);
+        const auto& last = host.files[(dir / "out" / ("extract_N" + std::to_string(lastStart) + ".pdf")).string()];
+        ASSERT_EQ(last.size(), static_cast<std::size_t>(pages - lastStart)) << pages;
+        EXPECT_EQ(last.front().at(1).text, "N" + std::to_string(lastStart)) << pages;
+    }
+}
+
+TEST(PageExtraction, UnreadableSourcesEndTheirRowOnly) {
+    testing::TempDir dir;
+    std::ofstream(dir / "damaged.pdf") << "%PDF-1.4\nthis is not a PDF at all\n";
+    fixtures::writePdf({{fixtures::textPage({"account: X1"})}, {}, "secret"}, dir / "locked.pdf");
+    const auto good = writeStatements(dir / "good.pdf", 3, {{1, "G1"}});
+    const std::string errors = "Done, some errors occurred.";
+    struct Case {
+        std::string file, status;
+        std::vector<std::string> notes;
+    } const cases[] = {
+        // A missing file is not counted as an error of the run.
+        {"missing.pdf", "file error", {}},
+        {"damaged.pdf", "Can't open", {errors}},
+        {"locked.pdf", "Permissions error", {errors}},
+    };
+    for (const auto& c : cases) {
+        const auto out = dir / ("out-" + c.file);
+        const auto run =
+            split(std::vector{dir / c.file, good}, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
+        EXPECT_EQ(run.rows[0].status, c.status) << c.file;
+        EXPECT_EQ(run.rows[1].status, "Done") << c.file;
+        EXPECT_EQ(run.notes, c.notes) << c.file;
+        EXPECT_EQ(folderEntries(out), std::vector<std::string>{"extract_G1.pdf"}) << c.file;
     }
 }
 

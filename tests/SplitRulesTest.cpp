@@ -65,7 +65,7 @@ struct Fixture {
     explicit Fixture(const std::vector<ScriptedPage>& pages) {
         std::ofstream(source) << "scripted";
         host.files[source] = pages;
-        settings.OUTPUTDIR = "/out";
+        settings.OUTPUTDIR = (dir / "out").string();
     }
 
     // Runs the batch over the document; answers the row's status.
@@ -213,7 +213,8 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
     position.run();
     EXPECT_EQ(position.outputs(), (Outputs{{"extract_A.pdf", "1-5"}, {"extract_B.pdf", "6-8"}}));
     const std::string csv = testing::readFile(position.dir / "doc_report.csv");
-    EXPECT_NE(csv.find("Output File\r\n1 ,5 ,A                             ,/out/extract_A.pdf\r\n6 ,8 ,B "),
+    const std::string out = position.settings.OUTPUTDIR;
+    EXPECT_NE(csv.find("Output File\r\n1 ,5 ,A                             ," + out + "/extract_A.pdf\r\n6 ,8 ,B "),
               std::string::npos)
         << csv;
     EXPECT_NE(csv.find("\r\n,2, PDF file(s)\r\n"), std::string::npos) << csv;
@@ -359,13 +360,13 @@ TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
         CancelAtPage ui;
         ui.page = 6;
         SplitSettings settings;
-        settings.OUTPUTDIR = "/out";
+        settings.OUTPUTDIR = (dir / "out").string();
         BatchRun batch(host, ui, settings);
         batch.settingsFile = dir / "VelliraBatch.ini";
         std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}, {"Yes", source, "Ready.", ""}};
         batch.process(rows);
         EXPECT_EQ(host.files.size(), 2u);
-        EXPECT_TRUE(host.files.count("/out/extract_A1.pdf"));
+        EXPECT_TRUE(host.files.count((dir / "out" / "extract_A1.pdf").string()));
         EXPECT_EQ(rows[1].status, "Ready.");
     }
 
