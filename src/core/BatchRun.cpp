@@ -10,13 +10,6 @@ namespace vellira {
 
 namespace {
 
-std::tm localNow() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    return local;
-}
-
 // The next-match position modes take one word only: that word is the position.
 bool refusesMultiWordPosition(const SplitSettings& settings) {
     return settings.FINDSTRING.find(' ') != std::string::npos &&

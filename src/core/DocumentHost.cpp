@@ -2,9 +2,7 @@
 
 namespace vellira {
 
-std::filesystem::path DocumentHost::makeHostPath(std::string_view text) const {
-    return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
+std::filesystem::path DocumentHost::makeHostPath(std::string_view text) const { return pathFromText(text); }
 
 DocHandle DocumentHost::reopenDocument(DocHandle doc) {
     const auto view = activeViewDocument();

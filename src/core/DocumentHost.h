@@ -6,6 +6,8 @@
 // throws HostError, carrying the host's code and its own error text.
 #pragma once
 
+#include "core/Platform.h"
+
 #include <compare>
 #include <cstdint>
 #include <filesystem>
@@ -70,12 +72,6 @@ struct HostWord {
 };
 // Returning false stops the enumeration of the current page.
 using WordCallback = std::function<bool(const HostWord&)>;
-
-// A path as UTF-8 text: the inverse of DocumentHost::makeHostPath.
-inline std::string pathText(const std::filesystem::path& path) {
-    const auto text = path.u8string();
-    return std::string(text.begin(), text.end());
-}
 
 class DocumentHost {
 public:

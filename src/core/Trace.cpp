@@ -26,7 +26,7 @@ std::string formatText(const char* format, ...) {
 }
 
 bool Trace::open(const std::filesystem::path& path) {
-    file_.reset(std::fopen(path.c_str(), "ab"));
+    file_ = openFile(path, "ab");
     return on();
 }
 

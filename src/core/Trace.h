@@ -2,6 +2,8 @@
 // unless a file was given.
 #pragma once
 
+#include "core/Platform.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
@@ -24,10 +26,7 @@ public:
     void write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 private:
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    std::unique_ptr<std::FILE, Closer> file_;
+    FileHandle file_;
 };
 
 }  // namespace vellira

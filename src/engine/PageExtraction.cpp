@@ -3,12 +3,18 @@
 // half-written file behind.
 #include "engine/SplitEngine.h"
 
-#include <fcntl.h>
-#include <unistd.h>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <thread>
+
+#ifdef _WIN32
+#include <share.h>
+#else
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 namespace vellira {
 
@@ -23,12 +29,22 @@ constexpr int kReopenFromPages = 1001;
 bool fileInUse(const std::filesystem::path& path, bool forWriting) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) return false;
+#ifdef _WIN32
+    // Windows refuses a file another program holds with a sharing violation.
+    FILE* file = _wfsopen(path.c_str(), forWriting ? L"r+b" : L"rb", _SH_DENYNO);
+    if (file) {
+        std::fclose(file);
+        return false;
+    }
+    return errno == EACCES;
+#else
     const int fd = ::open(path.c_str(), (forWriting ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
     if (fd >= 0) {
         ::close(fd);
         return false;
     }
     return errno == EBUSY || errno == ETXTBSY;
+#endif
 }
 
 void waitWhileInUse(RunInterface& ui, const std::filesystem::path& path, bool forWriting) {

@@ -29,7 +29,7 @@ bool isPdfName(const std::filesystem::path& path) {
 }  // namespace
 
 bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& rows, RunInterface& ui) {
-    FileHandle file{std::fopen(path.c_str(), "rb")};
+    FileHandle file = openFile(path, "rb");
     if (!file) {
         ui.note("Can't read list file.");
         return false;
@@ -65,7 +65,7 @@ bool saveBatchList(const std::filesystem::path& path, const std::vector<BatchRow
         text += row.use == "Yes" ? '+' : '~';
         text.append(row.path).append("|").append(row.params).append(kLineEnd);
     }
-    FileHandle file{std::fopen(path.c_str(), "wb")};
+    FileHandle file = openFile(path, "wb");
     if (!file) return false;
     const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
     if (std::fclose(file.release()) != 0 || !written) return false;

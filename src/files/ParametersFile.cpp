@@ -119,9 +119,9 @@ void readParameters(std::string& filename, SplitSettings& settings, const Parame
     settings.offsetFirstWorking = 0;
     if (!options.legacyFolder.empty()) {
         const auto legacy = options.legacyFolder / kLegacyName;
-        if (FileHandle probe{std::fopen(legacy.c_str(), "rb")}) filename = pathText(legacy);
+        if (openFile(legacy, "rb")) filename = pathText(legacy);
     }
-    FileHandle file{std::fopen(filename.c_str(), "rb")};
+    FileHandle file = openFile(pathFromText(filename), "rb");
     if (file) readParameters(file.get(), settings, options.probe);
 }
 
@@ -227,9 +227,9 @@ std::string parametersText(const SplitSettings& settings, bool withLastPaths) {
 
 bool writeParameters(const std::string& filename, const SplitSettings& settings, bool withLastPaths,
                      const std::filesystem::path& legacyFolder, RunInterface* ui) {
-    FileHandle file{std::fopen(filename.c_str(), "wb")};
+    FileHandle file = openFile(pathFromText(filename), "wb");
     if (!file && filename.find(kLegacyName) != std::string::npos && !legacyFolder.empty())
-        file.reset(std::fopen((legacyFolder / kLegacyName).c_str(), "wb"));
+        file = openFile(legacyFolder / kLegacyName, "wb");
     if (!file) return false;
     const std::string text = parametersText(settings, withLastPaths);
     const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();

@@ -22,8 +22,6 @@ std::string padded(std::string_view text, std::size_t width) {
     return out;
 }
 
-std::FILE* openBinary(const std::filesystem::path& path) { return std::fopen(path.c_str(), "wb"); }
-
 // Writes text to a report and answers its length.
 long put(std::FILE* file, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), file);
@@ -68,8 +66,8 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
         std::string copy;
         if (redirectedCopy(pathText(paths.text), copy) == 0) std::filesystem::remove(copy, ignored);
     }
-    text_.reset(openBinary(paths.text));
-    csv_.reset(openBinary(paths.csv));
+    text_ = openFile(paths.text, "wb");
+    csv_ = openFile(paths.csv, "wb");
     for (const auto* failed : {text_ ? nullptr : &paths.text, csv_ ? nullptr : &paths.csv}) {
         if (!failed) continue;
         text_.reset();
@@ -131,7 +129,7 @@ void Reports::close() {
 
 bool SplitList::open(std::string_view filename, RunInterface& ui) {
     const std::string path = std::string(filename) + "_splitlist.spl";
-    file_.reset(std::fopen(path.c_str(), "wb"));
+    file_ = openFile(pathFromText(path), "wb");
     if (!file_) ui.note("Unable to write to file: " + path);
     return file_ != nullptr;
 }

@@ -31,12 +31,6 @@ struct ReportPaths {
 // characters. A report that is switched off goes to the null device.
 ReportPaths reportPaths(const SplitSettings& settings, std::string_view source);
 
-// An open C file, closed when dropped.
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
-
 // The text and CSV reports of one source document.
 class Reports {
 public:

@@ -262,7 +262,7 @@ DocHandle MupdfHost::createDocument() {
     pdf_document* pdf = nullptr;
     impl_->guarded([&] { pdf = pdf_create_document(impl_->ctx); });
     const int id = impl_->nextId++;
-    impl_->documents[id] = Impl::Document{pdf, {}, {}};
+    impl_->documents[id] = Impl::Document{pdf, {}, {}, {}, false};
     return DocHandle{id};
 }
 

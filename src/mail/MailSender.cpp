@@ -1,9 +1,18 @@
 #include "mail/MailSender.h"
 
+#include "core/Platform.h"
 #include "core/Trace.h"
 #include "files/SettingsLocations.h"
 
 #include <curl/curl.h>
+
+#ifdef _WIN32
+#include <ole2.h>
+#include <oleauto.h>
+#include <windows.h>
+#endif
+
+#include <algorithm>
 
 #include <cstdio>
 #include <fstream>
@@ -31,18 +40,91 @@ std::string mailbox(const std::string& name, const std::string& address) {
     return name.empty() ? "<" + address + ">" : "\"" + name + "\" <" + address + ">";
 }
 
-std::tm localNow() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    return local;
-}
-
 void appendToLog(const std::string& path, const std::string& text) {
     if (path.empty()) return;
-    std::ofstream log(path, std::ios::binary | std::ios::app);
+    std::ofstream log(pathFromText(path), std::ios::binary | std::ios::app);
     log << text;
 }
+
+#ifdef _WIN32
+// Calls a method or sets a property of an automation object by name.
+HRESULT automation(IDispatch* object, WORD kind, const wchar_t* name, VARIANT* result, std::vector<VARIANT> args) {
+    DISPID id = 0;
+    LPOLESTR member = const_cast<LPOLESTR>(name);
+    HRESULT hr = object->GetIDsOfNames(IID_NULL, &member, 1, LOCALE_USER_DEFAULT, &id);
+    if (FAILED(hr)) return hr;
+    std::reverse(args.begin(), args.end());  // automation takes them last first
+    DISPPARAMS params = {args.data(), nullptr, static_cast<UINT>(args.size()), 0};
+    DISPID named = DISPID_PROPERTYPUT;
+    if (kind == DISPATCH_PROPERTYPUT) {
+        params.rgdispidNamedArgs = &named;
+        params.cNamedArgs = 1;
+    }
+    return object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, kind, &params, result, nullptr, nullptr);
+}
+
+VARIANT text(const std::string& value) {
+    VARIANT v;
+    VariantInit(&v);
+    v.vt = VT_BSTR;
+    const int length = MultiByteToWideChar(CP_UTF8, 0, value.c_str(), -1, nullptr, 0);
+    std::wstring wide(length > 0 ? length : 1, L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, value.c_str(), -1, wide.data(), length);
+    v.bstrVal = SysAllocString(wide.c_str());
+    return v;
+}
+
+// Hands one mail to the desktop mail client: an item of its "MAPI"
+// namespace with recipient, CC, subject, message and attachment, then sent.
+SendResult sendThroughOutlook(const SplitSettings& s, const std::string& recipient,
+                              const std::filesystem::path& attachment) {
+    const SendResult unreachable{false, "Couldn't get Outlook Application"};
+    if (FAILED(CoInitialize(nullptr))) return unreachable;
+    SendResult result = unreachable;
+    CLSID id;
+    IDispatch* outlook = nullptr;
+    if (SUCCEEDED(CLSIDFromProgID(L"Outlook.Application", &id)) &&
+        SUCCEEDED(
+            CoCreateInstance(id, nullptr, CLSCTX_LOCAL_SERVER, IID_IDispatch, reinterpret_cast<void**>(&outlook)))) {
+        VARIANT ns, item, attachments, ignored;
+        VariantInit(&ns);
+        VariantInit(&item);
+        VariantInit(&attachments);
+        VariantInit(&ignored);
+        VARIANT mapi = text("MAPI");
+        VARIANT kind;
+        VariantInit(&kind);
+        kind.vt = VT_I4;
+        kind.lVal = 0;  // a mail item
+        bool sent = SUCCEEDED(automation(outlook, DISPATCH_METHOD, L"GetNamespace", &ns, {mapi})) &&
+                    SUCCEEDED(automation(outlook, DISPATCH_METHOD, L"CreateItem", &item, {kind}));
+        std::vector<VARIANT> values;
+        if (sent) {
+            IDispatch* mail = item.pdispVal;
+            values = {text(recipient), text(s.EMAILSUBJECT), text(s.EMAILMSG), text(s.EMAILCC),
+                      text(attachment.string())};
+            sent =
+                SUCCEEDED(automation(mail, DISPATCH_PROPERTYPUT, L"To", nullptr, {values[0]})) &&
+                SUCCEEDED(automation(mail, DISPATCH_PROPERTYPUT, L"Subject", nullptr, {values[1]})) &&
+                SUCCEEDED(automation(mail, DISPATCH_PROPERTYPUT, L"Body", nullptr, {values[2]})) &&
+                (s.EMAILCC.empty() || SUCCEEDED(automation(mail, DISPATCH_PROPERTYPUT, L"CC", nullptr, {values[3]}))) &&
+                SUCCEEDED(automation(mail, DISPATCH_PROPERTYGET, L"Attachments", &attachments, {})) &&
+                SUCCEEDED(automation(attachments.pdispVal, DISPATCH_METHOD, L"Add", &ignored, {values[4]})) &&
+                SUCCEEDED(automation(mail, DISPATCH_METHOD, L"Send", nullptr, {}));
+            result = sent ? SendResult{true, {}} : SendResult{false, "Outlook did not send the message"};
+        }
+        for (auto& value : values) VariantClear(&value);
+        VariantClear(&mapi);
+        VariantClear(&ignored);
+        VariantClear(&attachments);
+        VariantClear(&item);
+        VariantClear(&ns);
+        outlook->Release();
+    }
+    CoUninitialize();
+    return result;
+}
+#endif
 
 }  // namespace
 
@@ -143,8 +225,16 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
         ui.status("Sending email: " + recipient);
         std::string status = "OK";
         if (s.USEOUTLOOK) {
-            ui.note("Couldn't get Outlook Application, please make sure Microsoft Outlook 2000+ installed");
-            status = "Error - Couldn't get Outlook Application";
+#ifdef _WIN32
+            const SendResult result = sendThroughOutlook(s, recipient, entry.file);
+#else
+            const SendResult result{false, "Couldn't get Outlook Application"};
+#endif
+            if (!result.sent) {
+                if (result.error == "Couldn't get Outlook Application")
+                    ui.note("Couldn't get Outlook Application, please make sure Microsoft Outlook 2000+ installed");
+                status = "Error - " + result.error;
+            }
         } else if (const SendResult result = sendMail(s, recipient, entry.file, transport); !result.sent) {
             appendToLog(s.EMAILLOGFILE, "error: " + result.error + "\n");
             status = "Error - " + result.error;
