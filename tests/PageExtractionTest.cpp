@@ -366,31 +366,5 @@ TEST(PageExtraction, LongRunsOnLargeSourcesReopenThemEveryHundredRanges) {
     }
 }
 
-TEST(PageExtraction, UnreadableSourcesEndTheirRowOnly) {
-    testing::TempDir dir;
-    std::ofstream(dir / "damaged.pdf") << "%PDF-1.4\nthis is not a PDF at all\n";
-    fixtures::writePdf({{fixtures::textPage({"account: X1"})}, {}, "secret"}, dir / "locked.pdf");
-    const auto good = writeStatements(dir / "good.pdf", 3, {{1, "G1"}});
-    const std::string errors = "Done, some errors occurred.";
-    struct Case {
-        std::string file, status;
-        std::vector<std::string> notes;
-    } const cases[] = {
-        // A missing file is not counted as an error of the run.
-        {"missing.pdf", "file error", {}},
-        {"damaged.pdf", "Can't open", {errors}},
-        {"locked.pdf", "Permissions error", {errors}},
-    };
-    for (const auto& c : cases) {
-        const auto out = dir / ("out-" + c.file);
-        const auto run =
-            split(std::vector{dir / c.file, good}, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
-        EXPECT_EQ(run.rows[0].status, c.status) << c.file;
-        EXPECT_EQ(run.rows[1].status, "Done") << c.file;
-        EXPECT_EQ(run.notes, c.notes) << c.file;
-        EXPECT_EQ(folderEntries(out), std::vector<std::string>{"extract_G1.pdf"}) << c.file;
-    }
-}
-
 }  // namespace
 }  // namespace vellira
