@@ -62,6 +62,8 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
         {"0 characters never cut", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 0; }, "ABCDEFG",
          "/out/extract_ABCDEFG.pdf"},
         {"5 characters", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 5; }, "ABCDEFG", "/out/extract_ABCDE.pdf"},
+        {"5 characters, not bytes", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 5; }, "ÄÖÜßéX",
+         "/out/extract_ÄÖÜßé.pdf"},
         {"strip the end", [](SplitSettings& s) { s.STRIPEND = 2; }, "ABC12", "/out/extract_ABC.pdf"},
         {"strip it all", [](SplitSettings& s) { s.STRIPEND = 9; }, "ABC12", "/out/extract_.pdf"},
         {"strip counts characters", [](SplitSettings& s) { s.STRIPEND = 1; }, "Grüß", "/out/extract_Grü.pdf"},
@@ -71,6 +73,12 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
          [](SplitSettings& s) {
              s.USESOURCEFILENAME = 1;
              s.FILENAME = "/in/Report.PDF";
+         },
+         "x", "/out/Report_x.pdf"},
+        {"source title from a Windows path",
+         [](SplitSettings& s) {
+             s.USESOURCEFILENAME = 1;
+             s.FILENAME = "D:\\in\\Report.PDF";
          },
          "x", "/out/Report_x.pdf"},
         {"bare source name gets no _",
@@ -86,7 +94,8 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
          },
          "x", "/out/extract_xReport.pdf"},
         {"at most 255 characters, never half of one", [](SplitSettings& s) { s.PREFIXFILENAME = ""; },
-         std::string(300, 'a') + "é", "/out/" + std::string(255, 'a') + ".pdf"},
+         std::string(254, 'a') + "éé", "/out/" + std::string(254, 'a') + "é.pdf"},
+        {"no mode at all names by the text", [](SplitSettings& s) { s.EXTRACT = ""; }, "x", "/out/extract_x.pdf"},
         {"unknown mode keeps the last name", [](SplitSettings& s) { s.EXTRACT = "no such mode"; }, "x", ""},
     };
     for (const auto& c : cases) {
@@ -121,12 +130,18 @@ TEST(FilenameComposer, TextDirectoryAndPositionMacrosReadTheirSources) {
     EXPECT_EQ(c.name("Acme:"), dir.path().string() + "/Acme/Acme.pdf");
     EXPECT_TRUE(std::filesystem::is_directory(dir / "Acme"));
 
+    // Without a document in view the token gives nothing, and says why.
+    c.settings.OUTPUTDIR = "/out";
+    c.settings.PREFIXFILENAME = "[POS100-200,700]_";
+    EXPECT_EQ(c.name("x", {0, 1, 3}), "/out/_x.pdf");
+    EXPECT_EQ(c.ui.notes, std::vector<std::string>{"WordFinder Can't open current file"});
+    c.ui.notes.clear();
+
     // Words of the range's pages inside the rectangle h 100-200, v 700 to any.
     c.host.files["/in/doc.pdf"] = {{{"out", 50, 700}, {"In", 150, 700}, {"Low", 150, 600}},
                                    {{"voice", 100, 720}, {"No", 201, 700}},
                                    {{"Later", 150, 700}}};
     c.host.openDocument("/in/doc.pdf");
-    c.settings.OUTPUTDIR = "/out";
     c.settings.PREFIXFILENAME = "[POS100-200,700--1]_";
     EXPECT_EQ(c.name("x", {0, 1, 3}), "/out/Invoice_x.pdf");
     c.settings.offsetFirstWorking = 1;

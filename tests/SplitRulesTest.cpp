@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -52,14 +53,24 @@ std::vector<ScriptedPage> document(int count, const std::function<std::vector<st
     return pages;
 }
 
-using Outputs = std::map<std::string, std::string>;  // file name -> "FIRST-LAST" or "N", 1-based
+// File name -> its pages, 1-based: "FIRST-LAST", "N", or "A,B,..." when not a run.
+using Outputs = std::map<std::string, std::string>;
+
+// Records what the run says, and presses Stop once the scan reports a page.
+class StopAtPage : public testing::RecordingInterface {
+public:
+    int page = INT_MAX;
+    void progress(const Progress& progress) override {
+        if (progress.page >= page) requestCancel();
+    }
+};
 
 // A scripted source document and a batch run over it.
 struct Fixture {
     testing::TempDir dir;
     std::string source = (dir / "doc.pdf").string();
     testing::ScriptedHost host;
-    testing::RecordingInterface ui;
+    StopAtPage ui;
     SplitSettings settings;
 
     explicit Fixture(const std::vector<ScriptedPage>& pages) {
@@ -68,30 +79,51 @@ struct Fixture {
         settings.OUTPUTDIR = (dir / "out").string();
     }
 
-    // Runs the batch over the document; answers the row's status.
-    std::string run() {
+    // Another source document in the same folder.
+    std::string addSource(const std::string& name, const std::vector<ScriptedPage>& pages) {
+        const std::string path = (dir / name).string();
+        std::ofstream(path) << "scripted";
+        host.files[path] = pages;
+        return path;
+    }
+
+    // Runs one batch over the rows `paths`; answers the rows' statuses.
+    std::vector<std::string> run(const std::vector<std::string>& paths) {
         BatchRun batch(host, ui, settings);
         batch.settingsFile = dir / "VelliraBatch.ini";
         batch.legacyFolder = dir / "legacy";
-        std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}};
+        std::vector<BatchRow> rows;
+        for (const auto& path : paths) rows.push_back({"Yes", path, "Ready.", ""});
         batch.process(rows);
-        return rows[0].status;
+        std::vector<std::string> statuses;
+        for (const auto& row : rows) statuses.push_back(row.status);
+        return statuses;
     }
+    // The same with the document listed `times` times.
+    std::vector<std::string> run(int times = 1) { return run(std::vector<std::string>(times, source)); }
+
+    std::string csvReport() const { return testing::readFile(dir / "doc_report.csv"); }
 
     // Every output by file name, with the source pages it holds.
     Outputs outputs() const {
         const auto& pages = host.files.at(source);
         Outputs found;
         for (const auto& [path, saved] : host.files) {
-            if (path == source) continue;
+            if (!path.starts_with(settings.OUTPUTDIR)) continue;
             std::vector<int> numbers;
             for (const auto& words : saved) {
                 const auto at = std::find_if(pages.begin(), pages.end(),
                                              [&](const ScriptedPage& candidate) { return samePage(candidate, words); });
                 numbers.push_back(static_cast<int>(at - pages.begin()) + 1);
             }
-            std::string span = numbers.empty() ? "" : std::to_string(numbers.front());
-            if (numbers.size() > 1) span += "-" + std::to_string(numbers.back());
+            // "FIRST-LAST" for a run of pages, each page listed otherwise.
+            const bool consecutive = std::adjacent_find(numbers.begin(), numbers.end(),
+                                                        [](int a, int b) { return b != a + 1; }) == numbers.end();
+            std::string span;
+            for (std::size_t i = 0; i < numbers.size(); ++i) {
+                if (consecutive && i > 0 && i + 1 < numbers.size()) continue;
+                span += (i == 0 ? "" : consecutive ? "-" : ",") + std::to_string(numbers[i]);
+            }
             found[path.substr(path.rfind('/') + 1)] = span;
         }
         return found;
@@ -111,7 +143,7 @@ std::function<std::vector<std::string>(int)> accountsOn(std::map<int, std::strin
     return [names](int number) -> std::vector<std::string> {
         const auto found = names.find(number);
         if (found == names.end()) return {"Balance carried forward " + std::to_string(number)};
-        return {"Statement", "account: " + found->second, "Balance due"};
+        return {"Statement " + std::to_string(number), "account: " + found->second, "Balance due"};
     };
 }
 
@@ -125,6 +157,7 @@ TEST(SplitRules, EachSplitModeCutsWhereItShould) {
         if (n == 6) return {"Invoice Z6"};
         return {"text " + std::to_string(n)};
     });
+    const auto named = document(10, accountsOn({{1, "Ärger"}, {4, "Mayer"}, {6, "Li"}}));
     struct Case {
         std::string name;
         std::vector<ScriptedPage> pages;
@@ -178,6 +211,17 @@ TEST(SplitRules, EachSplitModeCutsWhereItShould) {
              s.PAGEEXTRACT = kExtractModes[5];
          },
          {{"extract_X2.pdf", "2-4"}, {"extract_Z6.pdf", "6-8"}}},
+        // Length is counted in characters: "Ärger" is five of them.
+        {"any five-character word on the line",
+         named,
+         [](SplitSettings& s) {
+             s.FINDSTRING = "";
+             s.MATCHPOSH = "-5";
+             s.MATCHPOSV = "680";
+             s.PAGEEXTRACT = kExtractModes[2];
+             s.EXTRACT = kFilenameModes[3];
+         },
+         {{"extract_Ärger.pdf", "1-3"}, {"extract_Mayer.pdf", "4-10"}}},
         {"a search text that is nowhere", ten, [](SplitSettings& s) { s.FINDSTRING = "Invoice"; }, {}},
         {"whole words only", ten, [](SplitSettings& s) { s.FINDSTRING = "account"; }, {}},
         {"case counts", ten, [](SplitSettings& s) { s.FINDSTRING = "ACCOUNT:"; }, {}},
@@ -219,9 +263,15 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
         << csv;
     EXPECT_NE(csv.find("\r\n,2, PDF file(s)\r\n"), std::string::npos) << csv;
 
-    // A one-page document turns the unique mode into the plain one for the run.
+    // A one-page document turns the unique mode into the plain one for the
+    // rest of the run: in the next document A and A are two ranges, the
+    // later written over the earlier.
     EXPECT_EQ(split(document(1, accountsOn({{1, "A"}})), [](SplitSettings& s) { s.PAGEEXTRACT = kExtractModes[1]; }),
               (Outputs{{"extract_A.pdf", "1"}}));
+    Fixture after(pages);
+    after.settings.PAGEEXTRACT = kExtractModes[1];
+    after.run({after.addSource("one.pdf", {pages[0]}), after.source});
+    EXPECT_EQ(after.outputs(), (Outputs{{"extract_A.pdf", "3-5"}, {"extract_B.pdf", "6-8"}}));
 }
 
 TEST(SplitRules, MatchesReachAcrossLinesAndPages) {
@@ -235,6 +285,22 @@ TEST(SplitRules, MatchesReachAcrossLinesAndPages) {
     });
     EXPECT_EQ(split(pages, [](SplitSettings& s) { s.FINDSTRING = "Invoice No"; }),
               (Outputs{{"extract_17.pdf", "1-3"}, {"extract_42.pdf", "4-6"}}));
+    EXPECT_EQ(split(pages,
+                    [](SplitSettings& s) {
+                        s.FINDSTRING = "INVOICE NO";
+                        s.IGNORECASE = 1;
+                    }),
+              (Outputs{{"extract_17.pdf", "1-3"}, {"extract_42.pdf", "4-6"}}));
+
+    // Twenty words, the most a search text may have, still match.
+    std::string twenty;
+    for (int n = 1; n <= 20; ++n) twenty += (n > 1 ? " w" : "w") + std::to_string(n);
+    const auto longText = document(3, [&](int n) -> std::vector<std::string> {
+        if (n == 2) return {"w1 w2 w3 w4 w5 w6 w7 w8 w9 w10", "w11 w12 w13 w14 w15 w16 w17 w18 w19 w20 Name"};
+        return {"text " + std::to_string(n)};
+    });
+    EXPECT_EQ(split(longText, [&](SplitSettings& s) { s.FINDSTRING = twenty; }),
+              (Outputs{{"extract_Name.pdf", "2-3"}}));
 
     // A match that is the last word of a page opens its range on the next page.
     const auto last = document(4, [](int n) -> std::vector<std::string> {
@@ -250,6 +316,21 @@ TEST(SplitRules, MatchesReachAcrossLinesAndPages) {
     EXPECT_TRUE(refused.outputs().empty());
     ASSERT_FALSE(refused.ui.notes.empty());
     EXPECT_NE(refused.ui.notes[0].find("at most 20"), std::string::npos);
+}
+
+TEST(SplitRules, IgnoringCaseFoldsLettersAndNothingElse) {
+    struct Case {
+        std::string_view a, b;
+        bool equal;
+    } const cases[] = {
+        {"INVOICE", "invoice", true}, {"ÄRGER", "ärger", true},       {"STRASSE", "straße", true},
+        {"Øre", "øRE", true},         {"Invoice", "Invoice:", false}, {"Invoice", "Invoices", false},
+        {"ärger", "arger", false},    {"straße", "strase", false},    {"", "a", false},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(equalsIgnoringCase(c.a, c.b), c.equal) << c.a << " / " << c.b;
+        EXPECT_EQ(equalsIgnoringCase(c.b, c.a), c.equal) << c.b << " / " << c.a;
+    }
 }
 
 TEST(SplitRules, PositionsPickTheWordsThatStandThere) {
@@ -284,7 +365,7 @@ TEST(SplitRules, NamesFromTheRestOfTheLine) {
     const auto pages = document(4, [](int n) -> std::vector<std::string> {
         if (n == 1) return {"Invoice: Smith & Sons Ltd #77 London", "Customer: Acme (UK) plc", "amount"};
         if (n == 3) return {"Invoice: Jones (UK) plc", "Customer: Brown, Kent", "amount"};
-        if (n == 4) return {"Berlin Branch", "more"};
+        if (n == 4) return {"Berlin ( Mitte ) Branch , Kent", "more"};
         return {"text " + std::to_string(n)};
     });
     const auto restOfLine = [](SplitSettings& s) {
@@ -327,55 +408,95 @@ TEST(SplitRules, NamesFromTheRestOfTheLine) {
          },
          {{"extract_Acme(UK)plc.pdf", "1-2"}, {"extract_Brown,Kent.pdf", "3-4"}}},
         // On the next page's line "*" is a blank, after the "_" that joins the
-        // lines; on the match's line it is itself, which names cannot hold.
+        // lines, but none after "(" nor before ","; on the match's line it is
+        // itself, which names cannot hold.
         {"and the first line of the next page",
          [&](SplitSettings& s) {
              restOfLine(s);
              s.EXTRACT = kFilenameModes[7];
              s.ADDBWORDS = "*";
          },
-         {{"extract_Smith&SonsLtd#77London_ text 2.pdf", "1-2"}, {"extract_Jones(UK)plc_ Berlin Branch.pdf", "3-4"}}},
+         {{"extract_Smith&SonsLtd#77London_ text 2.pdf", "1-2"},
+          {"extract_Jones(UK)plc_ Berlin (Mitte ) Branch, Kent.pdf", "3-4"}}},
     };
     for (const auto& c : cases) EXPECT_EQ(split(pages, c.configure), c.expected) << c.name;
 }
 
-// Cancels the run once the scan has reached a page.
-class CancelAtPage : public testing::RecordingInterface {
-public:
-    int page = 0;
-    void progress(const Progress& progress) override {
-        if (progress.page >= page) requestCancel();
-    }
-};
-
 TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
     const auto pages = document(10, accountsOn({{1, "A1"}, {4, "B4"}, {9, "C9"}}));
-    {
-        // Stopped on page 6: what was written stays, nothing more is.
-        testing::TempDir dir;
-        const std::string source = (dir / "doc.pdf").string();
-        std::ofstream(source) << "scripted";
-        testing::ScriptedHost host;
-        host.files[source] = pages;
-        CancelAtPage ui;
-        ui.page = 6;
-        SplitSettings settings;
-        settings.OUTPUTDIR = (dir / "out").string();
-        BatchRun batch(host, ui, settings);
-        batch.settingsFile = dir / "VelliraBatch.ini";
-        std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}, {"Yes", source, "Ready.", ""}};
-        batch.process(rows);
-        EXPECT_EQ(host.files.size(), 2u);
-        EXPECT_TRUE(host.files.count((dir / "out" / "extract_A1.pdf").string()));
-        EXPECT_EQ(rows[1].status, "Ready.");
+    const std::string unreadable = "Abort!! Find Word Error message: cannot read page ";
+    struct Case {
+        std::string name;
+        std::function<void(Fixture&)> configure;
+        int times;  // rows of the same document in the batch
+        Outputs expected;
+        std::vector<std::string> statuses;
+        std::vector<std::string> notes;
+    } const cases[] = {
+        {"stopped before the first page", [](Fixture& f) { f.ui.page = 0; }, 2, {}, {"Done", "Ready."}, {}},
+        // What was written stays; the open range and the next row are not.
+        {"stopped on page 6",
+         [](Fixture& f) { f.ui.page = 6; },
+         2,
+         {{"extract_A1.pdf", "1-3"}},
+         {"Done", "Ready."},
+         {}},
+        {"page 6 cannot be read",
+         [](Fixture& f) { f.host.failOnPage = 5; },
+         1,
+         {{"extract_A1.pdf", "1-3"}},
+         {"Done"},
+         {unreadable + "6"}},
+        {"scanning past the last page",
+         [](Fixture& f) { f.settings.TOPAGE = 12; },
+         1,
+         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}},
+         {"Done"},
+         {unreadable + "11"}},
+    };
+    for (const auto& c : cases) {
+        Fixture fixture(pages);
+        c.configure(fixture);
+        EXPECT_EQ(fixture.run(c.times), c.statuses) << c.name;
+        EXPECT_EQ(fixture.outputs(), c.expected) << c.name;
+        EXPECT_EQ(fixture.ui.notes, c.notes) << c.name;
     }
+}
 
-    // Page 6 cannot be read: the range before it was written, the open one is dropped.
-    Fixture failing(pages);
-    failing.host.failOnPage = 5;
-    EXPECT_EQ(failing.run(), "Done");
-    EXPECT_EQ(failing.outputs(), (Outputs{{"extract_A1.pdf", "1-3"}}));
-    EXPECT_EQ(failing.ui.notes, std::vector<std::string>{"Abort!! Find Word Error message: cannot read page 6"});
+TEST(SplitRules, ReportsAndNumbersFollowWhatIsWritten) {
+    const auto pages = document(8, accountsOn({{1, "A"}, {5, "B"}}));
+    const auto withReport = [](Fixture& f) {
+        f.settings.REPORTOPTIONSCSV = 1;
+        f.settings.REPORTOPTIONSOUTPUTFOLDER = f.dir.path().string();
+    };
+
+    // Removing the first two pages: 1-4 is written and reported as 3-4.
+    Fixture offset(pages);
+    withReport(offset);
+    offset.settings.OFFSETFIRST = 2;
+    offset.run();
+    EXPECT_EQ(offset.outputs(), (Outputs{{"extract_A.pdf", "3-4"}, {"extract_B.pdf", "7-8"}}));
+    const std::string csv = offset.csvReport();
+    EXPECT_NE(csv.find("Output File\r\n3 ,4 ,A "), std::string::npos) << csv;
+    EXPECT_NE(csv.find("\r\n7 ,8 ,B "), std::string::npos) << csv;
+    EXPECT_NE(csv.find("\r\n,2, PDF file(s)\r\n"), std::string::npos) << csv;
+
+    // Nothing found: no file, and the report counts none.
+    Fixture nothing(pages);
+    withReport(nothing);
+    nothing.settings.FINDSTRING = "Invoice";
+    nothing.run();
+    EXPECT_TRUE(nothing.outputs().empty());
+    EXPECT_NE(nothing.csvReport().find("\r\n,0, PDF file(s)\r\n"), std::string::npos) << nothing.csvReport();
+
+    // Sequential numbers run on from one document of a run to the next.
+    Fixture numbered(pages);
+    numbered.settings.EXTRACT = kFilenameModes[4];
+    EXPECT_EQ(numbered.run(2), (std::vector<std::string>{"Done", "Done"}));
+    EXPECT_EQ(numbered.outputs(), (Outputs{{"extract_000001.pdf", "1-4"},
+                                           {"extract_000002.pdf", "5-8"},
+                                           {"extract_000003.pdf", "1-4"},
+                                           {"extract_000004.pdf", "5-8"}}));
 }
 
 }  // namespace
