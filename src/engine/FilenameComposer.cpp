@@ -196,21 +196,21 @@ std::string FilenameComposer::GetDataFromPDF2(int horizStart, int horizEnd, int 
     if (!doc) return {};
     std::string found;
     int collected = 0;
-    try {
-        for (int page = pageStart; page <= pageEnd && collected <= PageWordStore::kLimit; ++page) {
-            streamPageWords(host_, *doc, page - 1, std::nullopt, [&](const Word& word) {
-                if (++collected > PageWordStore::kLimit) return false;
-                if (within(word.v, vertStart, vertEnd) && within(word.h, horizStart, horizEnd)) found += word.text;
-                return true;
-            });
+    for (int page = pageStart; page <= pageEnd; ++page) {
+        try {
+            store_.readPage(host_, *doc, page - 1, settings_.ROTATED != 0, ui_);
+        } catch (const HostError&) {
+            return {};  // the store has said why
         }
-    } catch (const HostError& error) {
-        ui_.note("Abort!! Find Word Error message: " + error.text());
-        return {};
-    }
-    if (collected > PageWordStore::kLimit) {
-        ui_.note("Too many words on the page!");
-        return {};
+        if (store_.tooManyWords(ui_)) return {};
+        collected += store_.count;
+        if (collected > PageWordStore::kLimit) {
+            ui_.note("Too many words on the page!");
+            return {};
+        }
+        for (int i = 0; i < store_.count; ++i)
+            if (within(store_.wordV[i], vertStart, vertEnd) && within(store_.wordH[i], horizStart, horizEnd))
+                found += store_.wordText[i];
     }
     return found;
 }

@@ -11,6 +11,7 @@
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 #include "core/Trace.h"
+#include "engine/PageWords.h"
 
 #include <ctime>
 #include <string>
@@ -63,6 +64,7 @@ private:
     DocumentHost& host_;
     RunInterface& ui_;
     Trace& trace_;
+    PageWordStore store_;  // the words of the pages a "[POS" token reads
     std::string result_;
 };
 

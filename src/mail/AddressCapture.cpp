@@ -91,17 +91,15 @@ std::string captureAddress(DocumentHost& host, RunInterface& ui, const SplitSett
     }
     std::vector<PlacedWord> words;
     bool tooMany = false;
+    PageWordStore store;
     try {
         const int pages = host.pageCount(doc);
         for (int page = 0; page < pages && !tooMany && !ui.cancelled(); ++page) {
-            streamPageWords(host, doc, page, std::nullopt, [&](const Word& word) {
-                if (words.size() >= static_cast<std::size_t>(PageWordStore::kLimit)) {
-                    tooMany = true;
-                    return false;
-                }
-                words.push_back({word.v, word.h, std::string(word.text)});
-                return true;
-            });
+            store.readPage(host, doc, page, settings.ROTATED != 0, ui);
+            tooMany = store.count > PageWordStore::kLimit ||
+                      words.size() + static_cast<std::size_t>(store.count) > PageWordStore::kLimit;
+            for (int i = 0; i < store.count && !tooMany; ++i)
+                words.push_back({store.wordV[i], store.wordH[i], store.wordText[i]});
         }
     } catch (const HostError&) {
         host.closeDocument(doc);
