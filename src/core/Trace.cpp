@@ -25,6 +25,12 @@ std::string formatText(const char* format, ...) {
     return text;
 }
 
+void replaceAll(std::string& text, std::string_view token, std::string_view with) {
+    if (token.empty()) return;
+    for (auto at = text.find(token); at != std::string::npos; at = text.find(token, at + with.size()))
+        text.replace(at, token.size(), with);
+}
+
 bool Trace::open(const std::filesystem::path& path) {
     file_ = openFile(path, "ab");
     return on();

@@ -19,12 +19,6 @@ bool keptInName(unsigned char c) {
     return std::string_view("<>:?*\"/\\|").find(static_cast<char>(c)) == std::string_view::npos;
 }
 
-// Replaces every occurrence of `token`; replaced text is never searched again.
-void replaceAll(std::string& text, std::string_view token, std::string_view with) {
-    for (std::size_t at = text.find(token); at != std::string::npos; at = text.find(token, at + with.size()))
-        text.replace(at, token.size(), with);
-}
-
 // The last `count` characters removed; a text that is not longer becomes empty.
 std::string dropLastCharacters(std::string_view text, std::size_t count) {
     const std::size_t length = characterCount(text);

@@ -1,5 +1,7 @@
 #include "files/ParametersFile.h"
 
+#include "core/Trace.h"
+
 #include "files/Reports.h"
 
 #include <array>
@@ -43,11 +45,6 @@ void appendUtf8(std::string& out, char32_t code) {
         out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
         out += static_cast<char>(0x80 | (code & 0x3F));
     }
-}
-
-void replaceAll(std::string& text, std::string_view from, std::string_view to) {
-    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, from.size(), to);
 }
 
 // A text value as read: one trailing blank (the writer's) removed.

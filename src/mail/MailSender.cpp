@@ -30,11 +30,6 @@ struct CurlDeleter {
 template <typename T>
 using CurlPtr = std::unique_ptr<T, CurlDeleter>;
 
-std::string withoutAll(std::string text, std::string_view token) {
-    for (auto at = text.find(token); at != std::string::npos; at = text.find(token, at)) text.erase(at, token.size());
-    return text;
-}
-
 // "Name <address>", or the bare address.
 std::string mailbox(const std::string& name, const std::string& address) {
     return name.empty() ? "<" + address + ">" : "\"" + name + "\" <" + address + ">";
@@ -133,11 +128,11 @@ MailServer parseMailServer(std::string_view text) {
     std::string rest(text);
     if (rest.starts_with("ssl:")) {
         server.ssl = true;
-        rest = withoutAll(rest, "ssl:");
+        replaceAll(rest, "ssl:", "");
     }
     if (rest.starts_with("tls:")) {
         server.starttls = true;
-        rest = withoutAll(rest, "tls:");
+        replaceAll(rest, "tls:", "");
     }
     const auto colon = rest.find(':');
     server.host = rest.substr(0, colon);
