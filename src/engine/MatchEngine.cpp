@@ -128,9 +128,12 @@ bool SplitEngine::textMatches(std::string_view wanted, int words, const std::str
     return (words <= 1 && equalsIgnoringCase(wanted, single)) || (words > 1 && equalsIgnoringCase(wanted, multi));
 }
 
+bool SplitEngine::restOfLineNames() const {
+    return settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
+}
+
 std::string SplitEngine::nameFor(const std::string& capture) {
-    const bool restOfLine = settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
-    return FilenameComposer::cleanName(restOfLine ? doc.szOutFilenameLine : capture);
+    return FilenameComposer::cleanName(restOfLineNames() ? doc.szOutFilenameLine : capture);
 }
 
 void SplitEngine::captureLineWord(const Word& word, bool nextPageLine) {
@@ -181,7 +184,7 @@ bool SplitEngine::onWord(const Word& word) {
             if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());
             const auto filenameMode = filenameModeOrdinal(settings.EXTRACT).value_or(-1);
             if (filenameMode >= 5 && filenameMode <= 7) composer.nameTextUsed = true;
-            if (filenameMode == 6 || filenameMode == 7) {
+            if (restOfLineNames()) {
                 // A new line capture starts from nothing.
                 doc.szOutFilenameLine.clear();
                 match.bConcatLine2 = false;

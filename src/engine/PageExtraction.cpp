@@ -163,7 +163,7 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     // A range that continues the one before under the same name replaces
     // that range's report lines.
     const int mode = run.lAquireType;
-    const bool restOfLine = settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
+    const bool restOfLine = restOfLineNames();
     if ((mode == e_from_to_nextu_position || (mode == e_from_to_nextu && restOfLine)) &&
         (doc.g_szBuf == doc.g_szLastBuf2 || doc.szOutFilenameLine == doc.g_szLastBuf2)) {
         doc.reports.takeBack();

@@ -188,6 +188,8 @@ private:
     int lineCoordinate(int h, int v) const;
     void reopenSource();
     std::string nameFor(const std::string& capture);
+    // The two filename modes named by the rest of the captured line.
+    bool restOfLineNames() const;
 
     ScanView view_ = ScanView::Split;
     int pageRotation_ = 0;
