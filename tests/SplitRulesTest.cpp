@@ -56,11 +56,14 @@ std::vector<ScriptedPage> document(int count, const std::function<std::vector<st
 // File name -> its pages, 1-based: "FIRST-LAST", "N", or "A,B,..." when not a run.
 using Outputs = std::map<std::string, std::string>;
 
-// Records what the run says, and presses Stop once the scan reports a page.
+// Records what the run says and how far it got, and presses Stop once the
+// scan reports a page.
 class StopAtPage : public testing::RecordingInterface {
 public:
     int page = INT_MAX;
+    int reached = 0;
     void progress(const Progress& progress) override {
+        reached = std::max(reached, progress.page);
         if (progress.page >= page) requestCancel();
     }
 };
@@ -432,27 +435,31 @@ TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
         Outputs expected;
         std::vector<std::string> statuses;
         std::vector<std::string> notes;
+        int reached;  // the last page the scan went to
     } const cases[] = {
-        {"stopped before the first page", [](Fixture& f) { f.ui.page = 0; }, 2, {}, {"Done", "Ready."}, {}},
+        {"stopped before the first page", [](Fixture& f) { f.ui.page = 0; }, 2, {}, {"Done", "Ready."}, {}, 0},
         // What was written stays; the open range and the next row are not.
         {"stopped on page 6",
          [](Fixture& f) { f.ui.page = 6; },
          2,
          {{"extract_A1.pdf", "1-3"}},
          {"Done", "Ready."},
-         {}},
+         {},
+         6},
         {"page 6 cannot be read",
          [](Fixture& f) { f.host.failOnPage = 5; },
          1,
          {{"extract_A1.pdf", "1-3"}},
          {"Done"},
-         {unreadable + "6"}},
+         {unreadable + "6"},
+         6},
         {"scanning past the last page",
          [](Fixture& f) { f.settings.TOPAGE = 12; },
          1,
          {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}},
          {"Done"},
-         {unreadable + "11"}},
+         {unreadable + "11"},
+         11},
     };
     for (const auto& c : cases) {
         Fixture fixture(pages);
@@ -460,6 +467,7 @@ TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
         EXPECT_EQ(fixture.run(c.times), c.statuses) << c.name;
         EXPECT_EQ(fixture.outputs(), c.expected) << c.name;
         EXPECT_EQ(fixture.ui.notes, c.notes) << c.name;
+        EXPECT_EQ(fixture.ui.reached, c.reached) << c.name;
     }
 }
 
