@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     const int every = std::atoi(argv[3]);
     if (every < 1) return 2;
     fz_context* ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
-    int status = 0;
+    volatile int status = 0;
     pdf_document* source = nullptr;
     fz_var(source);
     fz_try(ctx) {

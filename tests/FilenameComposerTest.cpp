@@ -28,6 +28,7 @@ struct Composer {
         composer.runTime.tm_sec = 7;
     }
     std::string name(std::string_view capture, NameRange range = {2, 4, 10}, std::string line = {}) {
+        composer.takeMode(settings.EXTRACT);
         return composer.AquireFilename(capture, line, range);
     }
 };
@@ -40,8 +41,10 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
         std::string expected;
     } const cases[] = {
         {"characters names cannot hold are dropped", [](SplitSettings&) {}, "Inv/01:A?", "/out/extract_Inv01A.pdf"},
-        {"page start", [](SplitSettings& s) { s.EXTRACT = kFilenameModes[1]; }, "x", "/out/extract_3.pdf"},
-        {"page start-end", [](SplitSettings& s) { s.EXTRACT = kFilenameModes[2]; }, "x", "/out/extract_3-5.pdf"},
+        {"page start", [](SplitSettings& s) { s.EXTRACT = modeText(FilenameMode::PageStart); }, "x",
+         "/out/extract_3.pdf"},
+        {"page start-end", [](SplitSettings& s) { s.EXTRACT = modeText(FilenameMode::PageStartEnd); }, "x",
+         "/out/extract_3-5.pdf"},
         {"page macros", [](SplitSettings& s) { s.PREFIXFILENAME = "[PAGESTART]_[PAGEEND]_[PAGES]_[TOTALPAGES]_"; }, "x",
          "/out/000003_000005_000003_000010_x.pdf"},
         {"only the start carries the offset",
@@ -108,14 +111,15 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
 
 TEST(FilenameComposer, SequenceRunsOnAndLinesAreCleanedInPlace) {
     Composer c;
-    c.settings.EXTRACT = kFilenameModes[4];
+    c.settings.EXTRACT = modeText(FilenameMode::SequentialNumber);
     EXPECT_EQ(c.name("x"), "/out/extract_000001.pdf");
     EXPECT_EQ(c.name("y"), "/out/extract_000002.pdf");
     c.settings.EXTRACT = "no such mode";
     EXPECT_EQ(c.name("z"), "/out/extract_000002.pdf");
 
-    c.settings.EXTRACT = kFilenameModes[6];
+    c.settings.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
     c.settings.TAKENCHARSFORFILENAME = 8;
+    c.composer.takeMode(c.settings.EXTRACT);
     std::string line = "Smith: & <Sons>";
     EXPECT_EQ(c.composer.AquireFilename("ignored", line, {0, 0, 1}), "/out/extract_Smith & .pdf");
     EXPECT_EQ(line, "Smith & ");

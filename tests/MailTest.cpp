@@ -84,7 +84,7 @@ TEST(AddressCapture, FindsTheAddressOnTheFilesPages) {
     }
 
     testing::ScriptedHost host;
-    host.files["/many.pdf"] = {testing::ScriptedPage(32769, {"word", 1, 1})};
+    host.files["/many.pdf"] = {testing::ScriptedPage(32769, Word{"word", 1, 1})};
     testing::RecordingInterface ui;
     EXPECT_EQ(captureAddress(host, ui, SplitSettings{}, "/many.pdf"), "-1");
     EXPECT_EQ(ui.notes, std::vector<std::string>{"Too many words on the page!"});

@@ -20,7 +20,7 @@ using WordAt = std::tuple<std::string, int, int>;
 std::vector<WordAt> wordsOf(DocumentHost& host, DocHandle doc, int page) {
     std::vector<WordAt> words;
     streamPageWords(host, doc, page, std::nullopt, [&](const Word& word) {
-        words.emplace_back(std::string(word.text), word.h, word.v);
+        words.emplace_back(word.text, word.h, word.v);
         return true;
     });
     return words;
@@ -110,14 +110,14 @@ TEST_F(MupdfHostTest, WordsOfALineComeInReadingOrderWithTheirNumbers) {
     const auto doc = host.openDocument(write(document));
     std::vector<std::string> texts;
     std::vector<int> numbers;
-    host.enumerateWords(doc, 0, [&](const HostWord& word) {
+    host.enumerateWords(doc, 0, [&](const Word& word) {
         texts.emplace_back(word.text);
         numbers.push_back(word.number);
         return true;
     });
     EXPECT_EQ(texts, (std::vector<std::string>{"account:", "100234", "Vellira", "Balance", "due", "980.25"}));
     EXPECT_EQ(numbers, (std::vector<int>{0, 1, 2, 3, 4, 5}));
-    EXPECT_THROW(host.enumerateWords(doc, 1, [](const HostWord&) { return true; }), HostError);
+    EXPECT_THROW(host.enumerateWords(doc, 1, [](const Word&) { return true; }), HostError);
 }
 
 TEST_F(MupdfHostTest, InsertedPagesSurviveSaveAndReopenInOrder) {

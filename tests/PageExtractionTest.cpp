@@ -1,10 +1,11 @@
 // Writing the ranges: appending, replacing, numbered parts, bookmarks, folders
 // that are missing or cannot be made, failed saves, the split list, the mail
 // list, the first pages left out, and sources that are never touched.
-#include "core/BatchRun.h"
 #include "fixtures/PdfFixture.h"
 #include "host/MupdfHost.h"
+#include "run/BatchJob.h"
 #include "support/Files.h"
+#include "support/Jobs.h"
 #include "support/OutputPdf.h"
 #include "support/RecordingInterface.h"
 #include "support/ScriptedHost.h"
@@ -55,29 +56,24 @@ std::vector<std::string> folderEntries(const std::filesystem::path& folder) {
     return names;
 }
 
-using Configure = std::function<void(SplitSettings&, RunState&)>;
+using Configure = std::function<void(BatchJob&)>;
 
 struct Run {
     std::vector<BatchRow> rows;
     std::vector<std::string> notes;
-    std::vector<MailRange> mail;  // of the last document
 };
 
-// One batch run over `sources` with the real host.
+// One batch run over `sources` with the real host; the run's settings files
+// stay beside the first source.
 Run split(const std::vector<std::filesystem::path>& sources, const Configure& configure) {
     MupdfHost host;
     testing::RecordingInterface ui;
-    SplitSettings settings;
-    BatchRun batch(host, ui, settings);
-    batch.settingsFile = sources.front().parent_path() / "VelliraBatch.ini";
-    batch.legacyFolder = sources.front().parent_path() / "legacy";
-    configure(settings, batch.run);
-    Run run;
-    for (const auto& source : sources) run.rows.push_back({"Yes", source.string(), "Ready.", ""});
-    batch.process(run.rows);
-    run.notes = ui.notes;
-    run.mail = batch.engine.doc.mailList;
-    return run;
+    BatchJob job;
+    job.settingsFile = sources.front().parent_path() / "VelliraBatch.ini";
+    job.legacyFolder = sources.front().parent_path() / "legacy";
+    for (const auto& source : sources) job.rows.push_back({"Yes", source.string(), "Ready.", ""});
+    configure(job);
+    return {runBatch(job, host, ui).rows, ui.notes};
 }
 
 Run split(const std::filesystem::path& source, const Configure& configure) {
@@ -115,10 +111,10 @@ TEST(PageExtraction, ExistingOutputsAreAppendedToReplacedOrNumbered) {
         std::filesystem::create_directories(out);
         std::filesystem::copy_file(oldFile, target);
         if (c.earlierPart) std::filesystem::copy_file(oldFile, part2);
-        const auto run = split(source, [&](SplitSettings& s, RunState& state) {
-            s.OUTPUTDIR = out.string();
-            s.ALWAYSAPPEND = c.append;
-            state.overwrite = c.overwrite;
+        const auto run = split(source, [&](BatchJob& job) {
+            job.settings.OUTPUTDIR = out.string();
+            job.settings.ALWAYSAPPEND = c.append;
+            job.overwrite = c.overwrite;
         });
         EXPECT_EQ(run.rows[0].status, "Done") << c.what;
         EXPECT_EQ(pagesOf(target), c.target) << c.what;
@@ -154,7 +150,8 @@ TEST(PageExtraction, BookmarksComeAlongOnlyWhenKept) {
         std::filesystem::remove_all(out);
         std::filesystem::create_directories(out);
         if (c.append) std::filesystem::copy_file(oldFile, out / "extract_N4.pdf");
-        const auto run = split(source, [&](SplitSettings& s, RunState&) {
+        const auto run = split(source, [&](BatchJob& job) {
+            auto& s = job.settings;
             s.OUTPUTDIR = out.string();
             s.KEEPBOOKMARKS = c.keep;
             s.ALWAYSAPPEND = c.append;
@@ -172,7 +169,7 @@ TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndTheRunGoesOn) {
     testing::TempDir dir;
     const auto source = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}});
     const auto deep = dir / "a" / "b" / "c";
-    const auto made = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = deep.string(); });
+    const auto made = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = deep.string(); });
     EXPECT_EQ(made.notes, std::vector<std::string>{});
     EXPECT_EQ(pageMarkers(deep / "extract_N4.pdf"), markers(4, 6));
     EXPECT_EQ(folderEntries(deep), (std::vector<std::string>{"extract_N1.pdf", "extract_N4.pdf"}))
@@ -182,7 +179,7 @@ TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndTheRunGoesOn) {
     // goes on.
     std::ofstream(dir / "plain") << "x";
     const auto blocked = (dir / "plain" / "out").string();
-    const auto failed = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = blocked; });
+    const auto failed = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = blocked; });
     EXPECT_EQ(failed.rows[0].status, "Done");
     ASSERT_EQ(failed.notes.size(), 2u);
     for (std::size_t i = 0; i < 2; ++i) {
@@ -195,7 +192,7 @@ TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndTheRunGoesOn) {
     // written, and nothing half-written is left behind.
     const auto out = dir / "out";
     std::filesystem::create_directories(out / "extract_N1.pdf" / "inside");
-    const auto taken = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
+    const auto taken = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = out.string(); });
     EXPECT_EQ(taken.rows[0].status, "Done");
     ASSERT_EQ(taken.notes.size(), 1u);
     EXPECT_TRUE(taken.notes[0].starts_with("Abort!! Save Error message: ")) << taken.notes[0];
@@ -226,14 +223,12 @@ TEST(PageExtraction, AFailedSaveLeavesTheEarlierFileAsItWas) {
         host.files[source] = {{{"account:", 72, 700}, {"N1", 150, 700}}, {{"text", 72, 700}}};
         host.files[target] = {{{"earlier", 72, 700}}};
         testing::RecordingInterface ui;
-        SplitSettings settings;
-        settings.OUTPUTDIR = out.string();
-        settings.ALWAYSAPPEND = append;
-        BatchRun batch(host, ui, settings);
-        batch.settingsFile = dir / "VelliraBatch.ini";
-        std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}};
-        batch.process(rows);
-        EXPECT_EQ(rows[0].status, "Done") << append;
+        BatchJob job = testing::jobIn(dir, {source});
+        job.settings.OUTPUTDIR = out.string();
+        job.settings.ALWAYSAPPEND = append;
+        const BatchResult result = runBatch(job, host, ui);
+        EXPECT_EQ(result.rows[0].status, "Done") << append;
+        EXPECT_EQ(std::tuple(result.filesWritten, result.rangesFailed), std::tuple(0, 1)) << append;
         EXPECT_EQ(ui.notes, std::vector<std::string>{"Abort!! Save Error message: No space left on device, file: '" +
                                                      target + "'"})
             << append;
@@ -264,7 +259,8 @@ TEST(PageExtraction, SplitListInsteadOfPdfs) {
     for (const auto& c : cases) {
         // The list is named after the FILENAME the run starts with, and one
         // list serves every PDF of the run.
-        const auto run = split(std::vector{first, second}, [&](SplitSettings& s, RunState&) {
+        const auto run = split(std::vector{first, second}, [&](BatchJob& job) {
+            auto& s = job.settings;
             s.OUTPUTDIR = out.string();
             s.CREATELIST = 1;
             s.KEEPBOOKMARKS = c.keep;
@@ -278,47 +274,39 @@ TEST(PageExtraction, SplitListInsteadOfPdfs) {
     }
 }
 
+// The mail list as the confirm question shows it (declined: nothing is sent).
+std::string confirmList(const Run& run) {
+    for (const auto& note : run.notes)
+        if (note.starts_with("Email List to Send\n")) return note;
+    return {};
+}
+
 TEST(PageExtraction, MailListHoldsEachOutputOnceWithItsPages) {
     testing::TempDir dir;
     // Names A, A, B: the unique mode writes A twice, 1-2 and then 1-5.
     const auto source = writeStatements(dir / "run.pdf", 8, {{1, "A"}, {3, "A"}, {6, "B"}});
     const auto out = dir / "out";
-    const auto on = split(source, [&](SplitSettings& s, RunState&) {
-        s.OUTPUTDIR = out.string();
-        s.PAGEEXTRACT = kExtractModes[1];
-        s.EMAILENABLE = 1;
-        s.EMAILCONFIRM = 1;  // the list is shown and declined: nothing is sent
-    });
-    ASSERT_EQ(on.mail.size(), 2u);
-    EXPECT_EQ(on.mail[0].path, (out / "extract_A.pdf").string());
-    EXPECT_EQ(std::pair(on.mail[0].first, on.mail[0].last), std::pair(1, 5));
-    EXPECT_EQ(on.mail[1].path, (out / "extract_B.pdf").string());
-    EXPECT_EQ(std::pair(on.mail[1].first, on.mail[1].last), std::pair(6, 8));
+    const std::string header = "Email List to Send\nEmail\tFile\tExtract Page Start\tExtract Page End\n";
+    const auto mailed = [&](int offset) {
+        return split(source, [&](BatchJob& job) {
+            auto& s = job.settings;
+            s.OUTPUTDIR = out.string();
+            s.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch);
+            s.OFFSETFIRST = offset;
+            s.EMAILENABLE = 1;
+            s.EMAILCONFIRM = 1;
+        });
+    };
+    EXPECT_EQ(confirmList(mailed(0)), header + "\t" + (out / "extract_A.pdf").string() + "\t1\t5\n\t" +
+                                          (out / "extract_B.pdf").string() + "\t6\t8\nOK - Send");
     EXPECT_EQ(pageMarkers(out / "extract_A.pdf"), markers(1, 5));
+    // Removing the first two pages moves only the start of each range.
+    EXPECT_EQ(confirmList(mailed(2)), header + "\t" + (out / "extract_A.pdf").string() + "\t3\t5\n\t" +
+                                          (out / "extract_B.pdf").string() + "\t8\t8\nOK - Send");
+    EXPECT_EQ(pageMarkers(out / "extract_B.pdf"), markers(8, 8));
 
-    const auto off = split(source, [&](SplitSettings& s, RunState&) { s.OUTPUTDIR = out.string(); });
-    EXPECT_TRUE(off.mail.empty());
-}
-
-TEST(PageExtraction, RemovedFirstPagesMoveOnlyTheStart) {
-    testing::TempDir dir;
-    const auto source = writeStatements(dir / "run.pdf", 9, {{1, "N1"}, {5, "N5"}});
-    const auto out = dir / "out";
-    const auto run = split(source, [&](SplitSettings& s, RunState&) {
-        s.OUTPUTDIR = out.string();
-        s.OFFSETFIRST = 2;
-        s.EMAILENABLE = 1;
-        s.EMAILCONFIRM = 1;
-        s.REPORTOPTIONSCSV = 1;
-    });
-    EXPECT_EQ(run.rows[0].status, "Done");
-    EXPECT_EQ(pageMarkers(out / "extract_N1.pdf"), markers(3, 4));
-    EXPECT_EQ(pageMarkers(out / "extract_N5.pdf"), markers(7, 9));
-    const std::string csv = readFile(source.string() + "_report.csv");
-    EXPECT_NE(csv.find("\r\n3 ,4 ,N1 "), std::string::npos) << csv;
-    EXPECT_NE(csv.find("\r\n7 ,9 ,N5 "), std::string::npos) << csv;
-    ASSERT_EQ(run.mail.size(), 2u);
-    EXPECT_EQ(std::pair(run.mail[0].first, run.mail[0].last), std::pair(3, 4));
+    const auto off = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = out.string(); });
+    EXPECT_EQ(confirmList(off), "");
 }
 
 // A scripted host that counts how often one document is opened.
@@ -348,14 +336,10 @@ TEST(PageExtraction, LongRunsOnLargeSourcesReopenThemEveryHundredRanges) {
                 page % 5 == 0 ? testing::ScriptedPage{{"account:", 72, 700}, {"N" + std::to_string(page), 150, 700}}
                               : testing::ScriptedPage{{"text", 72, 700}});
         testing::RecordingInterface ui;
-        SplitSettings settings;
-        settings.OUTPUTDIR = (dir / "out").string();
-        BatchRun batch(host, ui, settings);
-        batch.settingsFile = dir / "VelliraBatch.ini";
-        std::vector<BatchRow> rows{{"Yes", source, "Ready.", ""}};
-        batch.process(rows);
+        BatchJob job = testing::jobIn(dir, {source});
+        job.settings.OUTPUTDIR = (dir / "out").string();
         const int ranges = (pages + 4) / 5;
-        EXPECT_EQ(rows[0].status, "Done") << pages;
+        EXPECT_EQ(runBatch(job, host, ui).rows[0].status, "Done") << pages;
         EXPECT_EQ(host.opens, opens) << pages;
         // Every range after a reopen is still written, from the right pages.
         EXPECT_EQ(host.files.size(), static_cast<std::size_t>(ranges + 1)) << pages;

@@ -1,7 +1,9 @@
 // The split rules, through a scripted host: words at exact positions, every
 // split mode and naming rule, and what each output holds.
-#include "core/BatchRun.h"
+#include "engine/MatchRules.h"
+#include "run/BatchJob.h"
 #include "support/Files.h"
+#include "support/Jobs.h"
 #include "support/RecordingInterface.h"
 #include "support/ScriptedHost.h"
 #include "support/TempDir.h"
@@ -18,15 +20,14 @@ namespace vellira {
 namespace {
 
 using testing::ScriptedPage;
-using testing::ScriptedWord;
 
 // One page of text lines: line i at v = 700 - 20 i, words 60 points apart
 // from h = 72.
 ScriptedPage page(const std::vector<std::string>& lines) {
     ScriptedPage words;
-    double v = 700;
+    int v = 700;
     for (const auto& line : lines) {
-        double h = 72;
+        int h = 72;
         std::size_t start = 0;
         while (start < line.size()) {
             const auto end = std::min(line.find(' ', start), line.size());
@@ -40,9 +41,8 @@ ScriptedPage page(const std::vector<std::string>& lines) {
 }
 
 bool samePage(const ScriptedPage& a, const ScriptedPage& b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const ScriptedWord& x, const ScriptedWord& y) {
-        return x.text == y.text && x.h == y.h && x.v == y.v;
-    });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const Word& x, const Word& y) { return x.text == y.text && x.h == y.h && x.v == y.v; });
 }
 
 // A document of `count` pages; `text` gives the lines of a 1-based page. Pages
@@ -74,7 +74,9 @@ struct Fixture {
     std::string source = (dir / "doc.pdf").string();
     testing::ScriptedHost host;
     StopAtPage ui;
-    SplitSettings settings;
+    BatchJob job = testing::jobIn(dir);
+    SplitSettings& settings = job.settings;
+    BatchResult result;
 
     explicit Fixture(const std::vector<ScriptedPage>& pages) {
         std::ofstream(source) << "scripted";
@@ -92,14 +94,10 @@ struct Fixture {
 
     // Runs one batch over the rows `paths`; answers the rows' statuses.
     std::vector<std::string> run(const std::vector<std::string>& paths) {
-        BatchRun batch(host, ui, settings);
-        batch.settingsFile = dir / "VelliraBatch.ini";
-        batch.legacyFolder = dir / "legacy";
-        std::vector<BatchRow> rows;
-        for (const auto& path : paths) rows.push_back({"Yes", path, "Ready.", ""});
-        batch.process(rows);
+        job.rows = testing::jobIn(dir, paths).rows;
+        result = runBatch(job, host, ui);
         std::vector<std::string> statuses;
-        for (const auto& row : rows) statuses.push_back(row.status);
+        for (const auto& row : result.rows) statuses.push_back(row.status);
         return statuses;
     }
     // The same with the document listed `times` times.
@@ -150,70 +148,159 @@ std::function<std::vector<std::string>(int)> accountsOn(std::map<int, std::strin
     };
 }
 
-TEST(SplitRules, EachSplitModeCutsWhereItShould) {
-    const auto ten = document(10, accountsOn({{1, "A1"}, {4, "B4"}, {9, "C9"}}));
-    // Start text on page 2, until text on page 5, a second start before it.
-    const auto until = document(8, [](int n) -> std::vector<std::string> {
-        if (n == 2) return {"Invoice X2"};
-        if (n == 3) return {"Invoice Y3"};
-        if (n == 5) return {"Total due"};
-        if (n == 6) return {"Invoice Z6"};
-        return {"text " + std::to_string(n)};
+// Every split mode against the naming modes on one shared statement run, so a
+// change to one rule that breaks another shows up here.
+TEST(SplitRules, EverySplitModeWithTheNamingModes) {
+    // Twelve pages, each ending in a line "text pN". Statements open with
+    // "account: NAME" (the label at h 72, v 700, the name at h 132) and a
+    // "customer:" line below it: ANNA on page 1, BO on pages 4 and 6 (the same
+    // account twice), CARL on page 9. Page 11 mentions "account: ZED" further
+    // along its first line. Other pages start on their second line: "total:"
+    // opens it on pages 3, 7 and 12 (h 72, v 680); on page 10 it stands
+    // further along the line.
+    const std::map<int, std::vector<std::string>> text = {
+        {1, {"account: ANNA", "customer: Anna Berg"}},
+        {3, {"", "total: 30"}},
+        {4, {"account: BO", "customer: Bo Lind"}},
+        {6, {"account: BO", "customer: Bo Lind"}},
+        {7, {"", "total: 70"}},
+        {9, {"account: CARL", "customer: Carl Dahl"}},
+        {10, {"", "grand total: 90"}},
+        {11, {"ref:  account: ZED", "customer: Zoe Ek"}},
+        {12, {"", "total: 120"}},
+    };
+    const auto pages = document(12, [&](int n) {
+        auto lines = text.count(n) ? text.at(n) : std::vector<std::string>{""};
+        lines.push_back("text p" + std::to_string(n));
+        return lines;
     });
+    using M = PageExtractMode;
+    using N = FilenameMode;
+    const auto modes = [](M split, N name) {
+        return [=](SplitSettings& s) {
+            s.PAGEEXTRACT = modeText(split);
+            s.EXTRACT = modeText(name);
+            s.PREFIXFILENAME = "";
+        };
+    };
+    const auto label = [](SplitSettings& s) { s.EXTRACTFILENAME = "customer:"; };
+    const auto position = [](SplitSettings& s) { s.MATCHPOSH = "72", s.MATCHPOSV = "700"; };
+    const auto until = [](SplitSettings& s) { s.EXTRACTUNTIL = "total:"; };
+    const auto untilPosition = [&](SplitSettings& s) { until(s), s.UNTILMATCHPOSH = 72, s.UNTILMATCHPOSV = 680; };
+    // No search text: the word standing where the account names stand starts
+    // a range.
+    const auto namePosition = [](SplitSettings& s) { s.FINDSTRING = "", s.MATCHPOSH = "132", s.MATCHPOSV = "700"; };
+    using Configure = std::function<void(SplitSettings&)>;
+    const auto with = [](std::initializer_list<Configure> steps) {
+        return [steps = std::vector<Configure>(steps)](SplitSettings& s) {
+            for (const auto& step : steps) step(s);
+        };
+    };
+    struct Case {
+        std::string what;
+        Configure configure;
+        std::vector<std::pair<std::string, std::string>> expected;  // name without ".pdf" -> pages
+    } const cases[] = {
+        // A later range of the same name replaces the earlier one (BO 4-5).
+        {"next match",
+         modes(M::NextMatch, N::NextWord),
+         {{"ANNA", "1-3"}, {"BO", "6-8"}, {"CARL", "9-10"}, {"ZED", "11-12"}}},
+        // Consecutive ranges of one name become one.
+        {"next unique match",
+         modes(M::NextUniqueMatch, N::NextWord),
+         {{"ANNA", "1-3"}, {"BO", "4-8"}, {"CARL", "9-10"}, {"ZED", "11-12"}}},
+        // "account:" off its position (page 11) starts nothing; the last range
+        // is named by the matched word itself.
+        {"next match at a position",
+         with({modes(M::NextMatchAtPosition, N::NextWord), position}),
+         {{"ANNA", "1-3"}, {"BO", "6-8"}, {"account", "9-12"}}},
+        // The until page belongs to the range; "account:" inside an open range
+        // (page 6) is ignored, "total:" anywhere on the page ends it (page 10).
+        {"until text",
+         with({modes(M::UntilMatch, N::NextWord), until}),
+         {{"ANNA", "1-3"}, {"BO", "4-7"}, {"CARL", "9-10"}, {"ZED", "11-12"}}},
+        // The until page is left out, and "total:" off its position (page 10)
+        // ends nothing.
+        {"until position",
+         with({modes(M::UntilMatchAtPosition, N::NextWord), position, untilPosition}),
+         {{"ANNA", "1-2"}, {"BO", "4-6"}, {"CARL", "9-11"}}},
+        {"matched page only",
+         modes(M::MatchedPageOnly, N::NextWord),
+         {{"ANNA", "1"}, {"BO", "6"}, {"CARL", "9"}, {"ZED", "11"}}},
+
+        // Each naming mode on the ranges of the first split mode.
+        {"page start",
+         modes(M::NextMatch, N::PageStart),
+         {{"1", "1-3"}, {"4", "4-5"}, {"6", "6-8"}, {"9", "9-10"}, {"11", "11-12"}}},
+        {"page start-end",
+         modes(M::NextMatch, N::PageStartEnd),
+         {{"1-3", "1-3"}, {"4-5", "4-5"}, {"6-8", "6-8"}, {"9-10", "9-10"}, {"11-12", "11-12"}}},
+        {"sequential number",
+         modes(M::NextMatch, N::SequentialNumber),
+         {{"000001", "1-3"}, {"000002", "4-5"}, {"000003", "6-8"}, {"000004", "9-10"}, {"000005", "11-12"}}},
+        {"name after text",
+         with({modes(M::NextMatch, N::NameAfterText), label}),
+         {{"Anna", "1-3"}, {"Bo", "6-8"}, {"Carl", "9-10"}, {"Zoe", "11-12"}}},
+        {"rest of line",
+         with({modes(M::NextMatch, N::NameAfterTextRestOfLine), label}),
+         {{"AnnaBerg", "1-3"}, {"BoLind", "6-8"}, {"CarlDahl", "9-10"}, {"ZoeEk", "11-12"}}},
+        // The first line of the page after the customer line comes after "_".
+        {"rest of line and next page",
+         with({modes(M::NextMatch, N::NameAfterTextRestOfLineAndNextPage), label}),
+         {{"AnnaBerg_textp2", "1-3"},
+          {"BoLind_textp5", "4-5"},
+          {"BoLind_total70", "6-8"},
+          {"CarlDahl_grandtotal90", "9-10"},
+          {"ZoeEk_total120", "11-12"}}},
+
+        // Mixed: the rules of one mode seen through another.
+        {"unique, rest of line",
+         with({modes(M::NextUniqueMatch, N::NameAfterTextRestOfLine), label}),
+         {{"AnnaBerg", "1-3"}, {"BoLind", "4-8"}, {"CarlDahl", "9-10"}, {"ZoeEk", "11-12"}}},
+        // Only the first customer line after a cut names the range: Zoe's on
+        // page 11 falls inside CARL's range here.
+        {"position, rest of line",
+         with({modes(M::NextMatchAtPosition, N::NameAfterTextRestOfLine), position, label}),
+         {{"AnnaBerg", "1-3"}, {"BoLind", "6-8"}, {"CarlDahl", "9-12"}}},
+        {"unique position, h,v match",
+         with({modes(M::NextUniqueMatchAtPosition, N::PositionMatch), namePosition}),
+         {{"ANNA", "1-3"}, {"BO", "4-8"}, {"CARL", "9-12"}}},
+        {"until text, numbered",
+         with({modes(M::UntilMatch, N::SequentialNumber), until}),
+         {{"000001", "1-3"}, {"000002", "4-7"}, {"000003", "9-10"}, {"000004", "11-12"}}},
+        {"until position, start-end",
+         with({modes(M::UntilMatchAtPosition, N::PageStartEnd), position, untilPosition}),
+         {{"1-2", "1-2"}, {"4-6", "4-6"}, {"9-11", "9-11"}}},
+        {"matched page, page start",
+         modes(M::MatchedPageOnly, N::PageStart),
+         {{"1", "1"}, {"4", "4"}, {"6", "6"}, {"9", "9"}, {"11", "11"}}},
+    };
+    for (const auto& c : cases) {
+        Outputs expected;
+        for (const auto& [name, span] : c.expected) expected[name + ".pdf"] = span;
+        EXPECT_EQ(split(pages, c.configure), expected) << c.what;
+    }
+}
+
+TEST(SplitRules, PageLimitsAndWhatTheSearchTextMatches) {
+    const auto ten = document(10, accountsOn({{1, "A1"}, {4, "B4"}, {9, "C9"}}));
     const auto named = document(10, accountsOn({{1, "Ärger"}, {4, "Mayer"}, {6, "Li"}}));
+    const Outputs all = {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}};
     struct Case {
         std::string name;
         std::vector<ScriptedPage> pages;
         std::function<void(SplitSettings&)> configure;
         Outputs expected;
     } const cases[] = {
-        {"next match",
-         ten,
-         [](SplitSettings&) {},
-         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}}},
-        {"matched page only",
-         ten,
-         [](SplitSettings& s) { s.PAGEEXTRACT = kExtractModes[6]; },
-         {{"extract_A1.pdf", "1"}, {"extract_B4.pdf", "4"}, {"extract_C9.pdf", "9"}}},
-        {"page start-end names",
-         ten,
-         [](SplitSettings& s) { s.EXTRACT = kFilenameModes[2]; },
-         {{"extract_1-3.pdf", "1-3"}, {"extract_4-8.pdf", "4-8"}, {"extract_9-10.pdf", "9-10"}}},
         {"pages 2 to 8 only",
          ten,
-         [](SplitSettings& s) {
-             s.STARTFROMPAGE = 2;
-             s.TOPAGE = -2;
-         },
+         [](SplitSettings& s) { s.STARTFROMPAGE = 2, s.TOPAGE = -2; },
          {{"extract_B4.pdf", "4-8"}}},
-        {"start page 0 is page 1",
-         ten,
-         [](SplitSettings& s) { s.STARTFROMPAGE = 0; },
-         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}}},
+        {"start page 0 is page 1", ten, [](SplitSettings& s) { s.STARTFROMPAGE = 0; }, all},
         {"only the start moves with OFFSETFIRST",
          ten,
          [](SplitSettings& s) { s.OFFSETFIRST = 2; },
          {{"extract_A1.pdf", "3"}, {"extract_B4.pdf", "6-8"}}},
-        {"until text, its page included, later starts ignored",
-         until,
-         [](SplitSettings& s) {
-             s.FINDSTRING = "Invoice";
-             s.EXTRACTUNTIL = "Total";
-             s.PAGEEXTRACT = kExtractModes[4];
-         },
-         {{"extract_X2.pdf", "2-5"}, {"extract_Z6.pdf", "6-8"}}},
-        {"until position, its page excluded",
-         until,
-         [](SplitSettings& s) {
-             s.FINDSTRING = "Invoice";
-             s.MATCHPOSH = "72";
-             s.MATCHPOSV = "700";
-             s.EXTRACTUNTIL = "Total";
-             s.UNTILMATCHPOSH = 72;
-             s.UNTILMATCHPOSV = 700;
-             s.PAGEEXTRACT = kExtractModes[5];
-         },
-         {{"extract_X2.pdf", "2-4"}, {"extract_Z6.pdf", "6-8"}}},
         // Length is counted in characters: "Ärger" is five of them.
         {"any five-character word on the line",
          named,
@@ -221,40 +308,32 @@ TEST(SplitRules, EachSplitModeCutsWhereItShould) {
              s.FINDSTRING = "";
              s.MATCHPOSH = "-5";
              s.MATCHPOSV = "680";
-             s.PAGEEXTRACT = kExtractModes[2];
-             s.EXTRACT = kFilenameModes[3];
+             s.PAGEEXTRACT = modeText(PageExtractMode::NextMatchAtPosition);
+             s.EXTRACT = modeText(FilenameMode::PositionMatch);
          },
          {{"extract_Ärger.pdf", "1-3"}, {"extract_Mayer.pdf", "4-10"}}},
         {"a search text that is nowhere", ten, [](SplitSettings& s) { s.FINDSTRING = "Invoice"; }, {}},
         {"whole words only", ten, [](SplitSettings& s) { s.FINDSTRING = "account"; }, {}},
         {"case counts", ten, [](SplitSettings& s) { s.FINDSTRING = "ACCOUNT:"; }, {}},
-        {"unless told otherwise",
-         ten,
-         [](SplitSettings& s) {
-             s.FINDSTRING = "ACCOUNT:";
-             s.IGNORECASE = 1;
-         },
-         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}}},
+        {"unless told otherwise", ten, [](SplitSettings& s) { s.FINDSTRING = "ACCOUNT:", s.IGNORECASE = 1; }, all},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(split(c.pages, c.configure), c.expected) << c.name;
-    }
+    for (const auto& c : cases) EXPECT_EQ(split(c.pages, c.configure), c.expected) << c.name;
 }
 
 TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
     // Names A, A, B on pages 1, 3 and 6: A holds 1-5, written twice.
     const auto pages = document(8, accountsOn({{1, "A"}, {3, "A"}, {6, "B"}}));
-    EXPECT_EQ(split(pages, [](SplitSettings& s) { s.PAGEEXTRACT = kExtractModes[1]; }),
+    EXPECT_EQ(split(pages, [](SplitSettings& s) { s.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch); }),
               (Outputs{{"extract_A.pdf", "1-5"}, {"extract_B.pdf", "6-8"}}));
 
     // The unique position mode takes the earlier report line back.
     Fixture position(pages);
     auto& s = position.settings;
-    s.PAGEEXTRACT = kExtractModes[3];
+    s.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatchAtPosition);
     s.FINDSTRING = "";
     s.MATCHPOSH = "132";
     s.MATCHPOSV = "680";
-    s.EXTRACT = kFilenameModes[3];
+    s.EXTRACT = modeText(FilenameMode::PositionMatch);
     s.REPORTOPTIONSCSV = 1;
     s.REPORTOPTIONSOUTPUTFOLDER = position.dir.path().string();
     position.run();
@@ -269,10 +348,11 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
     // A one-page document turns the unique mode into the plain one for the
     // rest of the run: in the next document A and A are two ranges, the
     // later written over the earlier.
-    EXPECT_EQ(split(document(1, accountsOn({{1, "A"}})), [](SplitSettings& s) { s.PAGEEXTRACT = kExtractModes[1]; }),
+    EXPECT_EQ(split(document(1, accountsOn({{1, "A"}})),
+                    [](SplitSettings& s) { s.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch); }),
               (Outputs{{"extract_A.pdf", "1"}}));
     Fixture after(pages);
-    after.settings.PAGEEXTRACT = kExtractModes[1];
+    after.settings.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch);
     after.run({after.addSource("one.pdf", {pages[0]}), after.source});
     EXPECT_EQ(after.outputs(), (Outputs{{"extract_A.pdf", "3-5"}, {"extract_B.pdf", "6-8"}}));
 }
@@ -373,7 +453,7 @@ TEST(SplitRules, NamesFromTheRestOfTheLine) {
     });
     const auto restOfLine = [](SplitSettings& s) {
         s.FINDSTRING = "Invoice:";
-        s.EXTRACT = kFilenameModes[6];
+        s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
     };
     struct Case {
         std::string name;
@@ -416,7 +496,7 @@ TEST(SplitRules, NamesFromTheRestOfTheLine) {
         {"and the first line of the next page",
          [&](SplitSettings& s) {
              restOfLine(s);
-             s.EXTRACT = kFilenameModes[7];
+             s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLineAndNextPage);
              s.ADDBWORDS = "*";
          },
          {{"extract_Smith&SonsLtd#77London_ text 2.pdf", "1-2"},
@@ -499,12 +579,90 @@ TEST(SplitRules, ReportsAndNumbersFollowWhatIsWritten) {
 
     // Sequential numbers run on from one document of a run to the next.
     Fixture numbered(pages);
-    numbered.settings.EXTRACT = kFilenameModes[4];
+    numbered.settings.EXTRACT = modeText(FilenameMode::SequentialNumber);
     EXPECT_EQ(numbered.run(2), (std::vector<std::string>{"Done", "Done"}));
     EXPECT_EQ(numbered.outputs(), (Outputs{{"extract_000001.pdf", "1-4"},
                                            {"extract_000002.pdf", "5-8"},
                                            {"extract_000003.pdf", "1-4"},
                                            {"extract_000004.pdf", "5-8"}}));
+}
+
+TEST(SplitRules, RowsAndFilesAreReportedAsTheyHappen) {
+    Fixture f(document(8, accountsOn({{1, "A"}, {5, "B"}})));
+    std::ofstream(f.dir / "own.pcs", std::ios::binary) << "PREFIXFILENAME;own_ \r\n";
+    f.job.rows = {{"Yes", (f.dir / "missing.pdf").string(), "Ready.", ""},
+                  {"No", f.source, "Ready.", ""},
+                  {"Yes", f.source, "Ready.", (f.dir / "own.pcs").string()}};
+    f.result = runBatch(f.job, f.host, f.ui);
+    const std::string out = f.settings.OUTPUTDIR;
+    EXPECT_TRUE(f.result.completed);
+    EXPECT_EQ(f.ui.statuses, (std::vector<std::string>{"0 file error", "2 Processing", "2 Done"}));
+    EXPECT_EQ(f.ui.written, (std::vector<std::string>{out + "/own_A.pdf 1-4", out + "/own_B.pdf 5-8"}));
+    EXPECT_EQ(f.result.rows[1].status, "Ready.");
+    EXPECT_EQ(std::tuple(f.result.filesWritten, f.result.rangesFailed), std::tuple(2, 0));
+    // The run left its settings as the row's file made them; the job's own
+    // settings are untouched.
+    EXPECT_EQ(f.result.settings.PREFIXFILENAME, "own_");
+    EXPECT_EQ(f.settings.PREFIXFILENAME, "extract_");
+}
+
+// Ten pages; A on page 1 with its child A1 on page 2, B on page 4.
+std::vector<testing::ScriptedBookmark> chapters() { return {{"A", 0, {{"A1", 1, {}}}}, {"B", 3, {}}}; }
+
+// Splits at bookmarks, each piece named by its bookmark.
+Outputs splitAtBookmarks(int pages, const std::vector<testing::ScriptedBookmark>& outline, PageExtractMode mode,
+                         bool cyclic = false, std::vector<std::string>* notes = nullptr) {
+    Fixture fixture(
+        document(pages, [](int n) { return std::vector<std::string>{"Chapter text p" + std::to_string(n)}; }));
+    fixture.host.outlines[fixture.source] = outline;
+    fixture.host.cyclicOutline = cyclic;
+    fixture.settings.PAGEEXTRACT = modeText(mode);
+    fixture.settings.EXTRACT = modeText(FilenameMode::Bookmark);
+    fixture.settings.PREFIXFILENAME = "";
+    EXPECT_EQ(fixture.run(), std::vector<std::string>{"Done"});
+    if (notes) *notes = fixture.ui.notes;
+    return fixture.outputs();
+}
+
+TEST(SplitRules, BookmarksCutAtTheirOwnLevel) {
+    struct Case {
+        PageExtractMode mode;
+        Outputs expected;
+    } const cases[] = {
+        {PageExtractMode::Bookmarks, {{"A.pdf", "1"}, {"A1.pdf", "2-3"}, {"B.pdf", "4-10"}}},
+        {PageExtractMode::BookmarksRootLevel, {{"A.pdf", "1-3"}, {"B.pdf", "4-10"}}},
+        {PageExtractMode::BookmarksLevel2, {{"A1.pdf", "2-10"}}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(splitAtBookmarks(10, chapters(), c.mode), c.expected) << modeText(c.mode);
+    EXPECT_EQ(splitAtBookmarks(3, {}, PageExtractMode::Bookmarks), Outputs{});
+}
+
+TEST(SplitRules, DeepOutlinesOddTitlesAndBookmarksThatNeverCut) {
+    // Five levels; a title with characters a file name cannot hold; an empty
+    // title and one without destination that never cut; one pointing back.
+    const std::vector<testing::ScriptedBookmark> outline = {
+        {"Intro",
+         2,
+         {{"Part 1/2: Scope?", 4, {{"Überblick", 5, {{"L4", 6, {{"L5", 8, {}}}}}}}},
+          {"", 9, {}},
+          {"Nowhere", -1, {}},
+          {"Back", 1, {}}}}};
+    // Pages 1-2 come before the first bookmark and are never written; "Back"
+    // points before L5's page and leaves L5 a one-page range.
+    EXPECT_EQ(splitAtBookmarks(12, outline, PageExtractMode::Bookmarks), (Outputs{{"Intro.pdf", "3-4"},
+                                                                                  {"Part 12 Scope.pdf", "5"},
+                                                                                  {"Überblick.pdf", "6"},
+                                                                                  {"L4.pdf", "7-8"},
+                                                                                  {"L5.pdf", "9"},
+                                                                                  {"Back.pdf", "2-12"}}));
+    EXPECT_EQ(splitAtBookmarks(12, outline, PageExtractMode::BookmarksLevel2),
+              (Outputs{{"Part 12 Scope.pdf", "5"}, {"Back.pdf", "2-12"}}));
+
+    // A broken outline says so, and keeps what was written before the break.
+    std::vector<std::string> notes;
+    EXPECT_EQ(splitAtBookmarks(6, {{"A", 0, {}}, {"B", 2, {}}, {"C", 4, {}}}, PageExtractMode::Bookmarks, true, &notes),
+              (Outputs{{"A.pdf", "1-2"}, {"B.pdf", "3-4"}, {"C.pdf", "5-6"}}));
+    EXPECT_EQ(notes, std::vector<std::string>{"error! please check your bookmarks are valid."});
 }
 
 }  // namespace

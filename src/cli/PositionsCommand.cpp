@@ -1,7 +1,7 @@
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
-#include "files/Reports.h"
 #include "host/MupdfHost.h"
+#include "run/BatchJob.h"
 
 #include <fstream>
 #include <iostream>
@@ -12,8 +12,8 @@ namespace vellira::cli {
 int runPositions(const PositionsOptions& options) {
     ConsoleInterface ui;
     MupdfHost host;
-    SplitSettings settings;
-    settings.FILENAME = options.pdf;
+    BatchJob job;
+    job.settings.FILENAME = options.pdf;
     try {
         const DocHandle doc = host.openDocument(host.makeHostPath(options.pdf));
         const int pages = host.pageCount(doc);
@@ -26,7 +26,7 @@ int runPositions(const PositionsOptions& options) {
         std::cerr << "vellira-batch: cannot open '" << options.pdf << "': " << error.text() << "\n";
         return 1;
     }
-    const auto path = writePagePositions(host, ui, settings, options.page - 1);
+    const auto path = runPagePositions(job, host, ui, options.page - 1);
     if (!path) return 1;
     std::ifstream written(*path, std::ios::binary);
     std::cout << std::string(std::istreambuf_iterator<char>(written), {}) << std::flush;

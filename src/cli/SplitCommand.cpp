@@ -1,11 +1,11 @@
 // split and show: the "Process Batch List" and "&Show" commands.
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
-#include "core/BatchRun.h"
 #include "files/BatchListFile.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
+#include "run/BatchJob.h"
 
 #include <csignal>
 #include <cstdio>
@@ -82,39 +82,27 @@ int runMailTest(const SettingsOptions& options) {
 }
 
 int runSplit(const SplitOptions& options) {
-    SplitSettings settings;
-    if (const auto error = applySettings(options.settings, settings); !error.empty()) {
+    BatchJob job;
+    if (const auto error = applySettings(options.settings, job.settings); !error.empty()) {
         std::cerr << "vellira-batch split: " << error << "\n";
         return 2;
     }
     ConsoleInterface ui(options.yes);
-    MupdfHost host;
-    BatchRun batch(host, ui, settings);
-    batch.mail = mailTransport();
-    if (!options.trace.empty() && !batch.run.trace.open(options.trace)) {
-        std::cerr << "vellira-batch split: cannot write the trace file '" << options.trace << "'\n";
-        return 1;
-    }
-    if (settings.USECURRENT) {
-        try {
-            host.openDocument(host.makeHostPath(settings.FILENAME));
-        } catch (const HostError& error) {
-            std::cerr << "vellira-batch split: cannot open '" << settings.FILENAME << "': " << error.text() << "\n";
-            return 1;
-        }
-    }
-    std::vector<BatchRow> rows;
-    if (!options.list.empty() && !loadBatchList(options.list, rows, ui)) return 1;
-    for (const auto& pdf : options.pdfs) rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
+    if (!options.list.empty() && !loadBatchList(options.list, job.rows, ui)) return 1;
+    for (const auto& pdf : options.pdfs) job.rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
+    if (job.settings.USECURRENT) job.currentDocument = job.settings.FILENAME;
+    job.trace = options.trace;
+    job.mail = mailTransport();
 
-    bool completed = false;
+    MupdfHost host;
+    BatchResult result;
     {
         StopOnInterrupt stop(ui);
-        completed = batch.process(rows);
+        result = runBatch(job, host, ui);
     }
     ui.endProgress();
-    bool allDone = completed;
-    for (const auto& row : rows) {
+    bool allDone = result.completed;
+    for (const auto& row : result.rows) {
         std::cout << row.status << "\t" << row.path << "\n";
         if (row.use == "Yes" && row.status != "Done") allDone = false;
     }
@@ -123,18 +111,17 @@ int runSplit(const SplitOptions& options) {
 }
 
 int runShow(const ShowOptions& options) {
-    SplitSettings settings;
-    if (const auto error = applySettings(options.settings, settings); !error.empty()) {
+    BatchJob job;
+    if (const auto error = applySettings(options.settings, job.settings); !error.empty()) {
         std::cerr << "vellira-batch show: " << error << "\n";
         return 2;
     }
-    settings.FILENAME = options.pdf;
-    settings.USECURRENT = 0;
+    job.settings.FILENAME = options.pdf;
+    job.settings.USECURRENT = 0;
     ShowConsole ui;
     MupdfHost host;
-    BatchRun batch(host, ui, settings);
     StopOnInterrupt stop(ui);
-    const bool shown = batch.show();
+    const bool shown = vellira::runShow(job, host, ui).completed;
     std::cout << std::flush;
     return shown && std::cout ? 0 : 1;
 }

@@ -1,5 +1,8 @@
 #include "core/DocumentHost.h"
 
+#include <climits>
+#include <cmath>
+
 namespace vellira {
 
 std::filesystem::path DocumentHost::makeHostPath(std::string_view text) const { return pathFromText(text); }
@@ -20,6 +23,14 @@ std::string DocumentHost::errorText(int code) const {
         case HostError::kIo: return "input/output error";
         default: return "unknown error";
     }
+}
+
+int truncateCoordinate(double points) {
+    if (std::isnan(points)) return 0;
+    const double whole = std::trunc(points);
+    if (whole >= static_cast<double>(INT_MAX)) return INT_MAX;
+    if (whole <= static_cast<double>(INT_MIN)) return INT_MIN;
+    return static_cast<int>(whole);
 }
 
 void DocumentHost::raise(int code) const { throw HostError(code, errorText(code)); }

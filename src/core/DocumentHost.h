@@ -59,19 +59,24 @@ struct BookmarkHandle {
     auto operator<=>(const BookmarkHandle&) const = default;
 };
 
-// One word as the host reads it: a maximal run of non-blank characters, in
-// the host's reading order. `h`, `v` are the bottom-left corner of its first
-// character's quadrilateral in PDF user space (points, origin bottom-left,
-// unrotated page), untruncated. `number` identifies the word on its page for
-// the highlight step. The text is valid during the callback only.
-struct HostWord {
-    std::string_view text;
-    double h = 0;
-    double v = 0;
+// One word of a page, as the host reads it and every text decision sees it:
+// a maximal run of non-blank characters, in the host's reading order. `h`, `v`
+// are the bottom-left corner of its first character's quadrilateral in PDF
+// user space (points, origin bottom-left, unrotated page), truncated toward
+// zero. `number` identifies the word on its page for the highlight step.
+struct Word {
+    std::string text;
+    int h = 0;
+    int v = 0;
+    int page = 0;  // 0-based
     std::uint16_t number = 0;
 };
 // Returning false stops the enumeration of the current page.
-using WordCallback = std::function<bool(const HostWord&)>;
+using WordCallback = std::function<bool(const Word&)>;
+
+// A coordinate in points as a whole number: truncated toward zero, so 99.99
+// gives 99 and -0.5 gives 0. Values outside 32 bits saturate; NaN gives 0.
+int truncateCoordinate(double points);
 
 class DocumentHost {
 public:

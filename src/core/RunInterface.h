@@ -1,8 +1,10 @@
 // RunInterface: how a run talks to the person who started it.
 //
-// The library never prints. Messages, questions, progress and the cancel flag
-// all pass through the interface a run is given: message boxes in the GUI,
-// standard error and default answers in the command line.
+// The library never prints. Messages, questions, progress, what the run does
+// to its rows and files, and the cancel flag all pass through the interface a
+// run is given: message boxes and list windows in the GUI, standard error and
+// default answers in the command line. A run calls it from the thread it runs
+// on; only the cancel flag may be set from another thread.
 #pragma once
 
 #include <atomic>
@@ -29,11 +31,16 @@ public:
     virtual void progress(const Progress&) {}
     // A line of status while the run waits (for a file in use, say).
     virtual void status(std::string_view) {}
-    // Shows one match of the search text: the word and its 0-based page, with
-    // its number on the page as the host counts it.
     // Offers a file the run produced (the text report) to the user's viewer.
     virtual void showFile(std::string_view /*path*/) {}
+    // Shows one match of the search text: the word and its 0-based page, with
+    // its number on the page as the host counts it.
     virtual void highlight(int /*page*/, std::string_view /*word*/, std::uint16_t /*number*/) {}
+    // A row of the batch list (0-based, in the job's order) has a new status:
+    // "Processing", "Done", "file error", ...
+    virtual void rowStatus(int /*row*/, std::string_view /*status*/) {}
+    // An output PDF was saved: its path and the 1-based source pages it holds.
+    virtual void fileWritten(std::string_view /*path*/, int /*firstPage*/, int /*lastPage*/) {}
     // The Stop flag, read before every row, page and mail.
     bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
     void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }

@@ -9,11 +9,11 @@ namespace vellira {
 
 namespace {
 
-template <std::size_t N>
-std::optional<int> ordinalIn(const std::array<std::string_view, N>& table, std::string_view text) {
-    const auto it = std::find(table.begin(), table.end(), text);
-    if (it == table.end()) return std::nullopt;
-    return static_cast<int>(it - table.begin());
+template <typename Mode, std::size_t N>
+std::optional<Mode> modeIn(const std::array<std::pair<Mode, std::string_view>, N>& table, std::string_view text) {
+    for (const auto& [mode, each] : table)
+        if (each == text) return mode;
+    return std::nullopt;
 }
 
 using S = SplitSettings;
@@ -84,17 +84,10 @@ const SettingsKey kKeys[] = {
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB},
 };
 
-constexpr std::string_view kUseBookmarkAsFilename = kFilenameModes[8];
-
 }  // namespace
 
-std::optional<int> filenameModeOrdinal(std::string_view text) { return ordinalIn(kFilenameModes, text); }
-std::optional<int> extractModeOrdinal(std::string_view text) { return ordinalIn(kExtractModes, text); }
-
-bool isBookmarkMode(std::string_view extractMode) {
-    const auto ordinal = extractModeOrdinal(extractMode);
-    return ordinal && *ordinal >= 7;
-}
+std::optional<FilenameMode> filenameModeOf(std::string_view text) { return modeIn(kFilenameModes, text); }
+std::optional<PageExtractMode> pageExtractModeOf(std::string_view text) { return modeIn(kExtractModes, text); }
 
 bool startsWithBookmark(std::string_view extractMode) { return extractMode.starts_with("Bookmark"); }
 
@@ -154,16 +147,16 @@ std::string keyValueText(const SettingsKey& key, const SplitSettings& settings) 
 }
 
 FilenameControls normaliseFilenameMode(SplitSettings& s) {
-    const auto mode = filenameModeOrdinal(s.EXTRACT);
+    const auto mode = filenameModeOf(s.EXTRACT);
     FilenameControls controls;
-    if (mode != 5 && mode != 6 && mode != 7) {
+    if (!mode || !namesAfterText(*mode)) {
         s.EXTRACTFILENAME.clear();
         s.FIRSTCHAROFWORD.clear();
         s.ADDBWORDS.clear();
         s.TAKENWORDSFORFILENAME = 0;
         s.TAKENCHARSFORFILENAME = 0;
         s.UNTILHHPOSLESSTHAN = 9999;
-    } else if (mode == 6 || mode == 7) {
+    } else if (takesRestOfLine(*mode)) {
         // The word and character limits keep whatever they held.
         s.FIRSTCHAROFWORD.clear();
         s.ADDBWORDS.clear();
@@ -174,18 +167,20 @@ FilenameControls normaliseFilenameMode(SplitSettings& s) {
         if (s.TAKENCHARSFORFILENAME < 0) s.TAKENCHARSFORFILENAME = 999;
         controls = {true, true, true, true, true, true};
     }
-    if (s.EXTRACT == kUseBookmarkAsFilename && !startsWithBookmark(s.PAGEEXTRACT)) s.PAGEEXTRACT = kExtractModes[7];
+    if (mode == FilenameMode::Bookmark && !startsWithBookmark(s.PAGEEXTRACT))
+        s.PAGEEXTRACT = modeText(PageExtractMode::Bookmarks);
     return controls;
 }
 
 PositionControls normaliseExtractMode(SplitSettings& s) {
-    const auto mode = extractModeOrdinal(s.PAGEEXTRACT);
-    const PositionControls controls{mode == 2 || mode == 3 || mode == 5, mode == 4 || mode == 5};
-    const bool bookmarks = isBookmarkMode(s.PAGEEXTRACT);
+    const auto mode = pageExtractModeOf(s.PAGEEXTRACT);
+    const PositionControls controls{mode && startsAtPosition(*mode), mode && endsAtUntilText(*mode)};
+    const bool bookmarks = mode && isBookmarkMode(*mode);
+    const std::string_view bookmarkName = modeText(FilenameMode::Bookmark);
     // Both tests look at the search text, not at the filename mode: with any
     // ordinary search text the second one never fires.
-    if (bookmarks && !s.FINDSTRING.starts_with("Page start")) s.EXTRACT = kUseBookmarkAsFilename;
-    if (s.FINDSTRING == kUseBookmarkAsFilename && !bookmarks) s.EXTRACT = kFilenameModes[0];
+    if (bookmarks && !s.FINDSTRING.starts_with("Page start")) s.EXTRACT = bookmarkName;
+    if (s.FINDSTRING == bookmarkName && !bookmarks) s.EXTRACT = modeText(FilenameMode::NextWord);
     return controls;
 }
 

@@ -1,8 +1,8 @@
 // SplitSettings: the one record that describes a split job.
 //
 // Every field bears the name of its parameters-file key. Modes are stored as
-// their display texts and compared exactly; the ordinal of a mode is its
-// position in the mode tables below.
+// their display texts, the one form the record and the files know; a run
+// converts them to their enums once, when it takes its settings.
 #pragma once
 
 #include <array>
@@ -11,36 +11,98 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 namespace vellira {
 
-// Filename modes (`EXTRACT`), in ordinal order.
-inline constexpr std::array<std::string_view, 9> kFilenameModes = {
-    "Next word as filename",
-    "Page start as filename",
-    "Page start-end as filename",
-    "h,v match as filename",
-    "Sequential Number",
-    "USE 'use as filename name after text'",
-    "USE 'use as filename name after text' - take rest of line",
-    "USE 'use as filename name after text' - take rest of line + 1st line next page",
-    "Use bookmark as filename",
+// Filename modes (`EXTRACT`), in the order the dialog lists them.
+enum class FilenameMode {
+    NextWord,
+    PageStart,
+    PageStartEnd,
+    PositionMatch,
+    SequentialNumber,
+    NameAfterText,
+    NameAfterTextRestOfLine,
+    NameAfterTextRestOfLineAndNextPage,
+    Bookmark,
 };
+inline constexpr std::array<std::pair<FilenameMode, std::string_view>, 9> kFilenameModes = {{
+    {FilenameMode::NextWord, "Next word as filename"},
+    {FilenameMode::PageStart, "Page start as filename"},
+    {FilenameMode::PageStartEnd, "Page start-end as filename"},
+    {FilenameMode::PositionMatch, "h,v match as filename"},
+    {FilenameMode::SequentialNumber, "Sequential Number"},
+    {FilenameMode::NameAfterText, "USE 'use as filename name after text'"},
+    {FilenameMode::NameAfterTextRestOfLine, "USE 'use as filename name after text' - take rest of line"},
+    {FilenameMode::NameAfterTextRestOfLineAndNextPage,
+     "USE 'use as filename name after text' - take rest of line + 1st line next page"},
+    {FilenameMode::Bookmark, "Use bookmark as filename"},
+}};
 
-// Extract (split) modes (`PAGEEXTRACT`), in ordinal order.
-inline constexpr std::array<std::string_view, 10> kExtractModes = {
-    "From match to next match",
-    "From match to next unique match",
-    "From match to next match using position h,v",
-    "From match to next unique match using position h,v",
-    "From match to until match",
-    "From match to until match using position h,v",
-    "Matched page only",
-    "Bookmarks",
-    "Bookmarks Root Level",
-    "Bookmarks Level 2",
+// Extract (split) modes (`PAGEEXTRACT`), in the order the dialog lists them.
+enum class PageExtractMode {
+    NextMatch,
+    NextUniqueMatch,
+    NextMatchAtPosition,
+    NextUniqueMatchAtPosition,
+    UntilMatch,
+    UntilMatchAtPosition,
+    MatchedPageOnly,
+    Bookmarks,
+    BookmarksRootLevel,
+    BookmarksLevel2,
 };
+inline constexpr std::array<std::pair<PageExtractMode, std::string_view>, 10> kExtractModes = {{
+    {PageExtractMode::NextMatch, "From match to next match"},
+    {PageExtractMode::NextUniqueMatch, "From match to next unique match"},
+    {PageExtractMode::NextMatchAtPosition, "From match to next match using position h,v"},
+    {PageExtractMode::NextUniqueMatchAtPosition, "From match to next unique match using position h,v"},
+    {PageExtractMode::UntilMatch, "From match to until match"},
+    {PageExtractMode::UntilMatchAtPosition, "From match to until match using position h,v"},
+    {PageExtractMode::MatchedPageOnly, "Matched page only"},
+    {PageExtractMode::Bookmarks, "Bookmarks"},
+    {PageExtractMode::BookmarksRootLevel, "Bookmarks Root Level"},
+    {PageExtractMode::BookmarksLevel2, "Bookmarks Level 2"},
+}};
+
+// The display text of a mode: the form stored in the settings and in files.
+template <typename Mode, std::size_t N>
+constexpr std::string_view modeTextIn(const std::array<std::pair<Mode, std::string_view>, N>& table, Mode mode) {
+    for (const auto& [each, text] : table)
+        if (each == mode) return text;
+    return {};
+}
+constexpr std::string_view modeText(FilenameMode mode) { return modeTextIn(kFilenameModes, mode); }
+constexpr std::string_view modeText(PageExtractMode mode) { return modeTextIn(kExtractModes, mode); }
+
+// The mode a text names exactly, or nothing when it names none.
+std::optional<FilenameMode> filenameModeOf(std::string_view text);
+std::optional<PageExtractMode> pageExtractModeOf(std::string_view text);
+
+// "Bookmarks", "Bookmarks Root Level" and "Bookmarks Level 2".
+constexpr bool isBookmarkMode(PageExtractMode mode) { return mode >= PageExtractMode::Bookmarks; }
+// The modes whose start match must stand at the "At position" h,v.
+constexpr bool startsAtPosition(PageExtractMode mode) {
+    return mode == PageExtractMode::NextMatchAtPosition || mode == PageExtractMode::NextUniqueMatchAtPosition ||
+           mode == PageExtractMode::UntilMatchAtPosition;
+}
+// The modes that end a range at the until text.
+constexpr bool endsAtUntilText(PageExtractMode mode) {
+    return mode == PageExtractMode::UntilMatch || mode == PageExtractMode::UntilMatchAtPosition;
+}
+// The two modes that name a range by the captured line.
+constexpr bool takesRestOfLine(FilenameMode mode) {
+    return mode == FilenameMode::NameAfterTextRestOfLine || mode == FilenameMode::NameAfterTextRestOfLineAndNextPage;
+}
+// The three modes that look for the "use as filename" text.
+constexpr bool namesAfterText(FilenameMode mode) {
+    return mode == FilenameMode::NameAfterText || takesRestOfLine(mode);
+}
+
+// The looser test some callers make: the first 8 characters are "Bookmark".
+bool startsWithBookmark(std::string_view extractMode);
 
 // Filename macros offered in the prefix and postfix lists, in order.
 inline constexpr std::array<std::string_view, 11> kFilenameMacros = {
@@ -49,14 +111,6 @@ inline constexpr std::array<std::string_view, 11> kFilenameMacros = {
 };
 
 inline constexpr std::string_view kVersionText = "v4.01";
-
-// Ordinal of a mode text in its table, or nothing when the text is none of them.
-std::optional<int> filenameModeOrdinal(std::string_view text);
-std::optional<int> extractModeOrdinal(std::string_view text);
-// True for "Bookmarks", "Bookmarks Root Level" and "Bookmarks Level 2".
-bool isBookmarkMode(std::string_view extractMode);
-// The looser test some callers make: the first 8 characters are "Bookmark".
-bool startsWithBookmark(std::string_view extractMode);
 
 // The output folder a fresh setup starts with on this platform.
 std::string defaultOutputDir();
@@ -80,14 +134,14 @@ struct SplitSettings {
     int SPLITTOSOURCE = 0;
     int ALWAYSOVERWRITE = 0;
     int ALWAYSAPPEND = 0;
-    std::string EXTRACT{kFilenameModes[0]};
+    std::string EXTRACT{modeText(FilenameMode::NextWord)};
     int TAKENWORDSFORFILENAME = 999;
     std::string FIRSTCHAROFWORD;
     int TAKENCHARSFORFILENAME = 999;
     std::string UNTILCHARACTERFILENAME;
     std::string ADDBWORDS;
     int UNTILHHPOSLESSTHAN = 9999;
-    std::string PAGEEXTRACT{kExtractModes[0]};
+    std::string PAGEEXTRACT{modeText(PageExtractMode::NextMatch)};
     int KEEPBOOKMARKS = 0;
     // The "Remove first" value each document's scan starts from.
     int OFFSETFIRST = 0;

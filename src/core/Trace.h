@@ -4,20 +4,9 @@
 
 #include "core/Platform.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
-#include <string>
-#include <string_view>
 
 namespace vellira {
-
-// printf into a std::string.
-std::string formatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-// Replaces every occurrence of `token`; replaced text is never searched again.
-void replaceAll(std::string& text, std::string_view token, std::string_view with);
 
 class Trace {
 public:

@@ -1,5 +1,6 @@
 // The bookmark split: a document cut at the pages its bookmarks point to, each
 // range named by its bookmark's title.
+#include "core/Text.h"
 #include "engine/SplitEngine.h"
 
 #include <algorithm>
@@ -18,8 +19,8 @@ struct BookmarkWalk {
 
     bool qualifies(BookmarkHandle bookmark) {
         switch (engine.run.lAquireType) {
-            case e_bookmarks_root: return engine.host.bookmarkIndent(bookmark) == 0;
-            case e_bookmarks_level2: return engine.host.bookmarkIndent(bookmark) == 1;
+            case PageExtractMode::BookmarksRootLevel: return engine.host.bookmarkIndent(bookmark) == 0;
+            case PageExtractMode::BookmarksLevel2: return engine.host.bookmarkIndent(bookmark) == 1;
             default: return true;
         }
     }
@@ -55,14 +56,14 @@ struct BookmarkWalk {
 
 }  // namespace
 
-int SplitEngine::splitAtBookmarks() {
+void SplitEngine::splitAtBookmarks() {
     const auto view = host.activeViewDocument();
-    if (!view) return 0;
+    if (!view) return;
     try {
         doc.source = host.documentOfView(*view);
         doc.totalPages = host.pageCount(doc.source);
     } catch (const HostError&) {
-        return 0;
+        return;
     }
     doc.lStartPage = -1;
     doc.g_szBuf.clear();
@@ -77,7 +78,6 @@ int SplitEngine::splitAtBookmarks() {
         if (run.trace.on()) run.trace.write("ExtractPages 7\r\n");
         extractNamed(doc.g_szBuf, nullptr);
     }
-    return 1;
 }
 
 }  // namespace vellira

@@ -1,6 +1,6 @@
 #include "engine/FilenameComposer.h"
 
-#include "engine/PageWords.h"
+#include "core/Text.h"
 
 #include <array>
 #include <filesystem>
@@ -36,6 +36,10 @@ std::pair<int, int> boundsOf(std::string_view text) {
 bool within(int value, int low, int high) { return (low == -1 || low <= value) && (high == -1 || value <= high); }
 
 }  // namespace
+
+void FilenameComposer::takeMode(std::string_view extract) {
+    mode = extract.empty() ? FilenameMode::NextWord : filenameModeOf(extract);
+}
 
 std::string FilenameComposer::cleanName(std::string_view text) {
     std::string cleaned;
@@ -130,9 +134,7 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
             if (keptInName(static_cast<unsigned char>(c))) line += c;
         szOutFilenameLine = std::move(line);
     }
-    const auto mode = filenameModeOrdinal(settings_.EXTRACT);
-    const int modeNumber = mode ? *mode : settings_.EXTRACT.empty() ? 9 : -1;
-    if (modeNumber < 0) return result_;
+    if (!mode) return result_;
 
     bool hadFolder = false;
     if (settings_.USESOURCEFILENAME) {
@@ -147,19 +149,21 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
     szOutFilenameLine = cutBody(szOutFilenameLine, false);
 
     const std::string head = settings_.OUTPUTDIR + kSeparator + prefix;
-    switch (modeNumber) {
-        case 1: result_ = head + std::to_string(range.start + 1L) + postfix + ".pdf"; break;
-        case 2:
+    switch (*mode) {
+        case FilenameMode::PageStart: result_ = head + std::to_string(range.start + 1L) + postfix + ".pdf"; break;
+        case FilenameMode::PageStartEnd:
             result_ = head + std::to_string(range.start + 1L) + "-" + std::to_string(range.end + 1L) + postfix + ".pdf";
             break;
-        case 4: result_ = head + formatText("%6.6ld", ++sequence) + postfix + ".pdf"; break;
-        case 6:
-        case 7:
+        case FilenameMode::SequentialNumber:
+            result_ = head + formatText("%6.6ld", ++sequence) + postfix + ".pdf";
+            break;
+        case FilenameMode::NameAfterTextRestOfLine:
+        case FilenameMode::NameAfterTextRestOfLineAndNextPage:
             result_ = head + std::string(firstCharacters(szOutFilenameLine, kMaxNameChars)) + postfix + ".pdf";
             break;
         default: result_ = head + body + postfix + ".pdf"; break;
     }
-    if (modeNumber >= 5 && modeNumber <= 7) nameTextUsed = true;
+    if (namesAfterText(*mode)) nameTextUsed = true;
     return result_;
 }
 
@@ -197,14 +201,13 @@ std::string FilenameComposer::GetDataFromPDF2(int horizStart, int horizEnd, int 
             return {};  // the store has said why
         }
         if (store_.tooManyWords(ui_)) return {};
-        collected += store_.count;
+        collected += store_.count();
         if (collected > PageWordStore::kLimit) {
             ui_.note("Too many words on the page!");
             return {};
         }
-        for (int i = 0; i < store_.count; ++i)
-            if (within(store_.wordV[i], vertStart, vertEnd) && within(store_.wordH[i], horizStart, horizEnd))
-                found += store_.wordText[i];
+        for (const Word& word : store_.words)
+            if (within(word.v, vertStart, vertEnd) && within(word.h, horizStart, horizEnd)) found += word.text;
     }
     return found;
 }

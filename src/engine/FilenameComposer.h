@@ -14,6 +14,7 @@
 #include "engine/PageWords.h"
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,10 +39,18 @@ public:
     // Set once a name-after-text mode has composed a name: from then on the
     // match engine looks for the "use as filename" text.
     bool nameTextUsed = false;
+    // The filename mode names are composed by; none for a text that names no
+    // mode, which answers the previous path again.
+    std::optional<FilenameMode> mode = FilenameMode::NextWord;
+
+    // Takes the filename mode from its text, once per run and after a batch
+    // row loaded its own settings. An empty text names by the captured text,
+    // as "Next word as filename" does.
+    void takeMode(std::string_view extract);
 
     // The output path for a range named by `capture`. `szOutFilenameLine` is
     // cleaned and cut in place; the "take rest of line" modes use it as the
-    // body. An unknown filename mode answers the previous path.
+    // body.
     const std::string& AquireFilename(std::string_view capture, std::string& szOutFilenameLine, const NameRange& range);
 
     // The name text a capture gives: characters that cannot be in a file name

@@ -1,6 +1,7 @@
 // The match engine: every word of a scanned page, in reading order, tested
 // against the search text (or start position), the "use as filename" text and
 // the until text, with the capture of the words that name a range.
+#include "core/Text.h"
 #include "engine/SplitEngine.h"
 
 #include <utf8proc.h>
@@ -128,9 +129,7 @@ bool SplitEngine::textMatches(std::string_view wanted, int words, const std::str
     return (words <= 1 && equalsIgnoringCase(wanted, single)) || (words > 1 && equalsIgnoringCase(wanted, multi));
 }
 
-bool SplitEngine::restOfLineNames() const {
-    return settings.EXTRACT == kFilenameModes[6] || settings.EXTRACT == kFilenameModes[7];
-}
+bool SplitEngine::restOfLineNames() const { return composer.mode && takesRestOfLine(*composer.mode); }
 
 std::string SplitEngine::nameFor(const std::string& capture) {
     return FilenameComposer::cleanName(restOfLineNames() ? doc.szOutFilenameLine : capture);
@@ -138,12 +137,12 @@ std::string SplitEngine::nameFor(const std::string& capture) {
 
 void SplitEngine::captureLineWord(const Word& word, bool nextPageLine) {
     const long limit = settings.TAKENWORDSFORFILENAME;
-    if (++match.lLineWordCount > limit) return;
+    if (++match.line.lLineWordCount > limit) return;
     const std::string_view text = match.wdbuf;
     const bool firstCharStop = !settings.FIRSTCHAROFWORD.empty() && text.starts_with(settings.FIRSTCHAROFWORD);
     const bool columnStop = settings.UNTILHHPOSLESSTHAN != 0 && word.h >= settings.UNTILHHPOSLESSTHAN;
     if (firstCharStop || columnStop) {
-        match.lLineWordCount = limit == LONG_MAX ? limit : limit + 1;
+        match.line.lLineWordCount = limit == LONG_MAX ? limit : limit + 1;
         return;
     }
     std::string& line = doc.szOutFilenameLine;
@@ -163,83 +162,84 @@ void SplitEngine::captureLineWord(const Word& word, bool nextPageLine) {
 
 bool SplitEngine::onWord(const Word& word) {
     if (doc.bStopScan) return false;
-    const int mode = run.lAquireType;
+    const PageExtractMode mode = run.lAquireType;
     match.wdbuf.assign(word.text);
-    match.multiBuf.clear();
-    match.multiEndBuf.clear();
-    match.multiFilenameBuf.clear();
-    if (run.lExtractOnCharsNumWords > 1) match.multiBuf = match.onRing.add(word.text, run.lExtractOnCharsNumWords);
+    match.rings.multiBuf.clear();
+    match.rings.multiEndBuf.clear();
+    match.rings.multiFilenameBuf.clear();
+    if (run.lExtractOnCharsNumWords > 1)
+        match.rings.multiBuf = match.rings.onRing.add(word.text, run.lExtractOnCharsNumWords);
     if (run.lExtractUntilCharsNumWords > 1)
-        match.multiEndBuf = match.untilRing.add(word.text, run.lExtractUntilCharsNumWords);
+        match.rings.multiEndBuf = match.rings.untilRing.add(word.text, run.lExtractUntilCharsNumWords);
     if (run.lExtractFilenameNumWords > 1)
-        match.multiFilenameBuf = match.filenameRing.add(word.text, run.lExtractFilenameNumWords);
+        match.rings.multiFilenameBuf = match.rings.filenameRing.add(word.text, run.lExtractFilenameNumWords);
     const int line = lineCoordinate(word.h, word.v);
 
     // The word after a match: its range starts on this word's page, and it
     // may start the capture of the name.
-    if (match.bMatch) {
+    if (match.position.bMatch) {
         doc.lStartPage = word.page;
-        if (!match.bFileMatch && settings.EXTRACT != kFilenameModes[3]) {
+        if (!match.position.bFileMatch && composer.mode != FilenameMode::PositionMatch) {
             doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
             if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());
-            const auto filenameMode = filenameModeOrdinal(settings.EXTRACT).value_or(-1);
-            if (filenameMode >= 5 && filenameMode <= 7) composer.nameTextUsed = true;
+            if (composer.mode && namesAfterText(*composer.mode)) composer.nameTextUsed = true;
             if (restOfLineNames()) {
                 // A new line capture starts from nothing.
                 doc.szOutFilenameLine.clear();
-                match.bConcatLine2 = false;
-                match.bConcatLine = true;
-                match.lLineCoord = line;
+                match.line.bConcatLine2 = false;
+                match.line.bConcatLine = true;
+                match.line.lLineCoord = line;
             }
         }
     }
-    if (match.bFileMatch && match.bFirstFileMatch) {
-        match.bFirstFileMatch = false;
+    if (match.position.bFileMatch && match.line.bFirstFileMatch) {
+        match.line.bFirstFileMatch = false;
         doc.g_szBuf = match.wdbuf;
         doc.szOutFilenameLine.clear();
-        match.bConcatLine = true;
-        match.lLineCoord = line;
+        match.line.bConcatLine = true;
+        match.line.lLineCoord = line;
     }
 
-    if (match.bConcatLine) {
-        if (line == match.lLineCoord)
+    if (match.line.bConcatLine) {
+        if (line == match.line.lLineCoord)
             captureLineWord(word, false);
         else
-            match.lLineWordCount = 0;
+            match.line.lLineWordCount = 0;
     }
-    if (match.bConcatLine2) {
-        if (match.lLineCoord == -1 && match.wdbuf != " ") match.lLineCoord = line;
-        if (line == match.lLineCoord)
+    if (match.line.bConcatLine2) {
+        if (match.line.lLineCoord == -1 && match.wdbuf != " ") match.line.lLineCoord = line;
+        if (line == match.line.lLineCoord)
             captureLineWord(word, true);
         else
-            match.lLineWordCount = 0;
+            match.line.lLineWordCount = 0;
     }
-    match.bMatch = false;
-    match.bFileMatch = false;
+    match.position.bMatch = false;
+    match.position.bFileMatch = false;
 
     if (composer.nameTextUsed && !settings.EXTRACTFILENAME.empty()) {
         const auto& wanted = settings.EXTRACTFILENAME;
-        match.bFileMatch =
-            wanted == match.wdbuf || (run.lExtractFilenameNumWords > 1 && wanted == match.multiFilenameBuf);
+        match.position.bFileMatch =
+            wanted == match.wdbuf || (run.lExtractFilenameNumWords > 1 && wanted == match.rings.multiFilenameBuf);
     }
 
-    const bool positionMode = mode == e_from_to_next_position || mode == e_from_to_nextu_position ||
-                              (mode == e_from_to_until_position && !match.fromMatchUntilPos);
+    const bool positionMode =
+        startsAtPosition(mode) && (mode != PageExtractMode::UntilMatchAtPosition || !match.position.fromMatchUntilPos);
     if (!positionMode) {
-        if (textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.multiBuf)) {
-            const bool waitingForUntil = (mode == e_from_to_until && match.fromMatchUntil) ||
-                                         (mode == e_from_to_until_position && match.fromMatchUntilPos);
+        if (textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.rings.multiBuf)) {
+            const bool waitingForUntil =
+                (mode == PageExtractMode::UntilMatch && match.position.fromMatchUntil) ||
+                (mode == PageExtractMode::UntilMatchAtPosition && match.position.fromMatchUntilPos);
             if (!waitingForUntil) {
                 startMatch(word.page);
-                match.bMatch = true;
-                match.fromMatchUntil = true;
+                match.position.bMatch = true;
+                match.position.fromMatchUntil = true;
                 if (view_ == ScanView::ShowHighlights) highlight(word);
             }
         }
     } else {
         const bool textPasses =
             settings.FINDSTRING.empty() ||
-            textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.multiBuf);
+            textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.rings.multiBuf);
         if (textPasses && startPositionPasses(parsePosition(settings.MATCHPOSH), parsePosition(settings.MATCHPOSV),
                                               word.h, word.v, characterCount(match.wdbuf))) {
             if (run.trace.on())
@@ -247,29 +247,30 @@ bool SplitEngine::onWord(const Word& word) {
                                 word.h, leadingInteger(settings.MATCHPOSV), word.v);
             startMatch(word.page);
             doc.szOutFilenameLine = match.wdbuf;
-            if (settings.EXTRACT == kFilenameModes[3]) doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
-            if (settings.FINDSTRING.empty()) match.lastPositionWord = match.wdbuf;
-            match.bMatch = true;
-            match.fromMatchUntil = false;
-            match.fromMatchUntilPos = true;
+            if (composer.mode == FilenameMode::PositionMatch) doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
+            if (settings.FINDSTRING.empty()) match.position.lastPositionWord = match.wdbuf;
+            match.position.bMatch = true;
+            match.position.fromMatchUntil = false;
+            match.position.fromMatchUntilPos = true;
             if (view_ == ScanView::ShowHighlights) highlight(word);
         }
     }
 
-    if ((mode == e_from_to_until || mode == e_from_to_until_position) &&
-        textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords, match.wdbuf, match.multiEndBuf)) {
-        if (run.trace.on()) run.trace.write("checkend -  fromMatchUntil: %d\r\n", match.fromMatchUntil ? 1 : 0);
-        if (mode == e_from_to_until && match.fromMatchUntil) {
+    if (endsAtUntilText(mode) &&
+        textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords, match.wdbuf, match.rings.multiEndBuf)) {
+        if (run.trace.on())
+            run.trace.write("checkend -  fromMatchUntil: %d\r\n", match.position.fromMatchUntil ? 1 : 0);
+        if (mode == PageExtractMode::UntilMatch && match.position.fromMatchUntil) {
             untilMatch(word.page);
-            match.fromMatchUntil = false;
-            match.bMatch = false;
-        } else if (mode == e_from_to_until_position && match.fromMatchUntilPos &&
+            match.position.fromMatchUntil = false;
+            match.position.bMatch = false;
+        } else if (mode == PageExtractMode::UntilMatchAtPosition && match.position.fromMatchUntilPos &&
                    untilPositionPasses(settings.UNTILMATCHPOSH, settings.UNTILMATCHPOSV, word.h, word.v,
                                        characterCount(match.wdbuf))) {
             untilMatch(word.page);
-            match.fromMatchUntilPos = false;
-            match.bMatch = false;
-            match.fromMatchUntil = false;
+            match.position.fromMatchUntilPos = false;
+            match.position.bMatch = false;
+            match.position.fromMatchUntil = false;
         }
     }
     return !doc.bStopScan;

@@ -1,6 +1,7 @@
 // Writing one page range: a new PDF of the source's pages (or a split list
 // line), its report lines, its e-mail entry, and the save that never leaves a
 // half-written file behind.
+#include "core/Text.h"
 #include "engine/SplitEngine.h"
 
 #include <cerrno>
@@ -58,7 +59,7 @@ void waitWhileInUse(RunInterface& ui, const std::filesystem::path& path, bool fo
 
 }  // namespace
 
-int SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
+bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
     if (run.trace.on()) run.trace.write("SavePDDoc szPathName: %s\r\n\r\n", path.c_str());
     std::string destination = path;
     std::error_code ignored;
@@ -82,22 +83,22 @@ int SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
     } catch (const HostError& error) {
         host.closeDocument(target);
         ui.note("Abort!! Save Error message: " + error.text() + ", file: '" + destination + "'");
-        return 0;
+        return false;
     }
     if (run.trace.on()) run.trace.write("SavePDDoc return 1\n");
-    return 1;
+    return true;
 }
 
-int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
+void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     start += settings.offsetFirstWorking;
     composer.nameTextUsed = false;
-    match.bFirstFileMatch = true;
-    if (ui.cancelled()) return 0;
+    match.line.bFirstFileMatch = true;
+    if (ui.cancelled()) return;
 
     const auto view = host.activeViewDocument();
     if (!view) {
         if (run.trace.on()) run.trace.write("CurrentAVDoc error\r\n");
-        return 0xFFFF;
+        return;
     }
     DocHandle source;
     try {
@@ -107,11 +108,10 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     }
     if (!source) {
         if (run.trace.on()) run.trace.write("CurrentPDDoc error\r\n");
-        return 0xFFFE;
+        return;
     }
     ++doc.extractCnt;
 
-    int result = 1;
     // A row that switched the split list on after the run opened none still
     // gets its PDFs.
     if (!run.g_createList || !run.splitList.isOpen()) {
@@ -134,21 +134,32 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         } catch (const HostError& error) {
             if (target) host.closeDocument(target);
             ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
-            return 0;
+            ++run.rangesFailed;
+            return;
         }
+        bool inserted = true;
         try {
             host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
         } catch (const HostError& error) {
             ui.note("Extract Pages Abort!! Error message: " + error.text());
+            inserted = false;
         }
         if (host.pageCount(target) > 0) {
-            result = SavePDDoc(target, outFile);
+            // An output appended to is saved again even when this range's
+            // pages could not be added; the range still counts as failed.
+            const bool saved = SavePDDoc(target, outFile);
+            if (saved && inserted) {
+                ++run.filesWritten;
+                ui.fileWritten(outFile, start + 1, end + 1);
+            } else {
+                ++run.rangesFailed;
+            }
             waitWhileInUse(ui, hostPath, false);
         } else {
             // Nothing to write (a range that OFFSETFIRST moved past its end):
             // no file rather than a PDF without pages.
             host.closeDocument(target);
-            result = 0;
+            if (!inserted) ++run.rangesFailed;
         }
     } else {
         int sourcePages = 0;
@@ -162,9 +173,10 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 
     // A range that continues the one before under the same name replaces
     // that range's report lines.
-    const int mode = run.lAquireType;
+    const PageExtractMode mode = run.lAquireType;
     const bool restOfLine = restOfLineNames();
-    if ((mode == e_from_to_nextu_position || (mode == e_from_to_nextu && restOfLine)) &&
+    if ((mode == PageExtractMode::NextUniqueMatchAtPosition ||
+         (mode == PageExtractMode::NextUniqueMatch && restOfLine)) &&
         (doc.g_szBuf == doc.g_szLastBuf2 || doc.szOutFilenameLine == doc.g_szLastBuf2)) {
         doc.reports.takeBack();
         if (doc.outputFiles > 0) --doc.outputFiles;
@@ -188,7 +200,6 @@ int SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     ++doc.rangesSinceReopen;
     if (doc.rangesSinceReopen >= kReopenEvery && doc.totalPages >= kReopenFromPages) reopenSource();
     ui.progress({settings.FILENAME, end + 1, doc.totalPages, doc.outputFiles});
-    return result;
 }
 
 // A long run on a very large source reopens it every hundred ranges, so the

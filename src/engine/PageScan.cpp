@@ -21,16 +21,18 @@ bool SplitEngine::beginRun(const std::tm& now) {
     composer.runTime = now;
     composer.sequence = 0;
     match = MatchState{};
+    run.filesWritten = run.rangesFailed = 0;
     return takeSettings();
 }
 
 bool SplitEngine::takeSettings() {
-    const auto mode = extractModeOrdinal(settings.PAGEEXTRACT);
+    const auto mode = pageExtractModeOf(settings.PAGEEXTRACT);
     if (!mode) {
         ui.note("Unknown split mode: \"" + settings.PAGEEXTRACT + "\"");
         return false;
     }
     run.lAquireType = *mode;
+    composer.takeMode(settings.EXTRACT);
     run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
     run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
     run.lExtractFilenameNumWords = countSearchWords(settings.EXTRACTFILENAME);
@@ -87,24 +89,24 @@ void SplitEngine::startMatch(int page) {
     if (doc.lStartPage < 0) return;
     doc.lEndPage = std::max(page - 1, doc.lStartPage);
     if (view_ != ScanView::Split) return;
-    const int mode = run.lAquireType;
-    if (mode == e_from_to_nextu || mode == e_from_to_nextu_position) {
-        if (mode == e_from_to_nextu)
+    const PageExtractMode mode = run.lAquireType;
+    if (mode == PageExtractMode::NextUniqueMatch || mode == PageExtractMode::NextUniqueMatchAtPosition) {
+        if (mode == PageExtractMode::NextUniqueMatch)
             uniqueRule("i)", "h)");
         else
             uniqueRule("f)", "e)");
         doc.g_szLastBuf2 = doc.g_szBuf;
         return;
     }
-    if (mode == e_matched_page) doc.lEndPage = doc.lStartPage;
-    const bool position = mode == e_from_to_next_position || mode == e_from_to_until_position;
+    if (mode == PageExtractMode::MatchedPageOnly) doc.lEndPage = doc.lStartPage;
+    const bool position = mode == PageExtractMode::NextMatchAtPosition || mode == PageExtractMode::UntilMatchAtPosition;
     extractNamed(doc.g_szBuf, position ? "g)" : "j)");
     doc.lStartPage = -1;
 }
 
 void SplitEngine::untilMatch(int page) {
     if (doc.lStartPage < 0) return;
-    if (run.lAquireType == e_from_to_until) {
+    if (run.lAquireType == PageExtractMode::UntilMatch) {
         // The page of the until text belongs to the range...
         if (run.trace.on()) run.trace.write("fromMatchUntil = true\r\n");
         doc.lEndPage = std::max(page, doc.lStartPage);
@@ -120,32 +122,31 @@ void SplitEngine::untilMatch(int page) {
     doc.lStartPage = -1;
 }
 
-int SplitEngine::scan(ScanView view) {
+void SplitEngine::scan(ScanView view) {
     view_ = view;
     doc.bStopScan = false;
     doc.lStartPage = doc.lEndPage = -1;
     doc.extractCnt = doc.outputFiles = doc.ranges = doc.rangesSinceReopen = 0;
     settings.offsetFirstWorking = settings.OFFSETFIRST;
-    const int mode = run.lAquireType;
-    if (mode >= e_bookmarks) {
+    if (isBookmarkMode(run.lAquireType)) {
         // Bookmark modes cut at the outline, not at words.
-        if (view == ScanView::ShowHighlights) {
+        if (view == ScanView::ShowHighlights)
             ui.note("Sorry can't show with bookmarks, can extract only");
-            return 1;
-        }
-        return splitAtBookmarks();
+        else
+            splitAtBookmarks();
+        return;
     }
-    match.onRing.clear();
+    match.rings.onRing.clear();
 
     const auto source = wordFinderDocument(host, ui);
-    if (!source) return 0;
+    if (!source) return;
     doc.source = *source;
     int pages = 0;
     try {
         pages = host.pageCount(doc.source);
     } catch (const HostError& error) {
         ui.note("Abort!! Find Word Error message: " + error.text());
-        return 0;
+        return;
     }
     doc.totalPages = pages;
     int last = pages;
@@ -157,14 +158,14 @@ int SplitEngine::scan(ScanView view) {
     const auto limit = streamedWordLimit(settings.TAKENCHARSFORFILENAME);
 
     for (int page = first; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
-        match.lLineWordCount = 0;
+        match.line.lLineWordCount = 0;
         if (run.trace.on()) run.trace.write("Processing PageNum: %d\r\n", page);
-        match.bConcatLine2 = false;
-        if (match.bConcatLine) {
-            match.bConcatLine = false;
-            if (settings.EXTRACT == kFilenameModes[7]) {
-                match.bConcatLine2 = true;
-                match.lLineCoord = -1;
+        match.line.bConcatLine2 = false;
+        if (match.line.bConcatLine) {
+            match.line.bConcatLine = false;
+            if (composer.mode == FilenameMode::NameAfterTextRestOfLineAndNextPage) {
+                match.line.bConcatLine2 = true;
+                match.line.lLineCoord = -1;
                 doc.szOutFilenameLine += '_';
             }
         }
@@ -175,32 +176,34 @@ int SplitEngine::scan(ScanView view) {
             streamPageWords(host, doc.source, page, limit, [this](const Word& word) { return onWord(word); });
         } catch (const HostError& error) {
             ui.note("Abort!! Find Word Error message: " + error.text());
-            return 0;
+            return;
         }
     }
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
     if (doc.lStartPage >= 0 && view == ScanView::Split) {
         doc.lEndPage = std::max(last - 1, doc.lStartPage);
-        if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.lastPositionWord;
-        if (last - 1 == 0 && run.lAquireType == e_from_to_nextu) run.lAquireType = e_from_to_next;
-        const int closing = run.lAquireType;
-        if (closing == e_from_to_nextu || closing == e_from_to_nextu_position) {
+        if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.position.lastPositionWord;
+        // A one-page document turns the unique mode into the plain one for the
+        // rest of the run.
+        if (last - 1 == 0 && run.lAquireType == PageExtractMode::NextUniqueMatch)
+            run.lAquireType = PageExtractMode::NextMatch;
+        const PageExtractMode closing = run.lAquireType;
+        if (closing == PageExtractMode::NextUniqueMatch || closing == PageExtractMode::NextUniqueMatchAtPosition) {
             uniqueRule("a)", "b)");
             doc.g_szLastBuf2 = doc.g_szBuf;
             if (run.trace.on()) run.trace.write("copy1 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
-        } else if (closing == e_from_to_next_position && !doc.szOutFilenameLine.empty()) {
+        } else if (closing == PageExtractMode::NextMatchAtPosition && !doc.szOutFilenameLine.empty()) {
             doc.g_szBuf = FilenameComposer::cleanName(doc.szOutFilenameLine);
             extractNamed(doc.g_szBuf, "c)");
         } else {
-            if (closing == e_matched_page) doc.lEndPage = doc.lStartPage;
+            if (closing == PageExtractMode::MatchedPageOnly) doc.lEndPage = doc.lStartPage;
             extractNamed(doc.g_szBuf, "d)");
             doc.lStartPage = -1;
         }
     }
     if (view == ScanView::ShowHighlights && !doc.bStopScan && !ui.cancelled())
         ui.note(doc.highlightCount > 0 ? std::string_view("No more matches found.") : kNoMatches);
-    return 1;
 }
 
 }  // namespace vellira

@@ -1,32 +1,11 @@
 #include "engine/PageWords.h"
 
-#include <climits>
-#include <cmath>
+#include "core/Text.h"
+#include "files/SettingsLocations.h"
+
+#include <fstream>
 
 namespace vellira {
-
-int truncateCoordinate(double points) {
-    if (std::isnan(points)) return 0;
-    const double whole = std::trunc(points);
-    if (whole >= static_cast<double>(INT_MAX)) return INT_MAX;
-    if (whole <= static_cast<double>(INT_MIN)) return INT_MIN;
-    return static_cast<int>(whole);
-}
-
-std::size_t characterCount(std::string_view text) {
-    std::size_t count = 0;
-    for (const char c : text) count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    return count;
-}
-
-std::string_view firstCharacters(std::string_view text, std::size_t maxChars) {
-    std::size_t chars = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        // A character starts at every byte that is not a UTF-8 continuation.
-        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && chars++ == maxChars) return text.substr(0, i);
-    }
-    return text;
-}
 
 std::optional<std::size_t> streamedWordLimit(int takenCharsForFilename) {
     if (takenCharsForFilename > 0 && takenCharsForFilename != 999)
@@ -35,16 +14,14 @@ std::optional<std::size_t> streamedWordLimit(int takenCharsForFilename) {
 }
 
 void streamPageWords(DocumentHost& host, DocHandle doc, int page, std::optional<std::size_t> limit,
-                     const WordConsumer& consumer) {
-    host.enumerateWords(doc, page, [&](const HostWord& hostWord) {
-        Word word;
-        word.text = firstCharacters(hostWord.text, kMaxWordChars);
-        if (limit) word.text = firstCharacters(word.text, *limit);
-        word.h = truncateCoordinate(hostWord.h);
-        word.v = truncateCoordinate(hostWord.v);
-        word.page = page;
-        word.number = hostWord.number;
-        return consumer(word);
+                     const WordCallback& consumer) {
+    const std::size_t most = limit ? std::min(*limit, kMaxWordChars) : kMaxWordChars;
+    host.enumerateWords(doc, page, [&](const Word& word) {
+        const std::size_t kept = firstCharacters(word.text, most).size();
+        if (kept == word.text.size()) return consumer(word);
+        Word cut = word;
+        cut.text.resize(kept);
+        return consumer(cut);
     });
 }
 
@@ -62,25 +39,21 @@ std::optional<DocHandle> wordFinderDocument(DocumentHost& host, RunInterface& ui
     return doc;
 }
 
-PageWordStore::PageWordStore() : wordH(kLimit + 1), wordV(kLimit + 1) {}
+PageWordStore::PageWordStore() { words.reserve(kLimit + 1); }
 
 void PageWordStore::readPage(DocumentHost& host, DocHandle doc, int page, bool rotated, RunInterface& ui) {
-    count = 0;
-    wordText.clear();
+    words.clear();
     try {
-        host.enumerateWords(doc, page, [&](const HostWord& hostWord) {
+        host.enumerateWords(doc, page, [&](const Word& word) {
             // Deliberately strict: the 32769th word still fits (index 32768).
-            if (count > kLimit) {
+            if (count() > kLimit) {
                 ui.note("Too many words on the page for internal memory to handle! 32768");
                 return false;
             }
             if (ui.cancelled()) return false;
-            const int h = truncateCoordinate(hostWord.h);
-            const int v = truncateCoordinate(hostWord.v);
-            wordH[count] = rotated ? v : h;
-            wordV[count] = rotated ? h : v;
-            wordText.emplace_back(firstCharacters(hostWord.text, kMaxWordChars));
-            ++count;
+            Word& kept = words.emplace_back(word);
+            kept.text.resize(firstCharacters(word.text, kMaxWordChars).size());
+            if (rotated) std::swap(kept.h, kept.v);
             return true;
         });
     } catch (const HostError& error) {
@@ -90,9 +63,56 @@ void PageWordStore::readPage(DocumentHost& host, DocHandle doc, int page, bool r
 }
 
 bool PageWordStore::tooManyWords(RunInterface& ui) const {
-    if (count <= kLimit) return false;
+    if (count() <= kLimit) return false;
     ui.note("Too many words on the page!");
     return true;
+}
+
+std::filesystem::path pagePositionsPath() { return temporaryFolder() / "page_positions.txt"; }
+
+std::string pagePositionsLine(std::string_view word, int h, int v) {
+    return padRight(word, 20) + "\t" + padRight(std::to_string(h), 3) + "\t" + padRight(std::to_string(v), 3) + "\r\n";
+}
+
+std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunInterface& ui,
+                                                        const SplitSettings& settings, int page) {
+    std::optional<DocHandle> doc;
+    if (const auto view = host.activeViewDocument()) doc = host.documentOfView(*view);
+    if (!doc) {
+        ui.note("Please open a file first!");
+        return std::nullopt;
+    }
+    const auto path = pagePositionsPath();
+    const std::string shownPath = pathText(path);
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (!file) {
+        ui.note("file error! can't write to page positions file: " + shownPath);
+        return std::nullopt;
+    }
+    file << "Vellira Batch " << kVersionText << "  -= Ornwick Software =-\r\n\r\n"
+         << "View file: " << shownPath << "\r\n"
+         << "Source PDF File: " << settings.FILENAME << "\r\n\r\n"
+         << "Below are the coordinate positions of every word on the current page in view,\r\n"
+            "to optionally match on this position enter the coordinates in the main screen 'At position' "
+            "boxes\r\n"
+            "i.e. h=horizontal position, v=vertical position\r\n\r\n"
+         << padRight("Word", 20) << "\t" << padRight("Horiz", 3) << "\t" << padRight("Vert", 3) << "\r\n"
+         << padRight("----", 20) << "\t" << padRight("-----", 3) << "\t" << padRight("----", 3) << "\r\n\r\n";
+    try {
+        streamPageWords(host, *doc, page, streamedWordLimit(settings.TAKENCHARSFORFILENAME), [&](const Word& word) {
+            file << pagePositionsLine(word.text, word.h, word.v);
+            return true;
+        });
+    } catch (const HostError& error) {
+        ui.note("Abort!! Find Word Error message: " + error.text());
+        return std::nullopt;
+    }
+    file.close();
+    if (!file) {
+        ui.note("file error! can't write to page positions file: " + shownPath);
+        return std::nullopt;
+    }
+    return path;
 }
 
 }  // namespace vellira

@@ -1,17 +1,17 @@
 // The words of a page, as every text decision of the split engine sees them.
 //
-// Words come from the host in reading order. Each carries its text (at most
-// 255 characters) and one anchor point, the bottom-left corner of its first
-// character, in whole PDF points truncated toward zero. They are consumed two
-// ways: streamed one at a time to the match engine, or collected into a
-// PageWordStore and searched afterwards.
+// Words come from the host in reading order, each with its text (at most 255
+// characters here) and its anchor point. They are consumed two ways: streamed
+// one at a time to the match engine, or collected into a PageWordStore and
+// searched afterwards. The page positions file lists them for the user.
 #pragma once
 
 #include "core/DocumentHost.h"
 #include "core/RunInterface.h"
+#include "core/SplitSettings.h"
 
 #include <cstddef>
-#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -22,25 +22,6 @@ namespace vellira {
 
 inline constexpr std::size_t kMaxWordChars = 255;
 
-struct Word {
-    std::string_view text;
-    int h = 0;
-    int v = 0;
-    int page = 0;  // 0-based
-    std::uint16_t number = 0;
-};
-using WordConsumer = std::function<bool(const Word&)>;
-
-// A coordinate in points as a whole number: truncated toward zero, so 99.99
-// gives 99 and -0.5 gives 0. Values outside 32 bits saturate; NaN gives 0.
-int truncateCoordinate(double points);
-
-// Number of characters in a UTF-8 text.
-std::size_t characterCount(std::string_view text);
-
-// The first `maxChars` characters of a UTF-8 text; never splits a character.
-std::string_view firstCharacters(std::string_view text, std::size_t maxChars);
-
 // The character limit TAKENCHARSFORFILENAME puts on streamed words: N when
 // N > 0 and N != 999 (999 means no limit), else none.
 std::optional<std::size_t> streamedWordLimit(int takenCharsForFilename);
@@ -49,26 +30,23 @@ std::optional<std::size_t> streamedWordLimit(int takenCharsForFilename);
 // Texts are cut to 255 characters, then to `limit` when given; the cut comes
 // before any comparison the consumer makes. Throws HostError.
 void streamPageWords(DocumentHost& host, DocHandle doc, int page, std::optional<std::size_t> limit,
-                     const WordConsumer& consumer);
+                     const WordCallback& consumer);
 
 // The document the word finder reads: always the one active in the viewer.
 // Shows "WordFinder Can't open current file" and answers none when there is
 // no such document.
 std::optional<DocHandle> wordFinderDocument(DocumentHost& host, RunInterface& ui);
 
-// The words of one page, held for searching. The position arrays have a fixed
-// room of 32769 entries so a page never allocates per coordinate; the store
-// refuses words only from the 32770th on.
+// The words of one page, held for searching. Room for 32769 words is kept
+// from one page to the next; the store refuses words only from the 32770th on.
 class PageWordStore {
 public:
     static constexpr int kLimit = 32768;
 
-    int count = 0;
-    std::vector<int> wordH;
-    std::vector<int> wordV;
-    std::vector<std::string> wordText;
+    std::vector<Word> words;
 
     PageWordStore();
+    int count() const { return static_cast<int>(words.size()); }
 
     // Reads a 0-based page into the store. With `rotated`, h and v are saved
     // swapped so that v is the line coordinate of vertical text. Stops the page
@@ -81,5 +59,19 @@ public:
     // on the page!" and answers true when the store holds more than 32768.
     bool tooManyWords(RunInterface& ui) const;
 };
+
+// "page_positions.txt" in the temporary folder.
+std::filesystem::path pagePositionsPath();
+
+// One word line of the page positions file: "%-20s\t%-3d\t%-3d\r\n", widths
+// counted in characters.
+std::string pagePositionsLine(std::string_view word, int h, int v);
+
+// Writes the page positions file for a 0-based page of the document in view:
+// every word of the page with its h and v, so the user can pick an
+// "At position" value. Returns the file's path, or none after showing why
+// it could not be written.
+std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunInterface& ui,
+                                                        const SplitSettings& settings, int page);
 
 }  // namespace vellira

@@ -6,7 +6,8 @@
 // inclusive page ranges, each named by the FilenameComposer and written by
 // ExtractPages. The state the rules share lives in three explicit records:
 // RunState for a whole run, DocumentState per source document, MatchState for
-// the word-by-word matching.
+// the word-by-word matching. Runs are driven by the run layer; nothing above
+// it names the engine.
 #pragma once
 
 #include "core/DocumentHost.h"
@@ -14,6 +15,7 @@
 #include "core/SplitSettings.h"
 #include "core/Trace.h"
 #include "engine/FilenameComposer.h"
+#include "engine/MatchRules.h"
 #include "engine/PageWords.h"
 #include "files/Reports.h"
 
@@ -25,20 +27,6 @@
 
 namespace vellira {
 
-// Extract modes by ordinal (`lAquireType`).
-enum AquireType : int {
-    e_from_to_next = 0,
-    e_from_to_nextu = 1,
-    e_from_to_next_position = 2,
-    e_from_to_nextu_position = 3,
-    e_from_to_until = 4,
-    e_from_to_until_position = 5,
-    e_matched_page = 6,
-    e_bookmarks = 7,
-    e_bookmarks_root = 8,
-    e_bookmarks_level2 = 9,
-};
-
 // What a scan is for: a real split, or the show view that highlights each
 // match without writing anything.
 enum class ScanView { Split, ShowHighlights };
@@ -48,7 +36,8 @@ inline constexpr int kMaxSearchWords = 20;
 
 // Settings and counters of one run over any number of documents.
 struct RunState {
-    int lAquireType = e_from_to_next;
+    // The split mode of the settings in force.
+    PageExtractMode lAquireType = PageExtractMode::NextMatch;
     int lExtractOnCharsNumWords = 1;
     int lExtractUntilCharsNumWords = 1;
     int lExtractFilenameNumWords = 1;
@@ -58,6 +47,9 @@ struct RunState {
     // free "_partNNN" name is taken instead. Nothing in a run turns it off.
     bool overwrite = true;
     Trace trace;
+    // What the run's ranges came to, over all its documents.
+    int filesWritten = 0;  // PDFs saved
+    int rangesFailed = 0;  // ranges whose PDF could not be made or saved
 };
 
 // One output file of a document, for mailing.
@@ -101,40 +93,45 @@ private:
     std::string joined_;
 };
 
+// The word-by-word state of the match engine.
 struct MatchState {
+    // The word in hand, as the match engine compares it.
     std::string wdbuf;
-    std::string multiBuf;
-    std::string multiEndBuf;
-    std::string multiFilenameBuf;
-    RecentWords onRing;
-    RecentWords untilRing;
-    RecentWords filenameRing;
-    bool bMatch = false;
-    bool bFileMatch = false;
-    bool fromMatchUntil = false;
-    bool fromMatchUntilPos = false;
-    bool bConcatLine = false;
-    bool bConcatLine2 = false;
-    int lLineCoord = -1;
-    long lLineWordCount = 0;
-    bool bFirstFileMatch = true;
-    std::string lastPositionWord;  // names the final range when nothing else does
-};
 
-// A position test of the start text: "lo", "lo-hi", "lo|alt", "lo-hi|alt".
-struct PositionSpec {
-    int lo = 0;
-    int hi = 0;
-    int alt = 0;
-};
-PositionSpec parsePosition(std::string_view text);
-// Whether a word at (h, v) of `chars` characters passes the start position.
-bool startPositionPasses(const PositionSpec& h, const PositionSpec& v, int wordH, int wordV, std::size_t chars);
-// Whether it passes the until position (U_h, U_v).
-bool untilPositionPasses(int untilH, int untilV, int wordH, int wordV, std::size_t chars);
+    // The recent-word rings: the last words seen, joined by blanks, for the
+    // search, until and "use as filename" texts of more than one word.
+    struct RecentWordRings {
+        RecentWords onRing;
+        RecentWords untilRing;
+        RecentWords filenameRing;
+        std::string multiBuf;
+        std::string multiEndBuf;
+        std::string multiFilenameBuf;
+    } rings;
 
-// Case-insensitive equality by Unicode case folding.
-bool equalsIgnoringCase(std::string_view a, std::string_view b);
+    // The line capture: the words of the line that names a range, from the
+    // word after the match (or after the "use as filename" text) on, and in
+    // the "+ 1st line next page" mode the first line of the following page.
+    struct LineCapture {
+        bool bConcatLine = false;   // capturing on the match's line
+        bool bConcatLine2 = false;  // capturing on the next page's first line
+        int lLineCoord = -1;        // the line coordinate being captured
+        long lLineWordCount = 0;
+        bool bFirstFileMatch = true;  // no "use as filename" text seen in this range yet
+    } line;
+
+    // The position state: what the word before matched, whether an open range
+    // waits for its until text (or until position), and the last word a
+    // position alone matched, which names the final range when nothing else
+    // does.
+    struct Position {
+        bool bMatch = false;
+        bool bFileMatch = false;
+        bool fromMatchUntil = false;
+        bool fromMatchUntilPos = false;
+        std::string lastPositionWord;
+    } position;
+};
 
 class SplitEngine {
 public:
@@ -148,32 +145,32 @@ public:
     DocumentState doc;
     MatchState match;
 
-    // Prepares a run: word counts of the search texts, the extract mode, the
-    // run's clock and counters. Answers false after saying why when the search
-    // text has more words than the engine can match.
+    // Prepares a run: word counts of the search texts, the modes, the run's
+    // clock and counters. Answers false after saying why when the split mode
+    // is unknown or a search text has more words than the engine can match.
     bool beginRun(const std::tm& now);
-    // Takes the search texts and the extract mode from the settings again,
-    // after a batch row loaded its own.
+    // Takes the search texts and the modes from the settings again, after a
+    // batch row loaded its own.
     bool takeSettings();
     // Forgets everything about the previous document.
     void beginDocument();
 
-    // Scans the document in view. 1 on completion, 0 when it cannot be read
-    // or the host failed during a page.
-    int scan(ScanView view = ScanView::Split);
+    // Scans the document in view, cutting it into ranges (or, for the show
+    // view, highlighting each match). A document that cannot be read, or a
+    // host failure during a page, ends the scan after saying so.
+    void scan(ScanView view = ScanView::Split);
 
     // One word of the page being scanned; false stops the page.
     bool onWord(const Word& word);
 
     // Writes pages start..end (0-based, inclusive) of the source to `outFile`,
-    // or its split list line; reports it. Answers 1 when written, 0 when the
-    // save failed or the run was cancelled, 0xFFFF/0xFFFE without a document.
-    int ExtractPages(const std::string& outFile, int start, int end);
-    // Saves and closes `target` at `path`: 1 on success, 0 on failure.
-    int SavePDDoc(DocHandle target, const std::string& path);
+    // or its split list line; reports it.
+    void ExtractPages(const std::string& outFile, int start, int end);
+    // Saves and closes `target` at `path`; false after saying why it failed.
+    bool SavePDDoc(DocHandle target, const std::string& path);
 
     // Cuts the document in view at the pages its bookmarks point to.
-    int splitAtBookmarks();
+    void splitAtBookmarks();
     // Names the range lStartPage..lEndPage from `capture` and writes it;
     // `letter`, when given, tells the trace which rule closed it.
     void extractNamed(const std::string& capture, const char* letter);

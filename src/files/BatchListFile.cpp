@@ -1,7 +1,7 @@
 #include "files/BatchListFile.h"
 
-#include "files/ParametersFile.h"
-#include "files/Reports.h"
+#include "core/Platform.h"
+#include "core/Text.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -3,7 +3,7 @@
 // the PDF path, "|", the parameters file path.
 #pragma once
 
-#include "core/BatchRun.h"
+#include "core/BatchRow.h"
 #include "core/RunInterface.h"
 
 #include <cstdio>

@@ -18,9 +18,6 @@
 
 namespace vellira {
 
-// Windows-1252 text as UTF-8; text that already is valid UTF-8 is kept.
-std::string textAsUtf8(std::string_view text);
-
 struct ParametersOptions {
     // Where "Vellira.ini" of an older installation is looked for; when it
     // exists, it is read instead of the file asked for.

@@ -1,9 +1,8 @@
 #include "files/Reports.h"
 
-#include "engine/PageWords.h"
+#include "core/Text.h"
 #include "files/SettingsLocations.h"
 
-#include <fstream>
 #include <system_error>
 
 #ifndef _WIN32
@@ -14,13 +13,6 @@
 namespace vellira {
 
 namespace {
-
-// printf's "%-Ns", with the width counted in characters rather than bytes.
-std::string padded(std::string_view text, std::size_t width) {
-    std::string out(text);
-    for (std::size_t n = characterCount(text); n < width; ++n) out += ' ';
-    return out;
-}
 
 // Writes text to a report and answers its length.
 long put(std::FILE* file, const std::string& text) {
@@ -79,18 +71,18 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
     const std::string time = stamp("%H:%M:%S", now);
     const std::string version(kVersionText);
     put(text_.get(), "\t\t\t\tVellira " + version + " Report\t\t\t" + date + " " + time + "\r\n\r\n");
-    put(text_.get(), "\tPDF Filename: " + padded(source, 30) + "\r\n\tFind: " + settings.FINDSTRING + "\r\n\r\n");
+    put(text_.get(), "\tPDF Filename: " + padRight(source, 30) + "\r\n\tFind: " + settings.FINDSTRING + "\r\n\r\n");
     put(csv_.get(), "Vellira Batch " + version + " Report,," + date + "," + time + "\r\n\r\n");
-    put(csv_.get(), "PDF Filename:," + padded(source, 30) + "\r\nFind:," + settings.FINDSTRING + "\r\n\r\n");
+    put(csv_.get(), "PDF Filename:," + padRight(source, 30) + "\r\nFind:," + settings.FINDSTRING + "\r\n\r\n");
     put(csv_.get(), "Start Page,End Page,Matched,Output File\r\n");
     g_nWrittenRep = csvWritten_ = 0;
     return true;
 }
 
 void Reports::rangeLine(int first, int last, std::string_view name, std::string_view output) {
-    const std::string from = padded(std::to_string(first), 2);
-    const std::string to = padded(std::to_string(last), 2);
-    const std::string shown = padded(name, 30);
+    const std::string from = padRight(std::to_string(first), 2);
+    const std::string to = padRight(std::to_string(last), 2);
+    const std::string shown = padRight(name, 30);
     g_nWrittenRep =
         put(text_.get(), "Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + std::string(output) + "\r\n");
     csvWritten_ = put(csv_.get(), from + "," + to + "," + shown + "," + std::string(output) + "\r\n");
@@ -145,53 +137,6 @@ void SplitList::line(std::string_view source, int first, int last, int sourcePag
                          std::to_string(sourcePages) + "; Ready.; ; " + std::string(folder) + "; Y; ; " +
                          (keepBookmarks ? "Y" : "N") + "; " + std::string(name) + " ;0\r\n");
     std::fflush(file_.get());
-}
-
-std::filesystem::path pagePositionsPath() { return temporaryFolder() / "page_positions.txt"; }
-
-std::string pagePositionsLine(std::string_view word, int h, int v) {
-    return padded(word, 20) + "\t" + padded(std::to_string(h), 3) + "\t" + padded(std::to_string(v), 3) + "\r\n";
-}
-
-std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunInterface& ui,
-                                                        const SplitSettings& settings, int page) {
-    std::optional<DocHandle> doc;
-    if (const auto view = host.activeViewDocument()) doc = host.documentOfView(*view);
-    if (!doc) {
-        ui.note("Please open a file first!");
-        return std::nullopt;
-    }
-    const auto path = pagePositionsPath();
-    const std::string shownPath = pathText(path);
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file) {
-        ui.note("file error! can't write to page positions file: " + shownPath);
-        return std::nullopt;
-    }
-    file << "Vellira Batch " << kVersionText << "  -= Ornwick Software =-\r\n\r\n"
-         << "View file: " << shownPath << "\r\n"
-         << "Source PDF File: " << settings.FILENAME << "\r\n\r\n"
-         << "Below are the coordinate positions of every word on the current page in view,\r\n"
-            "to optionally match on this position enter the coordinates in the main screen 'At position' "
-            "boxes\r\n"
-            "i.e. h=horizontal position, v=vertical position\r\n\r\n"
-         << padded("Word", 20) << "\t" << padded("Horiz", 3) << "\t" << padded("Vert", 3) << "\r\n"
-         << padded("----", 20) << "\t" << padded("-----", 3) << "\t" << padded("----", 3) << "\r\n\r\n";
-    try {
-        streamPageWords(host, *doc, page, streamedWordLimit(settings.TAKENCHARSFORFILENAME), [&](const Word& word) {
-            file << pagePositionsLine(word.text, word.h, word.v);
-            return true;
-        });
-    } catch (const HostError& error) {
-        ui.note("Abort!! Find Word Error message: " + error.text());
-        return std::nullopt;
-    }
-    file.close();
-    if (!file) {
-        ui.note("file error! can't write to page positions file: " + shownPath);
-        return std::nullopt;
-    }
-    return path;
 }
 
 }  // namespace vellira

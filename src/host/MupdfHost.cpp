@@ -8,11 +8,13 @@ extern "C" {
 }
 
 #include <unistd.h>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <vector>
 
@@ -38,6 +40,39 @@ int countCarried(const std::vector<CarriedBookmark>& nodes) {
     return total;
 }
 
+// The process's one MuPDF context, made with locks so that it can be cloned:
+// each host works on its own clone, and clones share MuPDF's caches safely
+// from any thread. It is made on first use and lives until the process ends.
+class RootContext {
+public:
+    static RootContext& instance() {
+        static RootContext root;
+        return root;
+    }
+    fz_context* clone() { return fz_clone_context(ctx_); }
+
+private:
+    RootContext() {
+        locks_.user = this;
+        locks_.lock = [](void* user, int lock) { static_cast<RootContext*>(user)->mutexes_[lock].lock(); };
+        locks_.unlock = [](void* user, int lock) { static_cast<RootContext*>(user)->mutexes_[lock].unlock(); };
+        ctx_ = fz_new_context(nullptr, &locks_, FZ_STORE_DEFAULT);
+        if (!ctx_) return;
+        // MuPDF writes its warnings and errors to stderr by default; the
+        // library reports failures through HostError only. Clones inherit
+        // these callbacks.
+        fz_set_warning_callback(
+            ctx_, [](void*, const char*) {}, nullptr);
+        fz_set_error_callback(
+            ctx_, [](void*, const char*) {}, nullptr);
+    }
+    ~RootContext() { fz_drop_context(ctx_); }
+
+    std::array<std::mutex, FZ_LOCK_MAX> mutexes_;
+    fz_locks_context locks_{};
+    fz_context* ctx_ = nullptr;
+};
+
 }  // namespace
 
 struct MupdfHost::Impl {
@@ -56,14 +91,8 @@ struct MupdfHost::Impl {
     unsigned saves = 0;  // numbers the temporary files of this host's saves
 
     Impl() {
-        ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
+        ctx = RootContext::instance().clone();
         if (!ctx) throw HostError(HostError::kGeneric, "cannot create MuPDF context");
-        // MuPDF writes its warnings and errors to stderr by default; the
-        // library reports failures through HostError only.
-        fz_set_warning_callback(
-            ctx, [](void*, const char*) {}, nullptr);
-        fz_set_error_callback(
-            ctx, [](void*, const char*) {}, nullptr);
     }
 
     ~Impl() {
@@ -385,8 +414,8 @@ void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallb
     const std::unique_ptr<fz_stext_page, decltype(drop)> owned(text, drop);
 
     // Words are maximal runs of non-blank characters within MuPDF's lines.
-    std::string word;
-    HostWord hostWord;
+    Word word;
+    word.page = pageNumber;
     unsigned number = 0;
     char utf8[FZ_UTFMAX];
     for (fz_stext_block* block = text->first_block; block; block = block->next) {
@@ -394,21 +423,20 @@ void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallb
         for (fz_stext_line* line = block->u.t.first_line; line; line = line->next) {
             for (fz_stext_char* ch = line->first_char;; ch = ch->next) {
                 if (!ch || isBlank(ch->c)) {
-                    if (!word.empty()) {
-                        hostWord.text = word;
-                        hostWord.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
-                        if (!onWord(hostWord)) return;
-                        word.clear();
+                    if (!word.text.empty()) {
+                        word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
+                        if (!onWord(word)) return;
+                        word.text.clear();
                     }
                     if (!ch) break;
                     continue;
                 }
-                if (word.empty()) {
+                if (word.text.empty()) {
                     const fz_point corner = fz_transform_point(ch->quad.ll, toUser);
-                    hostWord.h = corner.x;
-                    hostWord.v = corner.y;
+                    word.h = truncateCoordinate(corner.x);
+                    word.v = truncateCoordinate(corner.y);
                 }
-                word.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
+                word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
             }
         }
     }

@@ -1,7 +1,8 @@
 // MupdfHost: the document host on MuPDF.
 //
-// One host owns one MuPDF context; use a host from one thread at a time
-// (documents may be processed in parallel with one host per thread).
+// Each host works on its own clone of the process's one MuPDF context, so
+// hosts on several threads open, read and save side by side, even the same
+// file. One host is used from one thread at a time.
 #pragma once
 
 #include "core/DocumentHost.h"

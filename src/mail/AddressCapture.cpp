@@ -15,24 +15,24 @@ bool below(int bound, int value) { return bound == -1 || bound <= value; }
 bool above(int bound, int value) { return bound == -1 || bound >= value; }
 
 // Text drawn twice at the same place (or one unit off) counts once.
-bool doubled(const PlacedWord& a, const PlacedWord& b) {
+bool doubled(const Word& a, const Word& b) {
     if (a.text != b.text) return false;
     const int dv = std::abs(a.v - b.v), dh = std::abs(a.h - b.h);
     return (dv == 0 && dh <= 1) || (dh == 0 && dv == 1);
 }
 
-void sortByLine(std::vector<PlacedWord>& words) {
-    std::stable_sort(words.begin(), words.end(), [](const PlacedWord& a, const PlacedWord& b) { return a.v < b.v; });
+void sortByLine(std::vector<Word>& words) {
+    std::stable_sort(words.begin(), words.end(), [](const Word& a, const Word& b) { return a.v < b.v; });
 }
 
 }  // namespace
 
-std::string addressAmong(std::vector<PlacedWord> words, const SplitSettings& s) {
+std::string addressAmong(std::vector<Word> words, const SplitSettings& s) {
     sortByLine(words);
     bool blanked = false;
     for (std::size_t i = 1; i < words.size(); ++i) {
         if (!words[i].text.empty() && doubled(words[i - 1], words[i])) {
-            words[i] = PlacedWord{};
+            words[i] = Word{};
             blanked = true;
         }
     }
@@ -40,21 +40,21 @@ std::string addressAmong(std::vector<PlacedWord> words, const SplitSettings& s) 
 
     std::string result;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const PlacedWord& word = words[i];
+        const Word& word = words[i];
         if (!below(s.EMAILMATCHVERT, word.v) || !above(s.EMAILMATCHVERTTO, word.v) ||
             !below(s.EMAILMATCHHORIZ, word.h) || !above(s.EMAILMATCHHORIZTO, word.h) ||
             word.text.find('@') == std::string::npos)
             continue;
         // Left part: the address word and its left neighbours on its line,
         // nearest first.
-        std::vector<const PlacedWord*> left;
+        std::vector<const Word*> left;
         if (i > 0) {
             for (std::size_t k = i + 1; k-- > 0 && left.size() < kMaxPartWords;) {
                 if (words[k].v != word.v || !below(s.EMAILMATCHHORIZ, words[k].h)) break;
                 left.push_back(&words[k]);
             }
         }
-        std::vector<const PlacedWord*> right;
+        std::vector<const Word*> right;
         for (std::size_t k = i + 1; k < words.size() && right.size() < kMaxPartWords; ++k) {
             if (words[k].v != word.v || !above(s.EMAILMATCHHORIZTO, words[k].h)) break;
             right.push_back(&words[k]);
@@ -72,7 +72,7 @@ std::string addressAmong(std::vector<PlacedWord> words, const SplitSettings& s) 
         std::string joined;
         for (std::size_t slot = keep; slot-- > 1;) joined += left[slot]->text;
         joined += word.text;
-        for (const PlacedWord* next : right) {
+        for (const Word* next : right) {
             if (!s.EMAILHORIZBEFORETEXT.empty() && next->text == s.EMAILHORIZBEFORETEXT) break;
             joined += next->text;
         }
@@ -89,17 +89,16 @@ std::string captureAddress(DocumentHost& host, RunInterface& ui, const SplitSett
     } catch (const HostError&) {
         return {};
     }
-    std::vector<PlacedWord> words;
+    std::vector<Word> words;
     bool tooMany = false;
     PageWordStore store;
     try {
         const int pages = host.pageCount(doc);
         for (int page = 0; page < pages && !tooMany && !ui.cancelled(); ++page) {
             store.readPage(host, doc, page, settings.ROTATED != 0, ui);
-            tooMany = store.count > PageWordStore::kLimit ||
-                      words.size() + static_cast<std::size_t>(store.count) > PageWordStore::kLimit;
-            for (int i = 0; i < store.count && !tooMany; ++i)
-                words.push_back({store.wordV[i], store.wordH[i], store.wordText[i]});
+            tooMany = store.count() > PageWordStore::kLimit ||
+                      words.size() + store.words.size() > static_cast<std::size_t>(PageWordStore::kLimit);
+            if (!tooMany) words.insert(words.end(), store.words.begin(), store.words.end());
         }
     } catch (const HostError&) {
         host.closeDocument(doc);

@@ -14,15 +14,8 @@
 
 namespace vellira {
 
-// One word of the output file: vertical and horizontal position, text.
-struct PlacedWord {
-    int v = 0;
-    int h = 0;
-    std::string text;
-};
-
 // The address among words in reading order; empty when none qualifies.
-std::string addressAmong(std::vector<PlacedWord> words, const SplitSettings& settings);
+std::string addressAmong(std::vector<Word> words, const SplitSettings& settings);
 
 // The address printed on an output file: empty when none qualifies or the
 // file cannot be read, "-1" when the file holds more than 32768 words.

@@ -1,7 +1,7 @@
 #include "mail/MailSender.h"
 
 #include "core/Platform.h"
-#include "core/Trace.h"
+#include "core/Text.h"
 #include "files/SettingsLocations.h"
 
 #include <curl/curl.h>

@@ -17,7 +17,7 @@ inline std::vector<std::string> pageMarkers(const std::filesystem::path& pdf) {
     const DocHandle doc = host.openDocument(pdf);
     std::vector<std::string> markers;
     for (int page = 0; page < host.pageCount(doc); ++page) {
-        host.enumerateWords(doc, page, [&](const HostWord& word) {
+        host.enumerateWords(doc, page, [&](const Word& word) {
             if (word.text.size() > 1 && word.text[0] == 'p' && std::isdigit(static_cast<unsigned char>(word.text[1])))
                 markers.emplace_back(word.text);
             return true;

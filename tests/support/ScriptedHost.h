@@ -1,6 +1,6 @@
-// A DocumentHost that serves pages of words at exact positions, so engine
-// rules are tested without a PDF. Documents are registered by path; saving
-// records the pages under the target path.
+// A DocumentHost that serves pages of words at exact positions, and outlines
+// of bookmarks, so engine rules are tested without a PDF. Documents are
+// registered by path; saving records the pages under the target path.
 #pragma once
 
 #include "core/DocumentHost.h"
@@ -11,18 +11,23 @@
 
 namespace vellira::testing {
 
-struct ScriptedWord {
-    std::string text;
-    double h = 0;
-    double v = 0;
+using ScriptedPage = std::vector<Word>;
+
+// A bookmark: its title, the 0-based page it points at (-1: nowhere) and its
+// children.
+struct ScriptedBookmark {
+    std::string title;
+    int page = -1;
+    std::vector<ScriptedBookmark> children;
 };
-using ScriptedPage = std::vector<ScriptedWord>;
 
 class ScriptedHost : public DocumentHost {
 public:
-    std::map<std::string, std::vector<ScriptedPage>> files;  // what open reads, what save writes
-    int failOnPage = -1;                                     // enumerating this page raises a host error
-    int rotation = 0;                                        // every page's /Rotate
+    std::map<std::string, std::vector<ScriptedPage>> files;         // what open reads, what save writes
+    std::map<std::string, std::vector<ScriptedBookmark>> outlines;  // a file's top-level bookmarks
+    bool cyclicOutline = false;  // the last top-level bookmark's next one is the first again
+    int failOnPage = -1;         // enumerating this page raises a host error
+    int rotation = 0;            // every page's /Rotate
 
     std::optional<ViewHandle> activeViewDocument() override {
         if (!current_) return std::nullopt;
@@ -34,13 +39,21 @@ public:
         const auto it = files.find(path.string());
         if (it == files.end()) throw HostError(HostError::kIo, "cannot open file '" + path.string() + "'");
         const int id = next_++;
-        docs_[id] = {id, path.string(), it->second};
+        Doc& opened = docs_[id] = {id, path.string(), it->second, {{}}};
+        if (const auto outline = outlines.find(path.string()); outline != outlines.end()) {
+            opened.nodes[0].firstChild = addNodes(opened, outline->second, 0);
+            if (cyclicOutline && opened.nodes[0].firstChild) {
+                int last = opened.nodes[0].firstChild;
+                while (opened.nodes[last].next) last = opened.nodes[last].next;
+                opened.nodes[last].next = opened.nodes[0].firstChild;
+            }
+        }
         if (makeCurrent) current_ = id;
         return DocHandle{id};
     }
     DocHandle createDocument() override {
         const int id = next_++;
-        docs_[id] = {id, {}, {}};
+        docs_[id] = {id, {}, {}, {{}}};
         return DocHandle{id};
     }
     void insertPages(DocHandle target, DocHandle source, int first, int count, bool) override {
@@ -67,24 +80,56 @@ public:
         if (page < 0 || page >= static_cast<int>(pages.size()) || page == failOnPage)
             throw HostError(HostError::kSyntax, "cannot read page " + std::to_string(page + 1));
         // A copy: the callback may close and reopen the document.
-        const ScriptedPage words = pages[page];
+        ScriptedPage words = pages[page];
         std::uint16_t number = 0;
-        for (const auto& word : words)
-            if (!onWord(HostWord{word.text, word.h, word.v, number++})) return;
+        for (auto& word : words) {
+            word.page = page;
+            word.number = number++;
+            if (!onWord(word)) return;
+        }
     }
-    BookmarkHandle bookmarkRoot(DocHandle handle) override { return {handle, 0}; }
-    BookmarkHandle firstChild(BookmarkHandle b) override { return {b.doc, 0}; }
-    BookmarkHandle nextSibling(BookmarkHandle b) override { return {b.doc, 0}; }
-    std::string bookmarkTitle(BookmarkHandle) override { return {}; }
-    int bookmarkIndent(BookmarkHandle) override { return 0; }
-    int bookmarkPage(BookmarkHandle) override { return -1; }
+    BookmarkHandle bookmarkRoot(DocHandle handle) override { return {handle, doc(handle).nodes[0].firstChild ? 1 : 0}; }
+    BookmarkHandle firstChild(BookmarkHandle b) override { return {b.doc, item(node(b).firstChild)}; }
+    BookmarkHandle nextSibling(BookmarkHandle b) override { return {b.doc, item(node(b).next)}; }
+    std::string bookmarkTitle(BookmarkHandle b) override { return node(b).title; }
+    int bookmarkIndent(BookmarkHandle b) override { return node(b).indent; }
+    int bookmarkPage(BookmarkHandle b) override { return node(b).page; }
 
 private:
+    // Outline items by index; 0 is the root, and 0 in a link is "none".
+    struct Node {
+        std::string title;
+        int page = -1;
+        int indent = 0;
+        int firstChild = 0;
+        int next = 0;
+    };
     struct Doc {
         int id = 0;
         std::string path;
         std::vector<ScriptedPage> pages;
+        std::vector<Node> nodes;
     };
+    static int item(int index) { return index ? index + 1 : 0; }
+    // Adds the bookmarks as a chain of siblings; answers the index of the first.
+    static int addNodes(Doc& d, const std::vector<ScriptedBookmark>& bookmarks, int indent) {
+        int first = 0, previous = 0;
+        for (const auto& bookmark : bookmarks) {
+            const int index = static_cast<int>(d.nodes.size());
+            d.nodes.push_back({bookmark.title, bookmark.page, indent, 0, 0});
+            (previous ? d.nodes[previous].next : first) = index;
+            previous = index;
+            const int child = addNodes(d, bookmark.children, indent + 1);
+            d.nodes[index].firstChild = child;
+        }
+        return first;
+    }
+    Node& node(BookmarkHandle b) {
+        auto& nodes = doc(b.doc).nodes;
+        if (b.item < 1 || b.item > static_cast<int>(nodes.size()))
+            throw HostError(HostError::kSyntax, "no such bookmark");
+        return nodes[b.item - 1];
+    }
     Doc& doc(DocHandle handle) {
         const auto it = docs_.find(handle.id);
         if (it == docs_.end()) throw HostError(HostError::kArgument, "no such document");

@@ -1,5 +1,6 @@
-#include "core/BatchRun.h"
+#include "run/BatchRun.h"
 
+#include "core/Text.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "mail/AddressCapture.h"
@@ -11,10 +12,11 @@ namespace vellira {
 namespace {
 
 // The next-match position modes take one word only: that word is the position.
+// The until position mode is deliberately not refused.
 bool refusesMultiWordPosition(const SplitSettings& settings) {
+    const auto mode = pageExtractModeOf(settings.PAGEEXTRACT);
     return settings.FINDSTRING.find(' ') != std::string::npos &&
-           (settings.PAGEEXTRACT == kExtractModes[e_from_to_next_position] ||
-            settings.PAGEEXTRACT == kExtractModes[e_from_to_nextu_position]);
+           (mode == PageExtractMode::NextMatchAtPosition || mode == PageExtractMode::NextUniqueMatchAtPosition);
 }
 
 constexpr std::string_view kPositionOneWord =
@@ -23,12 +25,12 @@ constexpr std::string_view kPositionOneWord =
 }  // namespace
 
 BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
-    : host(host_),
-      ui(ui_),
-      settings(settings_),
-      engine(host_, ui_, settings_, run),
-      settingsFile(settingsFilePath()),
-      legacyFolder(vellira::legacyFolder()) {}
+    : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {}
+
+void BatchRun::setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status) {
+    rows[row].status = status;
+    ui.rowStatus(static_cast<int>(row), status);
+}
 
 bool BatchRun::prepare() {
     runTime = localNow();
@@ -65,7 +67,8 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
             "Please add files to batch list to process or load a pdf and check use current to process a single pdf");
         completed = false;
     } else {
-        for (auto& row : rows) {
+        for (std::size_t index = 0; index < rows.size(); ++index) {
+            const BatchRow& row = rows[index];
             if (ui.cancelled()) {
                 completed = false;
                 break;
@@ -73,16 +76,16 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
             inBatch = true;
             if (row.use != "Yes") continue;
             if (!std::ifstream(host.makeHostPath(row.path), std::ios::binary)) {
-                row.status = "file error";
+                setStatus(rows, index, "file error");
                 continue;
             }
-            row.status = "Processing";
+            setStatus(rows, index, "Processing");
             if (row.params.size() > 1) {
                 // A row's own settings stay in force for the rows after it.
                 std::string params = row.params;
                 readParameters(params, settings, {legacyFolder, false});
                 if (!engine.takeSettings()) {
-                    row.status = "Can't open";
+                    setStatus(rows, index, "Can't open");
                     errorFlag = true;
                     continue;
                 }
@@ -98,14 +101,14 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
             }
             switch (processDocument(false)) {
                 case kNotOpened:
-                    row.status = "Can't open";
+                    setStatus(rows, index, "Can't open");
                     errorFlag = true;
                     break;
                 case kLocked:
-                    row.status = "Permissions error";
+                    setStatus(rows, index, "Permissions error");
                     errorFlag = true;
                     break;
-                case kProcessed: row.status = "Done"; break;
+                case kProcessed: setStatus(rows, index, "Done"); break;
             }
         }
         if (errorFlag) ui.note("Done, some errors occurred.");
@@ -182,6 +185,8 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
             entries.push_back({range.path, range.first, range.last,
                                captureAddress(host, ui, settings, host.makeHostPath(range.path))});
         const MailCounts counts = sendMailList(settings, entries, ui, mail);
+        mailsSent += counts.sent;
+        mailsFailed += counts.failed;
         ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
     }
     return kProcessed;

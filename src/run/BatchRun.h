@@ -1,8 +1,9 @@
 // BatchRun: one "Process Batch List" run over the rows of a batch list, and
 // the document processor that takes one source PDF from opening to its
-// reports.
+// reports and mail. The run layer's own: fronts call runBatch and runShow.
 #pragma once
 
+#include "core/BatchRow.h"
 #include "core/DocumentHost.h"
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
@@ -11,18 +12,9 @@
 
 #include <ctime>
 #include <filesystem>
-#include <string>
 #include <vector>
 
 namespace vellira {
-
-// One row of a batch list.
-struct BatchRow {
-    std::string use = "Yes";  // only rows reading exactly "Yes" are processed
-    std::string path;
-    std::string status = "Ready.";
-    std::string params;  // the row's own parameters file, if any
-};
 
 // What a document processor run came to.
 enum DocumentResult : int {
@@ -43,14 +35,15 @@ public:
     std::tm runTime{};     // the run time stamp
     bool inBatch = false;  // set while rows are processed: no closing messages per document
     bool errorFlag = false;
-    // The settings file each run writes first, and where an older
-    // installation's settings are looked for.
     std::filesystem::path settingsFile;
     std::filesystem::path legacyFolder;
-    MailTransport mail;  // how the outputs are mailed when EMAILENABLE is on
+    MailTransport mail;
+    int mailsSent = 0;
+    int mailsFailed = 0;
 
-    // The process command over `rows`, whose statuses it updates. Answers
-    // false when the run was refused or stopped before its rows were done.
+    // The process command over `rows`, whose statuses it updates and
+    // reports. Answers false when the run was refused or stopped before its
+    // rows were done.
     bool process(std::vector<BatchRow>& rows);
 
     // One source document: the host's current document, or FILENAME.
@@ -62,6 +55,7 @@ public:
 
 private:
     bool prepare();
+    void setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status);
 };
 
 }  // namespace vellira

@@ -1,0 +1,76 @@
+#include "run/BatchJob.h"
+
+#include "engine/PageWords.h"
+#include "files/SettingsLocations.h"
+#include "run/BatchRun.h"
+
+namespace vellira {
+
+namespace {
+
+// A run on a working copy of the job's settings, with the job's options.
+struct JobRun {
+    SplitSettings settings;
+    BatchRun batch;
+
+    JobRun(const BatchJob& job, DocumentHost& host, RunInterface& ui)
+        : settings(job.settings), batch(host, ui, settings) {
+        batch.settingsFile = job.settingsFile;
+        batch.legacyFolder = job.legacyFolder;
+        batch.mail = job.mail;
+        batch.run.overwrite = job.overwrite;
+    }
+
+    // Opens what the run needs before its first row: the trace file and the
+    // viewer's document. Answers false after saying why it cannot start.
+    bool open(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
+        if (!job.trace.empty() && !batch.run.trace.open(job.trace)) {
+            ui.note("Can't write the trace file: " + pathText(job.trace));
+            return false;
+        }
+        if (!job.currentDocument.empty()) {
+            try {
+                host.openDocument(host.makeHostPath(job.currentDocument));
+            } catch (const HostError& error) {
+                // The run then finds no current document and says so.
+                ui.note("Abort!! Error message: " + error.text());
+            }
+        }
+        return true;
+    }
+};
+
+}  // namespace
+
+BatchJob::BatchJob() : settingsFile(settingsFilePath()), legacyFolder(vellira::legacyFolder()) {}
+
+BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
+    BatchResult result;
+    result.rows = job.rows;
+    JobRun run(job, host, ui);
+    if (run.open(job, host, ui)) result.completed = run.batch.process(result.rows);
+    result.settings = run.settings;
+    result.filesWritten = run.batch.run.filesWritten;
+    result.rangesFailed = run.batch.run.rangesFailed;
+    result.mailsSent = run.batch.mailsSent;
+    result.mailsFailed = run.batch.mailsFailed;
+    return result;
+}
+
+BatchResult runShow(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
+    BatchResult result;
+    result.rows = job.rows;
+    JobRun run(job, host, ui);
+    if (run.open(job, host, ui)) result.completed = run.batch.show();
+    result.settings = run.settings;
+    return result;
+}
+
+std::optional<std::filesystem::path> runPagePositions(const BatchJob& job, DocumentHost& host, RunInterface& ui,
+                                                      int page) {
+    JobRun run(job, host, ui);
+    if (!run.open(job, host, ui)) return std::nullopt;
+    return writePagePositions(host, ui, run.settings, page);
+}
+
+}  // namespace vellira

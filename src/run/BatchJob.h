@@ -1,0 +1,73 @@
+// A batch job and the one call that runs it.
+//
+// A front end builds a BatchJob (the settings, the batch list's rows, the
+// options of the run) and calls runBatch with a document host and the run's
+// interface. The run works on its own copy of the job: it reports what
+// happens as it happens through the interface (row statuses, files written,
+// progress, messages, questions) and answers what it came to. The cancel flag
+// of the interface is the only thing another thread may touch while it runs.
+#pragma once
+
+#include "core/BatchRow.h"
+#include "core/DocumentHost.h"
+#include "core/RunInterface.h"
+#include "core/SplitSettings.h"
+#include "mail/MailSender.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vellira {
+
+struct BatchJob {
+    SplitSettings settings;
+    std::vector<BatchRow> rows;
+    // The document open in the user's viewer, if any: the run opens it on its
+    // own host and works on it as the current document (USECURRENT).
+    std::string currentDocument;
+    // Where the debug trace goes; none when empty.
+    std::filesystem::path trace;
+    // How outputs are mailed when EMAILENABLE is on.
+    MailTransport mail;
+    // The settings file the run writes first, and where an older
+    // installation's settings are looked for.
+    std::filesystem::path settingsFile;
+    std::filesystem::path legacyFolder;
+    // While on, an existing output is replaced (or appended to); while off, a
+    // free "_partNNN" name is taken instead. The dialog keeps it on.
+    bool overwrite = true;
+
+    // A job with the platform's settings locations.
+    BatchJob();
+};
+
+struct BatchResult {
+    // False when the run was refused, or stopped before its rows were done.
+    bool completed = false;
+    std::vector<BatchRow> rows;  // with their final statuses
+    SplitSettings settings;      // as the run left them, after the rows' own parameters files
+    int filesWritten = 0;        // output PDFs saved
+    int rangesFailed = 0;        // ranges whose PDF could not be made or saved
+    int mailsSent = 0;
+    int mailsFailed = 0;
+};
+
+// "Process Batch List": the job's rows in order (or, with USECURRENT, the
+// current document), each source cut into its ranges, reported and mailed.
+BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui);
+
+// "&Show": every match of the search text in FILENAME (or the current
+// document) highlighted in turn through the interface, nothing written.
+// `completed` is false when the show was refused.
+BatchResult runShow(const BatchJob& job, DocumentHost& host, RunInterface& ui);
+
+// "View Current Page h,v": the page positions file of a 0-based page of the
+// current document (the job's, or the one the host has made current), written
+// into the temporary folder. Answers its path, or none after saying why it
+// could not be written.
+std::optional<std::filesystem::path> runPagePositions(const BatchJob& job, DocumentHost& host, RunInterface& ui,
+                                                      int page);
+
+}  // namespace vellira

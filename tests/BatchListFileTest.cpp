@@ -1,0 +1,70 @@
+// Batch list files as users keep them: what survives a save and load, how
+// hand-edited files are read, and folders added to a list.
+#include "files/BatchListFile.h"
+#include "support/Files.h"
+#include "support/RecordingInterface.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace vellira {
+namespace {
+
+using testing::readFile;
+
+void writeText(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+TEST(BatchListFile, RowsComeBackAsListedAndOddLinesAreSkipped) {
+    testing::TempDir dir;
+    testing::RecordingInterface ui;
+    const std::vector<BatchRow> rows = {
+        {"Yes", "/in/a.pdf", "Done", "/jobs/a.pcs"}, {"No", "/in/b.pdf", "Ready.", ""}, {"Maybe", "/in/c.pdf", "", ""}};
+    ASSERT_TRUE(saveBatchList(dir / "run.lst", rows, dir / "default.lst", ui));
+    EXPECT_EQ(readFile(dir / "run.lst"), "+/in/a.pdf|/jobs/a.pcs\n~/in/b.pdf|\n");
+    EXPECT_EQ(ui.notes, std::vector<std::string>{"List saved to file: " + (dir / "run.lst").string()});
+    ASSERT_TRUE(saveBatchList(dir / "default.lst", rows, dir / "default.lst", ui));
+    EXPECT_EQ(ui.notes.size(), 1u);
+
+    writeText(dir / "hand.lst",
+              "+/in/a|b.pdf|/jobs/x.pcs\r\n\r\n~/in/no.pdf\n#comment\n" + std::string(600, '+') + "\n+/in/last.pdf|");
+    std::vector<BatchRow> loaded;
+    ASSERT_TRUE(loadBatchList(dir / "hand.lst", loaded, ui));
+    const std::vector<std::vector<std::string>> expected = {
+        {"Yes", "/in/a", "b.pdf|/jobs/x.pcs"}, {"No", "/in/no.pdf", ""},    {"Yes", std::string(511, '+'), ""},
+        {"Yes", std::string(87, '+'), ""},     {"Yes", "/in/last.pdf", ""},
+    };
+    ASSERT_EQ(loaded.size(), expected.size());
+    for (std::size_t i = 0; i < loaded.size(); ++i) {
+        EXPECT_EQ((std::vector<std::string>{loaded[i].use, loaded[i].path, loaded[i].params}), expected[i]) << i;
+        EXPECT_EQ(loaded[i].status, "Ready.");
+    }
+
+    std::vector<BatchRow> none;
+    EXPECT_FALSE(loadBatchList(dir / "missing.lst", none, ui));
+    EXPECT_EQ(ui.notes.back(), "Can't read list file.");
+    EXPECT_TRUE(none.empty());
+}
+
+TEST(BatchListFile, FolderAddsItsPdfsInNameOrder) {
+    testing::TempDir dir;
+    for (const char* name : {"b.pdf", "a.PDF", "notes.txt", "sub/c.pdf", "sub/deeper/d.pdf"}) {
+        std::filesystem::create_directories((dir / name).parent_path());
+        writeText(dir / name, "x");
+    }
+    const auto names = [&](bool subFolders) {
+        std::vector<BatchRow> rows;
+        addFolderToBatchList(dir.path(), subFolders, rows);
+        std::vector<std::string> out;
+        for (const auto& row : rows) out.push_back(std::filesystem::relative(row.path, dir.path()).string());
+        return out;
+    };
+    EXPECT_EQ(names(false), (std::vector<std::string>{"a.PDF", "b.pdf"}));
+    EXPECT_EQ(names(true), (std::vector<std::string>{"a.PDF", "b.pdf", "sub/c.pdf", "sub/deeper/d.pdf"}));
+}
+
+}  // namespace
+}  // namespace vellira
