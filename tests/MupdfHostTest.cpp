@@ -150,21 +150,6 @@ TEST_F(MupdfHostTest, InsertedPagesSurviveSaveAndReopenInOrder) {
     EXPECT_EQ(files, 3);
 }
 
-TEST_F(MupdfHostTest, KeptBookmarksKeepTheirHierarchy) {
-    auto source = namedPages(8);
-    source.bookmarks = {{"Part",
-                         1,
-                         Destination::Explicit,
-                         {{"Chapter", 2, Destination::Named, {{"Section", 3, Destination::GoToAction, {}}}},
-                          {"Outside", 7, Destination::Explicit, {}}}}};
-    const auto in = host.openDocument(write(source));
-    const auto out = host.createDocument();
-    host.insertPages(out, in, 1, 4, true);
-    host.saveDocument(out, dir / "out.pdf");
-    const auto back = host.openDocument(dir / "out.pdf");
-    EXPECT_EQ(outlineOf(host, back), (std::vector<Outline>{{"Part", 0, 0}, {"Chapter", 1, 1}, {"Section", 2, 2}}));
-}
-
 TEST_F(MupdfHostTest, BookmarkOperationsResolveEveryKindOfDestination) {
     auto document = namedPages(10);
     document.bookmarks = {
@@ -288,29 +273,6 @@ TEST_F(MupdfHostTest, BadRangesAndFailedSavesLeaveFilesAlone) {
     host.saveDocument(out, target);
     const auto back = host.openDocument(target);
     EXPECT_EQ(pageNames(host, back), (std::vector<std::string>{"p3"}));
-}
-
-TEST_F(MupdfHostTest, ThousandsOfPagesSplitWithTheirBookmarks) {
-    auto document = fixtures::statements(3000, 5);
-    for (int page = 0; page < 3000; page += 5)
-        document.bookmarks.push_back({"Statement " + std::to_string(page / 5 + 1), page, Destination::Explicit, {}});
-    const auto doc = host.openDocument(write(document));
-    ASSERT_EQ(host.pageCount(doc), 3000);
-    const auto last = wordsOf(host, doc, 2995);
-    ASSERT_GE(last.size(), 2u);
-    EXPECT_EQ(std::get<0>(last[0]), "account:");
-    EXPECT_EQ(std::get<0>(last[1]), "100599");
-    // Every statement becomes its own document with only its own bookmark.
-    for (int statement = 0; statement < 600; ++statement) {
-        const auto out = host.createDocument();
-        host.insertPages(out, doc, statement * 5, 5, true);
-        ASSERT_EQ(outlineOf(host, out), (std::vector<Outline>{{"Statement " + std::to_string(statement + 1), 0, 0}}));
-        if (statement == 599) host.saveDocument(out, dir / "last.pdf");
-        host.closeDocument(out);
-    }
-    const auto back = host.openDocument(dir / "last.pdf");
-    EXPECT_EQ(host.pageCount(back), 5);
-    EXPECT_EQ(outlineOf(host, back), (std::vector<Outline>{{"Statement 600", 0, 0}}));
 }
 
 }  // namespace

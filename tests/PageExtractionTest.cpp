@@ -17,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <thread>
 
 namespace vellira {
 namespace {
@@ -347,6 +348,37 @@ TEST(PageExtraction, LongRunsOnLargeSourcesReopenThemEveryHundredRanges) {
         const auto& last = host.files[(dir / "out" / ("extract_N" + std::to_string(lastStart) + ".pdf")).string()];
         ASSERT_EQ(last.size(), static_cast<std::size_t>(pages - lastStart)) << pages;
         EXPECT_EQ(last.front().at(1).text, "N" + std::to_string(lastStart)) << pages;
+    }
+}
+
+TEST(PageExtraction, TwoRunsOnTwoThreadsWriteWhatOneRunWrites) {
+    testing::TempDir dir;
+    const auto source = dir / "run.pdf";
+    fixtures::writePdf(fixtures::statements(500, 5), source);
+    // Each run with a host of its own, into a folder of its own.
+    const auto splitInto = [&](const std::string& name) {
+        MupdfHost host;
+        testing::RecordingInterface ui;
+        BatchJob job = testing::jobIn(dir, {source.string()});
+        job.settingsFile = dir / (name + ".ini");
+        job.settings.OUTPUTDIR = (dir / name).string();
+        job.settings.KEEPBOOKMARKS = 1;
+        return runBatch(job, host, ui).filesWritten;
+    };
+    ASSERT_EQ(splitInto("alone"), 100);
+    int written[2] = {};
+    std::thread first([&] { written[0] = splitInto("first"); });
+    std::thread second([&] { written[1] = splitInto("second"); });
+    first.join();
+    second.join();
+    EXPECT_EQ(written[0], 100);
+    EXPECT_EQ(written[1], 100);
+    const auto names = folderEntries(dir / "alone");
+    ASSERT_EQ(names.size(), 100u);
+    for (const char* side : {"first", "second"}) {
+        EXPECT_EQ(folderEntries(dir / side), names) << side;
+        for (const auto& name : names)
+            ASSERT_EQ(readFile(dir / side / name), readFile(dir / "alone" / name)) << side << " " << name;
     }
 }
 
