@@ -100,22 +100,5 @@ TEST(Reports, SwitchedOffReportsWriteNothingAndUnwritableOnesSaySo) {
                                                   (dir / "missing" / "run_report.csv").string()}));
 }
 
-TEST(SplitList, OneLinePerRange) {
-    testing::TempDir dir;
-    testing::RecordingInterface ui;
-    const std::string source = (dir / "a.pdf").string();
-    SplitList list;
-    ASSERT_TRUE(list.open(source, ui));
-    list.line(source, 3, 4, 120, "/out/2026/extract_100234.pdf", false);
-    list.line(source, 5, 9, 120, "name.pdf", true);
-    list.close();
-    EXPECT_EQ(readFile(source + "_splitlist.spl"),
-              source + "; 3-4; 120; Ready.; ; /out/2026/; Y; ; N; extract_100234 ;0\r\n" + source +
-                  "; 5-9; 120; Ready.; ; ; Y; ; Y; name ;0\r\n");
-    EXPECT_FALSE(list.open((dir / "no" / "a.pdf").string(), ui));
-    EXPECT_EQ(ui.notes, (std::vector<std::string>{"Unable to write to file: " + (dir / "no" / "a.pdf").string() +
-                                                  "_splitlist.spl"}));
-}
-
 }  // namespace
 }  // namespace vellira
