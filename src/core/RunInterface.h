@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vellira {
 
@@ -19,6 +20,24 @@ struct Progress {
     int page = 0;   // 1-based page being scanned, 0 when none
     int pages = 0;  // pages in the document
     int filesWritten = 0;
+};
+
+// One mail of a run's mail list: the output file, the 1-based source pages
+// it holds, and the address captured from its pages.
+struct MailEntry {
+    std::string file;
+    int first = 0;
+    int last = 0;
+    std::string email;
+};
+
+// Where the sending of a run's mails stands: the mail being sent, the mails
+// handled so far, and how many of them were sent and failed.
+struct MailStatus {
+    std::string recipient;
+    int count = 0;
+    int sent = 0;
+    int failed = 0;
 };
 
 class RunInterface {
@@ -41,6 +60,12 @@ public:
     virtual void rowStatus(int /*row*/, std::string_view /*status*/) {}
     // An output PDF was saved: its path and the 1-based source pages it holds.
     virtual void fileWritten(std::string_view /*path*/, int /*firstPage*/, int /*lastPage*/) {}
+    // "Email List to Send": the mails about to be sent; true for "OK - Send".
+    // By default the list is asked as one question, a line per mail.
+    virtual bool confirmMails(const std::vector<MailEntry>& entries);
+    // "Email Status": called before and after each mail. By default the
+    // mail being sent is shown as a status line.
+    virtual void mailStatus(const MailStatus& progress);
     // The Stop flag, read before every row, page and mail.
     bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
     void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }

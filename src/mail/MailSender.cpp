@@ -207,17 +207,11 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
                         const MailTransport& transport) {
     MailCounts counts;
     if (entries.empty()) return counts;
-    if (s.EMAILCONFIRM) {
-        std::string list = "Email List to Send\nEmail\tFile\tExtract Page Start\tExtract Page End";
-        for (const auto& entry : entries)
-            list += "\n" + entry.email + "\t" + entry.file + "\t" + std::to_string(entry.first) + "\t" +
-                    std::to_string(entry.last);
-        if (!ui.question(list + "\nOK - Send")) return counts;
-    }
+    if (s.EMAILCONFIRM && !ui.confirmMails(entries)) return counts;
     for (const auto& entry : entries) {
         if (ui.cancelled()) break;
         const std::string recipient = s.EMAILTEST ? s.EMAILFROM : entry.email;
-        ui.status("Sending email: " + recipient);
+        ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
         std::string status = "OK";
         if (s.USEOUTLOOK) {
 #ifdef _WIN32
@@ -237,6 +231,7 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
         ++counts.handled;
         ++(status == "OK" ? counts.sent : counts.failed);
         appendToLog(s.EMAILLOGFILE, mailLogLine(localNow(), recipient, status, entry.file));
+        ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
     }
     return counts;
 }

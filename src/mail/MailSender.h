@@ -38,14 +38,6 @@ struct SendResult {
 SendResult sendMail(const SplitSettings& settings, const std::string& recipient,
                     const std::filesystem::path& attachment, const MailTransport& transport);
 
-// One mail to send: the output file, its pages, and the address found in it.
-struct MailEntry {
-    std::string file;
-    int first = 0;
-    int last = 0;
-    std::string email;
-};
-
 struct MailCounts {
     int handled = 0;
     int sent = 0;
