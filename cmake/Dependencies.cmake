@@ -19,3 +19,7 @@ target_link_libraries(vellira_mupdf INTERFACE
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+
+if(VELLIRA_BUILD_GUI)
+  find_package(Qt6 REQUIRED COMPONENTS Widgets Test)
+endif()

@@ -63,14 +63,6 @@ std::string applySettings(const SettingsOptions& options, SplitSettings& setting
     return {};
 }
 
-// The mail transport as the environment sets it up: SSL_CERT_FILE names the
-// certificate authorities to trust instead of the system's, as for OpenSSL.
-MailTransport mailTransport() {
-    MailTransport transport;
-    if (const char* bundle = std::getenv("SSL_CERT_FILE"); bundle && *bundle) transport.caFile = bundle;
-    return transport;
-}
-
 int runMailTest(const SettingsOptions& options) {
     SplitSettings settings;
     if (const auto error = applySettings(options, settings); !error.empty()) {
@@ -78,7 +70,7 @@ int runMailTest(const SettingsOptions& options) {
         return 2;
     }
     ConsoleInterface ui;
-    return sendTestMail(settings, ui, mailTransport()) ? 0 : 1;
+    return sendTestMail(settings, ui, mailTransportFromEnvironment()) ? 0 : 1;
 }
 
 int runSplit(const SplitOptions& options) {
@@ -92,7 +84,7 @@ int runSplit(const SplitOptions& options) {
     for (const auto& pdf : options.pdfs) job.rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
     if (job.settings.USECURRENT) job.currentDocument = job.settings.FILENAME;
     job.trace = options.trace;
-    job.mail = mailTransport();
+    job.mail = mailTransportFromEnvironment();
 
     MupdfHost host;
     BatchResult result;

@@ -15,6 +15,7 @@
 #include <algorithm>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 
@@ -122,6 +123,12 @@ SendResult sendThroughOutlook(const SplitSettings& s, const std::string& recipie
 #endif
 
 }  // namespace
+
+MailTransport mailTransportFromEnvironment() {
+    MailTransport transport;
+    if (const char* bundle = std::getenv("SSL_CERT_FILE"); bundle && *bundle) transport.caFile = bundle;
+    return transport;
+}
 
 MailServer parseMailServer(std::string_view text) {
     MailServer server;

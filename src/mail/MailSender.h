@@ -28,6 +28,9 @@ struct MailTransport {
     std::string caFile;
     long timeoutSeconds = 120;
 };
+// The transport as the environment sets it up: SSL_CERT_FILE names the
+// certificate authorities to trust instead of the system's, as for OpenSSL.
+MailTransport mailTransportFromEnvironment();
 
 struct SendResult {
     bool sent = false;

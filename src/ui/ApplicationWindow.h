@@ -1,0 +1,75 @@
+// The application window: it plays the PDF host's part. It holds the current
+// document (the one the user opened, or the one the batch list opened last)
+// and the application's batch list, carries the "Extensions" and help menus
+// and the "Vellira Batch" tool button, and opens the main dialog.
+#pragma once
+
+#include "core/BatchRow.h"
+#include "ui/DesktopActions.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+#include <vector>
+
+class QLabel;
+
+namespace vellira::ui {
+
+class BatchListWindow;
+class MainDialog;
+
+// "Vellira Batch v4.01 -= Ornwick Software =-"
+QString windowTitleText();
+
+class ApplicationWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit ApplicationWindow(QWidget* parent = nullptr);
+    ~ApplicationWindow() override;
+
+    // Opens the main dialog as the menu item does, replacing one that is open.
+    MainDialog* openMainDialog();
+    MainDialog* mainDialog() const { return mainDialog_; }
+
+    // Makes a PDF the current document; false after saying why it cannot be.
+    bool openDocument(const QString& path);
+    QString currentDocument() const { return currentDocument_; }
+    int currentPageCount() const { return pages_; }
+    // The 0-based page of the current document in view.
+    int currentPage() const { return 0; }
+
+    // The batch list a run walks: the default list when the application
+    // starts, with the statuses of the last run.
+    const std::vector<BatchRow>& batchRows() const { return rows_; }
+    void setRowStatus(int row, const QString& status);
+    void showBatchList();
+
+    // The system's "open" action; tests put their own in its place.
+    void setOpenAction(OpenAction open) { open_ = std::move(open); }
+    // Forwards to the open action in place when it is called.
+    OpenAction opener();
+
+    void showHelpNote();
+    void showAboutNote();
+
+private:
+    void chooseDocument();
+    void showDocument();
+
+    OpenAction open_ = systemOpen();
+    QLabel* documentTitle_;
+    QLabel* documentDetails_;
+    QString currentDocument_;
+    int pages_ = 0;
+    std::vector<BatchRow> rows_;
+    QPointer<MainDialog> mainDialog_;
+    QPointer<BatchListWindow> batchList_;
+};
+
+}  // namespace vellira::ui
+
+// Opens the main dialog of the running application exactly as its menu item
+// does, replacing an open one. The argument is not used. Answers 1, or 0
+// when there is no application window to open it in.
+extern "C" int ExRun(const char* unused);

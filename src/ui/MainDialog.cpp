@@ -1,0 +1,441 @@
+#include "ui/MainDialog.h"
+
+#include "files/ParametersFile.h"
+#include "files/SettingsLocations.h"
+#include "host/MupdfHost.h"
+#include "ui/ApplicationWindow.h"
+#include "ui/EmailSettingsDialog.h"
+#include "ui/ReportOptionsDialog.h"
+#include "ui/RunController.h"
+#include "ui/SettingsBinding.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QIntValidator>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QVBoxLayout>
+
+#include <filesystem>
+
+namespace vellira::ui {
+
+namespace {
+
+constexpr const char* kSetupFilter = "*.pcs;;All Files (*.*)";
+
+QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// The controls the filename and extract rules enable and disable.
+struct RuleControls {
+    const char* key;
+    bool FilenameControls::*name = nullptr;
+    bool PositionControls::*position = nullptr;
+};
+constexpr RuleControls kRuleControls[] = {
+    {"EXTRACTFILENAME", &FilenameControls::extractFilename},
+    {"TAKENWORDSFORFILENAME", &FilenameControls::takenWords},
+    {"FIRSTCHAROFWORD", &FilenameControls::firstChar},
+    {"TAKENCHARSFORFILENAME", &FilenameControls::takenChars},
+    {"ADDBWORDS", &FilenameControls::addWords},
+    {"UNTILHHPOSLESSTHAN", &FilenameControls::untilHPos},
+    {"MATCHPOSH", nullptr, &PositionControls::matchPosition},
+    {"MATCHPOSV", nullptr, &PositionControls::matchPosition},
+    {"UNTILMATCHPOSH", nullptr, &PositionControls::untilPosition},
+    {"UNTILMATCHPOSV", nullptr, &PositionControls::untilPosition},
+};
+
+}  // namespace
+
+MainDialog::MainDialog(ApplicationWindow& window)
+    : QDialog(&window), window_(window), runs_(new RunController(this, window.opener())) {
+    setObjectName("MainDialog");
+    setWindowTitle(windowTitleText());
+    setModal(false);
+    build();
+    // The settings a fresh dialog starts with, then the settings file.
+    std::string settingsFile = pathText(settingsFilePath());
+    readParameters(settingsFile, record_, {legacyFolder(), false});
+    record_.AUTOMATION = 0;
+    showInControls(record_);
+    connect(runs_, &RunController::rowStatus, &window_, &ApplicationWindow::setRowStatus);
+    connect(runs_, &RunController::highlighted, this, [this](int page, const QString& word) {
+        window_.statusBar()->showMessage(QString("page %1: %2").arg(page + 1).arg(word));
+    });
+    connect(runs_, &RunController::finished, this, &MainDialog::runEnded);
+}
+
+MainDialog::~MainDialog() {
+    // A run still working is stopped first, then the settings are saved.
+    delete runs_;
+    runs_ = nullptr;
+    writeSettingsFile();
+}
+
+QPushButton* MainDialog::button(const char* name, const QString& text) {
+    auto* pushButton = new QPushButton(text, this);
+    pushButton->setObjectName(name);
+    pushButton->setAutoDefault(false);
+    return pushButton;
+}
+
+QLineEdit* MainDialog::edit(const char* key, bool integer) {
+    auto* line = new QLineEdit(form_);
+    line->setObjectName(key);
+    if (integer) {
+        line->setValidator(new QIntValidator(line));
+        line->setMaximumWidth(70);
+    }
+    return line;
+}
+
+QComboBox* MainDialog::modeList(const char* key) {
+    auto* combo = new QComboBox(form_);
+    combo->setObjectName(key);
+    if (std::string_view(key) == "EXTRACT") {
+        for (const auto& [mode, text] : kFilenameModes) combo->addItem(qt(text));
+    } else {
+        for (const auto& [mode, text] : kExtractModes) combo->addItem(qt(text));
+    }
+    return combo;
+}
+
+QComboBox* MainDialog::macroList(const char* key) {
+    auto* combo = new QComboBox(form_);
+    combo->setObjectName(key);
+    combo->setEditable(true);
+    combo->setInsertPolicy(QComboBox::NoInsert);
+    for (const auto macro : kFilenameMacros) combo->addItem(qt(macro));
+    return combo;
+}
+
+void MainDialog::build() {
+    auto* layout = new QVBoxLayout(this);
+
+    auto* top = new QHBoxLayout;
+    auto* loadSetup = button("loadSetup", "&Load Setup");
+    auto* saveSetup = button("saveSetup", "&Save Setup");
+    auto* reportOptions = button("reportOptions", "&Report Options");
+    auto* emailOptions = button("emailOptions", "&Email Options");
+    auto* batchList = button("batchList", "&Setup Batch Files List");
+    auto* help = button("help", "Help");
+    for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, batchList}) top->addWidget(each);
+    top->addStretch();
+    top->addWidget(help);
+    layout->addLayout(top);
+
+    form_ = new QWidget(this);
+    form_->setObjectName("settingsForm");
+    auto* columns = new QGridLayout(form_);
+    columns->setContentsMargins(0, 0, 0, 0);
+    const auto check = [this](const char* key, const char* label) {
+        auto* box = new QCheckBox(label, form_);
+        box->setObjectName(key);
+        return box;
+    };
+    const auto label = [this](const char* text) { return new QLabel(text, form_); };
+
+    // The source document.
+    auto* source = new QGroupBox("Source", form_);
+    auto* sourceGrid = new QGridLayout(source);
+    auto* filename = new QComboBox(form_);
+    filename->setObjectName("FILENAME");
+    filename->setEditable(true);
+    filename->setInsertPolicy(QComboBox::NoInsert);
+    filename->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    auto* browseFile = button("browseFile", "&Browse");
+    auto* viewFile = button("viewFile", "V");
+    viewFile->setMaximumWidth(32);
+    sourceGrid->addWidget(label("Filename:"), 0, 0);
+    sourceGrid->addWidget(filename, 0, 1, 1, 3);
+    sourceGrid->addWidget(browseFile, 0, 4);
+    sourceGrid->addWidget(viewFile, 0, 5);
+    sourceGrid->addWidget(check("USECURRENT", "Use current open PDF document"), 1, 1);
+    sourceGrid->addWidget(check("ROTATED", "landscape layout"), 1, 2);
+    sourceGrid->addWidget(check("CREATELIST", "Create file list for Tessary"), 1, 3);
+    sourceGrid->setColumnStretch(3, 1);
+    columns->addWidget(source, 0, 0, 1, 2);
+
+    // What is searched for.
+    auto* search = new QGroupBox("Search", form_);
+    auto* searchGrid = new QGridLayout(search);
+    const auto position = [&](int row, const char* h, const char* v, bool integer) {
+        searchGrid->addWidget(label("At Position h:"), row, 2);
+        auto* hEdit = edit(h, integer);
+        auto* vEdit = edit(v, integer);
+        hEdit->setMaximumWidth(80);
+        vEdit->setMaximumWidth(80);
+        searchGrid->addWidget(hEdit, row, 3);
+        searchGrid->addWidget(label("v:"), row, 4);
+        searchGrid->addWidget(vEdit, row, 5);
+    };
+    searchGrid->addWidget(label("Find word(s):"), 0, 0);
+    searchGrid->addWidget(edit("FINDSTRING"), 0, 1);
+    position(0, "MATCHPOSH", "MATCHPOSV", false);
+    searchGrid->addWidget(label("Extract until word(s):"), 1, 0);
+    searchGrid->addWidget(edit("EXTRACTUNTIL"), 1, 1);
+    position(1, "UNTILMATCHPOSH", "UNTILMATCHPOSV", true);
+    searchGrid->addWidget(label("Use as filename after text:"), 2, 0);
+    searchGrid->addWidget(edit("EXTRACTFILENAME"), 2, 1);
+    searchGrid->addWidget(check("IGNORECASE", "Ignore case senstivie text"), 2, 2, 1, 4);
+    auto* positions = button("viewPositions", "View Current Page h,v");
+    searchGrid->addWidget(positions, 3, 2, 1, 4, Qt::AlignRight);
+    searchGrid->setColumnStretch(1, 1);
+    columns->addWidget(search, 1, 0, 1, 2);
+
+    // Where the outputs go and what they are called around the name.
+    auto* output = new QGroupBox("Output", form_);
+    auto* outputGrid = new QGridLayout(output);
+    auto* browseOutput = button("browseOutput", "&Browse");
+    auto* viewOutput = button("viewOutput", "V");
+    viewOutput->setMaximumWidth(32);
+    auto* folderRow = new QHBoxLayout;
+    folderRow->addWidget(edit("OUTPUTDIR"), 1);
+    folderRow->addWidget(browseOutput);
+    folderRow->addWidget(viewOutput);
+    outputGrid->addWidget(label("Output Directory:"), 0, 0);
+    outputGrid->addLayout(folderRow, 0, 1, 1, 2);
+    outputGrid->addWidget(label("Prefix output filename:"), 1, 0);
+    outputGrid->addWidget(macroList("PREFIXFILENAME"), 1, 1);
+    outputGrid->addWidget(check("USESOURCEFILENAME", "Prefix with source filename"), 1, 2);
+    outputGrid->addWidget(label("Postfix output filename:"), 2, 0);
+    outputGrid->addWidget(macroList("POSTFIXFILENAME"), 2, 1);
+    outputGrid->addWidget(check("USESOURCEFILENAMEPOST", "Postfix with source filename"), 2, 2);
+    auto* switches = new QHBoxLayout;
+    switches->addWidget(check("SPLITTOSOURCE", "Always split to source file directory (override below)"));
+    switches->addWidget(check("ALWAYSOVERWRITE", "Always overwrite output file (if exists)"));
+    switches->addWidget(check("ALWAYSAPPEND", "Append (if exists)"));
+    switches->addStretch();
+    outputGrid->addLayout(switches, 3, 0, 1, 3);
+    outputGrid->setColumnStretch(1, 1);
+    columns->addWidget(output, 2, 0, 1, 2);
+
+    // How the name is taken from the text.
+    auto* naming = new QGroupBox("Filename", form_);
+    auto* namingGrid = new QGridLayout(naming);
+    namingGrid->addWidget(label("Filename extract:"), 0, 0);
+    namingGrid->addWidget(modeList("EXTRACT"), 0, 1, 1, 3);
+    namingGrid->addWidget(label("Only take first:"), 1, 0);
+    namingGrid->addWidget(edit("TAKENWORDSFORFILENAME", true), 1, 1);
+    namingGrid->addWidget(label("words for filename extract / until first of word is:"), 1, 2);
+    namingGrid->addWidget(edit("FIRSTCHAROFWORD"), 1, 3);
+    namingGrid->addWidget(label("Only take first:"), 2, 0);
+    namingGrid->addWidget(edit("TAKENCHARSFORFILENAME", true), 2, 1);
+    namingGrid->addWidget(label("characters"), 2, 2, 1, 2);
+    namingGrid->addWidget(label("or/and until word:"), 3, 0);
+    namingGrid->addWidget(edit("UNTILCHARACTERFILENAME"), 3, 1, 1, 3);
+    namingGrid->addWidget(label("Add:"), 4, 0);
+    auto* between = edit("ADDBWORDS");
+    between->setMaximumWidth(70);
+    namingGrid->addWidget(between, 4, 1);
+    namingGrid->addWidget(label("between words in output filename"), 4, 2, 1, 2);
+    namingGrid->addWidget(label("while h position is less than"), 5, 0, 1, 2);
+    namingGrid->addWidget(edit("UNTILHHPOSLESSTHAN", true), 5, 2);
+    namingGrid->setColumnStretch(3, 1);
+    columns->addWidget(naming, 3, 0);
+
+    // Which pages make a range.
+    auto* pages = new QGroupBox("Pages", form_);
+    auto* pagesGrid = new QGridLayout(pages);
+    pagesGrid->addWidget(label("Page extract:"), 0, 0);
+    pagesGrid->addWidget(modeList("PAGEEXTRACT"), 0, 1, 1, 4);
+    pagesGrid->addWidget(check("KEEPBOOKMARKS", "Keep Bookmarks"), 1, 1, 1, 4);
+    pagesGrid->addWidget(label("Remove first:"), 2, 0);
+    pagesGrid->addWidget(edit("OFFSETFIRST", true), 2, 1);
+    pagesGrid->addWidget(label("output pages"), 2, 2, 1, 3);
+    pagesGrid->addWidget(label("Start from page:"), 3, 0);
+    pagesGrid->addWidget(edit("STARTFROMPAGE", true), 3, 1);
+    pagesGrid->addWidget(label("to:"), 3, 2);
+    pagesGrid->addWidget(edit("TOPAGE", true), 3, 3);
+    pagesGrid->setColumnStretch(4, 1);
+    pagesGrid->setRowStretch(4, 1);
+    columns->addWidget(pages, 3, 1);
+    columns->setColumnStretch(0, 3);
+    columns->setColumnStretch(1, 2);
+    layout->addWidget(form_);
+
+    auto* bottom = new QHBoxLayout;
+    auto* show = button("show", "&Show");
+    auto* process = button("process", "Process Batch List");
+    auto* cancel = button("cancel", "Cancel");
+    process->setDefault(true);
+    bottom->addStretch();
+    bottom->addWidget(show);
+    bottom->addWidget(process);
+    bottom->addWidget(cancel);
+    layout->addLayout(bottom);
+
+    connect(loadSetup, &QPushButton::clicked, this, [this] {
+        const QString path = QFileDialog::getOpenFileName(this, "Load pcs parameters file", {}, kSetupFilter);
+        if (!path.isEmpty()) loadSetupFrom(path);
+    });
+    connect(saveSetup, &QPushButton::clicked, this, [this] {
+        QString path = QFileDialog::getSaveFileName(this, "Save pcs parameters file", {}, kSetupFilter);
+        if (path.isEmpty()) return;
+        if (QFileInfo(path).suffix().isEmpty()) path += ".pcs";
+        saveSetupTo(path);
+    });
+    connect(reportOptions, &QPushButton::clicked, this, &MainDialog::openReportOptions);
+    connect(emailOptions, &QPushButton::clicked, this, &MainDialog::openEmailOptions);
+    connect(batchList, &QPushButton::clicked, &window_, &ApplicationWindow::showBatchList);
+    connect(help, &QPushButton::clicked, &window_, &ApplicationWindow::showHelpNote);
+    connect(browseFile, &QPushButton::clicked, this, [this, filename] {
+        const QString path =
+            QFileDialog::getOpenFileName(this, "Load PDF file", QFileInfo(filename->currentText()).path(), "*.pdf");
+        if (path.isEmpty()) return;
+        if (filename->findText(path) < 0) filename->addItem(path);
+        filename->setEditText(path);
+    });
+    connect(viewFile, &QPushButton::clicked, this, [this, filename] {
+        if (!filename->currentText().isEmpty()) window_.opener()(filename->currentText());
+    });
+    connect(browseOutput, &QPushButton::clicked, this, [this] {
+        auto* folder = form_->findChild<QLineEdit*>("OUTPUTDIR");
+        const QString chosen = QFileDialog::getExistingDirectory(this, "Output Directory:", folder->text());
+        if (!chosen.isEmpty()) folder->setText(chosen);
+    });
+    connect(viewOutput, &QPushButton::clicked, this, [this] {
+        const QString folder = form_->findChild<QLineEdit*>("OUTPUTDIR")->text();
+        if (!folder.isEmpty()) window_.opener()(folder);
+    });
+    connect(positions, &QPushButton::clicked, this, &MainDialog::viewCurrentPagePositions);
+    connect(show, &QPushButton::clicked, this, &MainDialog::showMatches);
+    connect(process, &QPushButton::clicked, this, &MainDialog::processBatchList);
+    connect(cancel, &QPushButton::clicked, this, &QWidget::close);
+    connect(form_->findChild<QComboBox*>("EXTRACT"), &QComboBox::currentIndexChanged, this,
+            &MainDialog::filenameModeChosen);
+    connect(form_->findChild<QComboBox*>("PAGEEXTRACT"), &QComboBox::currentIndexChanged, this,
+            &MainDialog::extractModeChosen);
+}
+
+SplitSettings MainDialog::settings() const {
+    SplitSettings settings = record_;
+    takeSettings(form_, settings);
+    return settings;
+}
+
+void MainDialog::showInControls(const SplitSettings& settings) {
+    record_ = settings;
+    showing_ = true;
+    showSettings(form_, settings);
+    showing_ = false;
+    enableForModes();
+}
+
+void MainDialog::enableFor(const FilenameControls& name, const PositionControls& position) {
+    for (const auto& rule : kRuleControls) {
+        QWidget* control = controlFor(form_, rule.key);
+        control->setEnabled(rule.name ? name.*rule.name : position.*rule.position);
+    }
+}
+
+void MainDialog::enableForModes() {
+    // The rules on a copy tell which controls the current modes use.
+    SplitSettings copy = settings();
+    const FilenameControls name = normaliseFilenameMode(copy);
+    copy = settings();
+    enableFor(name, normaliseExtractMode(copy));
+}
+
+void MainDialog::filenameModeChosen() {
+    if (showing_) return;
+    SplitSettings changed = settings();
+    normaliseFilenameMode(changed);
+    showInControls(changed);
+}
+
+void MainDialog::extractModeChosen() {
+    if (showing_) return;
+    SplitSettings changed = settings();
+    normaliseExtractMode(changed);
+    showInControls(changed);
+}
+
+void MainDialog::loadSetupFrom(const QString& path) {
+    SplitSettings loaded = settings();
+    std::string name = path.toStdString();
+    readParameters(name, loaded, {legacyFolder(), false});
+    showInControls(loaded);
+}
+
+void MainDialog::saveSetupTo(const QString& path) {
+    MessageBoxInterface ui(this, window_.opener());
+    writeParameters(path.toStdString(), settings(), false, legacyFolder(), &ui);
+}
+
+void MainDialog::writeSettingsFile() {
+    const auto file = settingsFilePath();
+    std::error_code ignored;
+    std::filesystem::create_directories(file.parent_path(), ignored);
+    writeParameters(pathText(file), settings(), false, legacyFolder(), nullptr);
+}
+
+void MainDialog::openReportOptions() {
+    auto* dialog = new ReportOptionsDialog(settings(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this, [this, dialog] { dialog->takeInto(record_); });
+    dialog->open();
+}
+
+void MainDialog::openEmailOptions() {
+    auto* dialog = new EmailSettingsDialog(settings(), mailTransportFromEnvironment(), window_.opener(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this, [this, dialog] { dialog->takeInto(record_); });
+    dialog->open();
+}
+
+void MainDialog::viewCurrentPagePositions() {
+    BatchJob job;
+    job.settings = settings();
+    job.currentDocument = window_.currentDocument().toStdString();
+    MessageBoxInterface ui(this, window_.opener());
+    MupdfHost host;
+    if (const auto path = runPagePositions(job, host, ui, window_.currentPage())) window_.opener()(qt(pathText(*path)));
+}
+
+bool MainDialog::running() const { return runs_ && runs_->running(); }
+
+void MainDialog::processBatchList() { startRun(true); }
+
+void MainDialog::showMatches() { startRun(false); }
+
+void MainDialog::startRun(bool batch) {
+    if (running()) return;
+    BatchJob job;
+    job.settings = settings();
+    if (!batch && job.settings.FILENAME.empty()) return;
+    if (batch) job.rows = window_.batchRows();
+    if (job.settings.USECURRENT) job.currentDocument = window_.currentDocument().toStdString();
+    job.mail = mailTransportFromEnvironment();
+    form_->setEnabled(false);
+    for (auto* each : findChildren<QPushButton*>())
+        if (each->objectName() != "cancel" && each->objectName() != "help") each->setEnabled(false);
+    runs_->start(batch ? RunController::Kind::Batch : RunController::Kind::Show, std::move(job));
+}
+
+void MainDialog::runEnded(const BatchResult& result) {
+    // What the rows' parameters files set stays for the fields without a
+    // control here; the controls keep what the user set.
+    record_ = result.settings;
+    form_->setEnabled(true);
+    for (auto* each : findChildren<QPushButton*>()) each->setEnabled(true);
+    enableForModes();
+    emit runFinished(result);
+}
+
+void MainDialog::closeEvent(QCloseEvent* event) {
+    if (running()) runs_->stop();
+    QDialog::closeEvent(event);
+}
+
+}  // namespace vellira::ui

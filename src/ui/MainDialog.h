@@ -1,0 +1,81 @@
+// The main dialog: every setting of a split job in its control, setups loaded
+// and saved, the option dialogs and the batch list opened from it, and the
+// job tried with "&Show" or run with "Process Batch List", on a worker thread.
+//
+// The controls of the dialog and of its option dialogs edit the settings
+// named by their object names (SettingsBinding); the fields without a control
+// here (reports, e-mail, the working "Remove first" copy) are kept in a record
+// of the dialog's own.
+#pragma once
+
+#include "core/SplitSettings.h"
+#include "run/BatchJob.h"
+
+#include <QDialog>
+
+class QComboBox;
+class QGridLayout;
+class QLineEdit;
+class QPushButton;
+
+namespace vellira::ui {
+
+class ApplicationWindow;
+class RunController;
+
+class MainDialog : public QDialog {
+    Q_OBJECT
+public:
+    // Reads the settings file into the controls.
+    explicit MainDialog(ApplicationWindow& window);
+    // Writes the settings file from the controls.
+    ~MainDialog() override;
+
+    // The settings as the controls and the option dialogs hold them.
+    SplitSettings settings() const;
+    // Puts settings into the controls, as "&Load Setup" does.
+    void showInControls(const SplitSettings& settings);
+
+    // "&Load Setup" and "&Save Setup" once their file is chosen.
+    void loadSetupFrom(const QString& path);
+    void saveSetupTo(const QString& path);
+
+    // "Process Batch List" and "&Show": a run on the worker thread.
+    void processBatchList();
+    void showMatches();
+    bool running() const;
+    RunController& runs() { return *runs_; }
+
+signals:
+    // A run ended, with what it came to.
+    void runFinished(const vellira::BatchResult& result);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void build();
+    QLineEdit* edit(const char* key, bool integer = false);
+    QComboBox* modeList(const char* key);
+    QComboBox* macroList(const char* key);
+    QPushButton* button(const char* name, const QString& text);
+    void filenameModeChosen();
+    void extractModeChosen();
+    void enableFor(const FilenameControls& name, const PositionControls& position);
+    void enableForModes();
+    void openReportOptions();
+    void openEmailOptions();
+    void viewCurrentPagePositions();
+    void startRun(bool batch);
+    void runEnded(const BatchResult& result);
+    void writeSettingsFile();
+
+    ApplicationWindow& window_;
+    SplitSettings record_;  // what no control of this dialog holds
+    RunController* runs_;
+    bool showing_ = false;  // controls are being filled: no rules apply
+    bool closing_ = false;
+    QWidget* form_ = nullptr;
+};
+
+}  // namespace vellira::ui

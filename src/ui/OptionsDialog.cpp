@@ -1,0 +1,37 @@
+#include "ui/OptionsDialog.h"
+
+#include "ui/SettingsBinding.h"
+
+#include <QBoxLayout>
+#include <QDialogButtonBox>
+#include <QIntValidator>
+#include <QLineEdit>
+#include <QPushButton>
+
+namespace vellira::ui {
+
+OptionsDialog::OptionsDialog(QWidget* parent) : QDialog(parent) {}
+
+void OptionsDialog::takeInto(SplitSettings& settings) const { takeSettings(this, settings); }
+
+QLineEdit* OptionsDialog::edit(const char* key) {
+    auto* line = new QLineEdit(this);
+    line->setObjectName(key);
+    if (const SettingsKey* found = findSettingsKey(key); found && found->type == KeyType::Integer)
+        line->setValidator(new QIntValidator(line));
+    return line;
+}
+
+void OptionsDialog::finish(QBoxLayout* layout, const SplitSettings& settings) {
+    showSettings(this, settings);
+    auto* buttons = new QDialogButtonBox(this);
+    auto* save = buttons->addButton("Save/Exit", QDialogButtonBox::AcceptRole);
+    save->setObjectName("saveExit");
+    save->setDefault(true);
+    buttons->addButton("Cancel", QDialogButtonBox::RejectRole)->setObjectName("cancel");
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    layout->addWidget(buttons);
+}
+
+}  // namespace vellira::ui

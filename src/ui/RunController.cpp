@@ -1,0 +1,142 @@
+#include "ui/RunController.h"
+
+#include "host/MupdfHost.h"
+#include "ui/MailDialogs.h"
+#include "ui/StatusDialog.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <atomic>
+#include <chrono>
+
+namespace vellira::ui {
+
+namespace {
+
+QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+}  // namespace
+
+// The run's interface as the worker sees it: every call is carried over to
+// the interface thread. Calls that need an answer wait for it; the others
+// are queued. Once the controller is going away, nothing waits any more:
+// notes are dropped and questions take their default answer.
+class RunController::Bridge : public RunInterface {
+public:
+    explicit Bridge(RunController& controller) : controller_(controller) {}
+    std::atomic<bool> closing{false};
+
+    void note(std::string_view message) override {
+        const std::string text(message);
+        waitFor([&] { MessageBoxInterface(controller_.window_, controller_.open_).note(text); });
+    }
+    bool question(std::string_view message) override {
+        const std::string text(message);
+        bool answer = false;
+        waitFor([&] { answer = MessageBoxInterface(controller_.window_, controller_.open_).question(text); });
+        return answer;
+    }
+    bool confirmMails(const std::vector<MailEntry>& entries) override {
+        bool send = false;
+        waitFor([&] { send = EmailListDialog(entries, controller_.window_).exec() == QDialog::Accepted; });
+        return send;
+    }
+    void progress(const Progress& p) override {
+        post([this, file = qt(p.file), page = p.page, pages = p.pages, files = p.filesWritten] {
+            if (controller_.status_) controller_.status_->showProgress(file, page, pages, files);
+            emit controller_.progress(file, page, pages, files);
+        });
+    }
+    void status(std::string_view text) override {
+        post([this, line = qt(text)] {
+            if (controller_.status_) controller_.status_->showStatus(line);
+        });
+    }
+    void showFile(std::string_view path) override {
+        post([this, file = qt(path)] { controller_.open_(file); });
+    }
+    void highlight(int page, std::string_view word, std::uint16_t) override {
+        post([this, page, text = qt(word)] { emit controller_.highlighted(page, text); });
+    }
+    void rowStatus(int row, std::string_view text) override {
+        post([this, row, line = qt(text)] { emit controller_.rowStatus(row, line); });
+    }
+    void fileWritten(std::string_view path, int first, int last) override {
+        post([this, file = qt(path), first, last] { emit controller_.fileWritten(file, first, last); });
+    }
+    void mailStatus(const MailStatus& progress) override {
+        post([this, progress] {
+            if (!controller_.mailStatus_) {
+                controller_.mailStatus_ = new EmailStatusDialog(controller_.window_);
+                controller_.mailStatus_->setAttribute(Qt::WA_DeleteOnClose);
+                QObject::connect(controller_.mailStatus_, &EmailStatusDialog::stopRequested, &controller_,
+                                 &RunController::stop);
+                controller_.mailStatus_->show();
+            }
+            controller_.mailStatus_->showStatus(progress);
+        });
+    }
+
+private:
+    template <typename Work>
+    void post(Work&& work) {
+        QMetaObject::invokeMethod(&controller_, std::forward<Work>(work), Qt::QueuedConnection);
+    }
+    template <typename Work>
+    void waitFor(Work&& work) {
+        if (closing) return;
+        QMetaObject::invokeMethod(
+            &controller_,
+            [&] {
+                if (!closing) work();
+            },
+            Qt::BlockingQueuedConnection);
+    }
+
+    RunController& controller_;
+};
+
+RunController::RunController(QWidget* window, OpenAction open)
+    : QObject(window), window_(window), open_(std::move(open)), bridge_(std::make_unique<Bridge>(*this)) {}
+
+RunController::~RunController() {
+    if (!running()) return;
+    bridge_->closing = true;
+    bridge_->requestCancel();
+    // The worker may be waiting for this thread: let it through until it ends.
+    while (!finishedFlag_.load()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    worker_.join();
+}
+
+bool RunController::start(Kind kind, BatchJob job) {
+    if (running()) return false;
+    bridge_->clearCancel();
+    finishedFlag_ = false;
+    status_ = new StatusDialog(window_);
+    status_->setAttribute(Qt::WA_DeleteOnClose);
+    connect(status_, &StatusDialog::stopRequested, this, &RunController::stop);
+    if (kind == Kind::Batch) status_->show();
+    worker_ = std::thread([this, kind, job = std::move(job)] {
+        MupdfHost host;
+        const BatchResult result = kind == Kind::Batch ? runBatch(job, host, *bridge_) : runShow(job, host, *bridge_);
+        finishedFlag_ = true;
+        QMetaObject::invokeMethod(
+            this, [this, result] { finishRun(result); }, Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void RunController::stop() { bridge_->requestCancel(); }
+
+void RunController::finishRun(const BatchResult& result) {
+    if (worker_.joinable()) worker_.join();
+    if (status_) status_->close();
+    if (mailStatus_) mailStatus_->close();
+    emit finished(result);
+}
+
+}  // namespace vellira::ui

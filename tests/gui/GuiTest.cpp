@@ -1,0 +1,299 @@
+// The desktop application on its real windows, off-screen: setups through
+// every control, the rules the mode lists apply, runs from "Process Batch
+// List" with their status window, Stop, and questions from the worker.
+#include "files/ParametersFile.h"
+#include "fixtures/PdfFixture.h"
+#include "host/MupdfHost.h"
+#include "support/Files.h"
+#include "support/TempDir.h"
+#include "ui/ApplicationWindow.h"
+#include "ui/MainDialog.h"
+#include "ui/RunController.h"
+#include "ui/StatusDialog.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QThread>
+#include <QTimer>
+
+#include <fstream>
+#include <memory>
+
+namespace vellira::ui {
+namespace {
+
+QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// What a control shows, as the user sees it.
+QString shown(const QWidget* control) {
+    if (const auto* box = qobject_cast<const QCheckBox*>(control)) return box->isChecked() ? "1" : "0";
+    if (const auto* line = qobject_cast<const QLineEdit*>(control)) return line->text();
+    if (const auto* combo = qobject_cast<const QComboBox*>(control)) return combo->currentText();
+    if (const auto* text = qobject_cast<const QPlainTextEdit*>(control)) return text->toPlainText();
+    return "?";
+}
+
+void click(QWidget* parent, const char* button) {
+    auto* found = parent->findChild<QPushButton*>(button);
+    QVERIFY2(found, button);
+    QTest::mouseClick(found, Qt::LeftButton);
+}
+
+// Answers the next message box with `button` once it shows, and keeps its
+// text.
+struct MessageBoxAnswer {
+    QString text;
+    bool onInterfaceThread = false;
+    explicit MessageBoxAnswer(QMessageBox::StandardButton button) {
+        auto* timer = new QTimer(qApp);
+        QObject::connect(timer, &QTimer::timeout, [this, timer, button] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box) return;
+            text = box->text();
+            onInterfaceThread = QThread::currentThread() == qApp->thread() && box->thread() == qApp->thread();
+            timer->deleteLater();
+            box->button(button)->click();
+        });
+        timer->start(20);
+    }
+};
+
+int pageCount(const std::filesystem::path& pdf) {
+    MupdfHost host;
+    return host.pageCount(host.openDocument(pdf));
+}
+
+void saveShot(QWidget* widget, const QString& name) {
+    QDir().mkpath(VELLIRA_SCREENSHOTS);
+    widget->grab().save(QString(VELLIRA_SCREENSHOTS) + "/" + name + ".png");
+}
+
+}  // namespace
+
+class GuiTest : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<testing::TempDir> dir_;
+    std::unique_ptr<ApplicationWindow> window_;
+    QStringList opened_;  // what the system's "open" action was given
+
+    // A window with its own settings folder, whose default list holds `rows`.
+    MainDialog* openApplication(const std::vector<std::filesystem::path>& rows = {}) {
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((*dir_ / "config").string()));
+        std::filesystem::create_directories(*dir_ / "config" / "vellira");
+        std::ofstream list(*dir_ / "config" / "vellira" / "default.lst");
+        for (const auto& row : rows) list << "+" << row.string() << "|\n";
+        list.close();
+        window_ = std::make_unique<ApplicationWindow>();
+        window_->setOpenAction([this](const QString& path) { opened_ << path; });
+        window_->show();
+        MainDialog* dialog = window_->openMainDialog();
+        dialog->findChild<QLineEdit*>("OUTPUTDIR")->setText(qt((*dir_ / "out").string()));
+        return dialog;
+    }
+
+    std::filesystem::path writeStatements(int pages) {
+        const auto pdf = *dir_ / "statements.pdf";
+        fixtures::writePdf(fixtures::statements(pages, 5), pdf);
+        return pdf;
+    }
+
+private slots:
+    void init() {
+        dir_ = std::make_unique<testing::TempDir>();
+        opened_.clear();
+    }
+    void cleanup() {
+        window_.reset();
+        dir_.reset();
+    }
+
+    // Every key goes from a setup file through "&Load Setup" into its control
+    // and back out through "&Save Setup" unchanged.
+    void everyKeyRoundTripsThroughItsControl() {
+        MainDialog* dialog = openApplication();
+        SplitSettings saved;
+        int number = 0;
+        for (const SettingsKey& key : settingsKeys()) {
+            ++number;
+            if (key.type == KeyType::Text)
+                assignKey(saved, key, "value of " + std::string(key.name));
+            else
+                assignKey(saved, key, std::to_string(key.type == KeyType::Flag ? number % 2 : 100 + number));
+        }
+        saved.EXTRACT = modeText(FilenameMode::NameAfterText);
+        saved.PAGEEXTRACT = modeText(PageExtractMode::UntilMatchAtPosition);
+        saved.EMAILMSG = "Dear customer,\r\nyour statement.";
+        saved.OFFSETFIRST = 0;
+        saved.offsetFirstWorking = 7;
+        const std::string text = parametersText(saved, false);
+        const auto setup = *dir_ / "job.pcs";
+        std::ofstream(setup, std::ios::binary) << text;
+
+        dialog->loadSetupFrom(qt(setup.string()));
+        // The main dialog's own controls, then those of the option dialogs.
+        int checked = 0;
+        const auto checkControls = [&](QWidget* root) {
+            for (const SettingsKey& key : settingsKeys()) {
+                const QWidget* control = root->findChild<QWidget*>(qt(key.name));
+                if (!control || key.name == "OFFSETFIRST" || key.name == "UNTILCHARACTERFILENAME" ||
+                    key.name == "EMAILLOGIN" || key.name == "EMAILPASSWORD")
+                    continue;  // the file never brings these back
+                QCOMPARE(shown(control), qt(keyValueText(key, saved)).replace("\r\n", "\n"));
+                ++checked;
+            }
+        };
+        checkControls(dialog->findChild<QWidget*>("settingsForm"));
+        for (const auto& [button, name] :
+             {std::pair{"reportOptions", "ReportOptionsDialog"}, {"emailOptions", "EmailSettingsDialog"}}) {
+            click(dialog, button);
+            auto* options = dialog->findChild<QDialog*>(name);
+            QVERIFY(options);
+            checkControls(options);
+            saveShot(options, name);
+            click(options, "saveExit");
+        }
+        QCOMPARE(checked, 52);
+
+        MessageBoxAnswer saidSaved(QMessageBox::Ok);
+        const auto again = *dir_ / "again.pcs";
+        dialog->saveSetupTo(qt(again.string()));
+        QCOMPARE(saidSaved.text, qt(again.string() + " saved."));
+        QCOMPARE(testing::readFile(again), text);
+    }
+
+    // The mode lists apply their rules to the controls as they change.
+    void modeListsApplyTheirRules() {
+        MainDialog* dialog = openApplication();
+        const auto choose = [&](const char* list, auto mode) {
+            auto* combo = dialog->findChild<QComboBox*>(list);
+            combo->setCurrentIndex(combo->findText(qt(modeText(mode))));
+        };
+        const auto control = [&](const char* key) { return dialog->findChild<QWidget*>(key); };
+        dialog->findChild<QLineEdit*>("EXTRACTFILENAME")->setText("Customer:");
+
+        choose("PAGEEXTRACT", PageExtractMode::MatchedPageOnly);
+        choose("EXTRACT", FilenameMode::Bookmark);
+        QCOMPARE(shown(control("PAGEEXTRACT")), qt(modeText(PageExtractMode::Bookmarks)));
+        QCOMPARE(shown(control("EXTRACTFILENAME")), QString());
+        QVERIFY(!control("EXTRACTFILENAME")->isEnabled());
+
+        choose("PAGEEXTRACT", PageExtractMode::NextMatchAtPosition);
+        QVERIFY(control("MATCHPOSH")->isEnabled());
+        QVERIFY(!control("UNTILMATCHPOSV")->isEnabled());
+        choose("EXTRACT", FilenameMode::NameAfterText);
+        QCOMPARE(shown(control("TAKENWORDSFORFILENAME")), QString("999"));
+        QVERIFY(control("UNTILHHPOSLESSTHAN")->isEnabled());
+        choose("EXTRACT", FilenameMode::NameAfterTextRestOfLine);
+        QVERIFY(control("EXTRACTFILENAME")->isEnabled());
+        QVERIFY(!control("ADDBWORDS")->isEnabled());
+
+        // A bookmark split names by the bookmark, whatever the search text
+        // but one that starts "Page start".
+        choose("PAGEEXTRACT", PageExtractMode::BookmarksLevel2);
+        QCOMPARE(shown(control("EXTRACT")), qt(modeText(FilenameMode::Bookmark)));
+        QVERIFY(!control("MATCHPOSH")->isEnabled());
+        saveShot(dialog, "MainDialog");
+    }
+
+    // "Process Batch List" splits the application's list on a worker thread;
+    // the rows show their status as it changes and the status window counts
+    // the pages.
+    void processBatchListSplitsTheList() {
+        const auto pdf = writeStatements(40);
+        MainDialog* dialog = openApplication({pdf, *dir_ / "missing.pdf"});
+        saveShot(window_.get(), "ApplicationWindow");
+        QStringList statuses;
+        int pages = 0;
+        connect(&dialog->runs(), &RunController::rowStatus, this,
+                [&](int row, const QString& status) { statuses << QString("%1 %2").arg(row).arg(status); });
+        connect(&dialog->runs(), &RunController::progress, this,
+                [&](const QString&, int page, int) { pages = std::max(pages, page); });
+        connect(&dialog->runs(), &RunController::progress, this, [&, shot = false]() mutable {
+            auto* status = dialog->findChild<StatusDialog*>("StatusDialog");
+            if (!shot && status && pages > 20) shot = true, saveShot(status, "StatusDialog");
+        });
+        click(dialog, "process");
+        QVERIFY(dialog->running());
+        QVERIFY(!dialog->findChild<QWidget*>("settingsForm")->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        QCOMPARE(statuses, (QStringList{"0 Processing", "0 Done", "1 file error"}));
+        QCOMPARE(window_->batchRows()[1].status, std::string("file error"));
+        QCOMPARE(pages, 40);
+        const auto out = *dir_ / "out";
+        QCOMPARE(std::distance(std::filesystem::directory_iterator(out), {}), 8);
+        QCOMPARE(pageCount(out / "extract_100007.pdf"), 5);
+        QVERIFY(dialog->findChild<QWidget*>("settingsForm")->isEnabled());
+    }
+
+    // Stop ends a long run between pages, and every file left is whole.
+    void stopEndsALongRun() {
+        const auto pdf = writeStatements(3000);
+        MainDialog* dialog = openApplication({pdf});
+        int reached = 0;
+        connect(&dialog->runs(), &RunController::progress, this, [&](const QString&, int page, int) {
+            reached = std::max(reached, page);
+            if (page >= 100) {
+                if (auto* stop = dialog->findChild<QPushButton*>("stopButton"); stop && stop->isEnabled())
+                    stop->click();
+            }
+        });
+        BatchResult ended;
+        connect(dialog, &MainDialog::runFinished, this, [&](const BatchResult& result) { ended = result; });
+        click(dialog, "process");
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 60000);
+        QVERIFY2(reached < 3000, "the run went on to the last page");
+        QVERIFY(ended.filesWritten > 0 && ended.filesWritten < 600);
+        const auto out = *dir_ / "out";
+        int files = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(out)) {
+            const std::string name = entry.path().filename().string();
+            QVERIFY2(name.starts_with("extract_") && name.ends_with(".pdf"), name.c_str());
+            QCOMPARE(pageCount(entry.path()), 5);
+            ++files;
+        }
+        QCOMPARE(files, ended.filesWritten);
+    }
+
+    // A question the run asks on its worker thread is a message box on the
+    // interface thread, and its answer goes back to the run.
+    void questionsFromTheRunAreAnsweredOnTheInterfaceThread() {
+        const auto pdf = writeStatements(10);
+        MainDialog* dialog = openApplication();
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        QCOMPARE(window_->findChild<QLabel*>("documentDetails")->text().left(10), QString("10 page(s)"));
+        dialog->findChild<QCheckBox*>("USECURRENT")->setChecked(true);
+        SplitSettings reports = dialog->settings();
+        reports.REPORTOPTIONSTXT = 1;
+        dialog->showInControls(reports);
+        MessageBoxAnswer asked(QMessageBox::Yes);
+        click(dialog, "process");
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        QCOMPARE(asked.text, QString("Done! - 2 PDF file(s) output\r\n\r\nReport files have been generated, do you "
+                                     "want to view text report ?"));
+        QVERIFY(asked.onInterfaceThread);
+        QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
+    }
+
+    // ExRun opens the main dialog as the menu item does, replacing one.
+    void exRunReplacesTheMainDialog() {
+        QPointer<MainDialog> first = openApplication();
+        QCOMPARE(ExRun(nullptr), 1);
+        QTRY_VERIFY(!first);
+        QVERIFY(window_->mainDialog());
+        QCOMPARE(window_->mainDialog()->windowTitle(), QString("Vellira Batch v4.01 -= Ornwick Software =-"));
+    }
+};
+
+}  // namespace vellira::ui
+
+QTEST_MAIN(vellira::ui::GuiTest)
+#include "GuiTest.moc"
