@@ -8,7 +8,8 @@
 #include <QThread>
 
 #include <atomic>
-#include <chrono>
+#include <mutex>
+#include <optional>
 
 namespace vellira::ui {
 
@@ -42,11 +43,18 @@ public:
         waitFor([&] { send = EmailListDialog(entries, controller_.window_).exec() == QDialog::Accepted; });
         return send;
     }
+    // Progress comes page by page, far faster than a window repaints: the
+    // latest is kept here and the interface thread looks at it on a timer.
     void progress(const Progress& p) override {
-        post([this, file = qt(p.file), page = p.page, pages = p.pages, files = p.filesWritten] {
-            if (controller_.status_) controller_.status_->showProgress(file, page, pages, files);
-            emit controller_.progress(file, page, pages, files);
-        });
+        const std::lock_guard lock(progressLock_);
+        latest_ = p;
+        progressChanged_ = true;
+    }
+    std::optional<Progress> takeProgress() {
+        const std::lock_guard lock(progressLock_);
+        if (!progressChanged_) return std::nullopt;
+        progressChanged_ = false;
+        return latest_;
     }
     void status(std::string_view text) override {
         post([this, line = qt(text)] {
@@ -95,10 +103,24 @@ private:
     }
 
     RunController& controller_;
+    std::mutex progressLock_;
+    Progress latest_;
+    bool progressChanged_ = false;
 };
 
 RunController::RunController(QWidget* window, OpenAction open)
-    : QObject(window), window_(window), open_(std::move(open)), bridge_(std::make_unique<Bridge>(*this)) {}
+    : QObject(window), window_(window), open_(std::move(open)), bridge_(std::make_unique<Bridge>(*this)) {
+    progressTimer_.setInterval(50);
+    connect(&progressTimer_, &QTimer::timeout, this, &RunController::showProgress);
+}
+
+void RunController::showProgress() {
+    const auto latest = bridge_->takeProgress();
+    if (!latest) return;
+    const QString file = qt(latest->file);
+    if (status_) status_->showProgress(file, latest->page, latest->pages, latest->filesWritten);
+    emit progress(file, latest->page, latest->pages, latest->filesWritten);
+}
 
 RunController::~RunController() {
     if (!running()) return;
@@ -120,6 +142,7 @@ bool RunController::start(Kind kind, BatchJob job) {
     status_->setAttribute(Qt::WA_DeleteOnClose);
     connect(status_, &StatusDialog::stopRequested, this, &RunController::stop);
     if (kind == Kind::Batch) status_->show();
+    progressTimer_.start();
     worker_ = std::thread([this, kind, job = std::move(job)] {
         MupdfHost host;
         const BatchResult result = kind == Kind::Batch ? runBatch(job, host, *bridge_) : runShow(job, host, *bridge_);
@@ -134,6 +157,8 @@ void RunController::stop() { bridge_->requestCancel(); }
 
 void RunController::finishRun(const BatchResult& result) {
     if (worker_.joinable()) worker_.join();
+    progressTimer_.stop();
+    showProgress();
     if (status_) status_->close();
     if (mailStatus_) mailStatus_->close();
     emit finished(result);

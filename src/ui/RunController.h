@@ -9,6 +9,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 
 #include <atomic>
 #include <memory>
@@ -47,12 +48,14 @@ signals:
 private:
     class Bridge;
     void finishRun(const BatchResult& result);
+    void showProgress();
 
     QWidget* window_;
     OpenAction open_;
     std::unique_ptr<Bridge> bridge_;
     std::thread worker_;
     std::atomic<bool> finishedFlag_{true};  // the worker has returned from the run
+    QTimer progressTimer_;
     QPointer<StatusDialog> status_;
     QPointer<EmailStatusDialog> mailStatus_;
 };

@@ -19,7 +19,9 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QPushButton>
+#include <QTableWidget>
 #include <QTest>
 #include <QThread>
 #include <QTimer>
@@ -281,6 +283,54 @@ private slots:
                                      "want to view text report ?"));
         QVERIFY(asked.onInterfaceThread);
         QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
+    }
+
+    // Asked to confirm, the run shows its mail list as a table and sends
+    // nothing on "Cancel".
+    void theMailListIsConfirmedInItsWindow() {
+        const auto pdf = writeStatements(10);
+        MainDialog* dialog = openApplication({pdf});
+        SplitSettings mailing = dialog->settings();
+        mailing.EMAILENABLE = mailing.EMAILCONFIRM = 1;
+        dialog->showInControls(mailing);
+        QStringList rows;
+        QTimer answer;
+        connect(&answer, &QTimer::timeout, this, [&] {
+            auto* list = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            if (!list || list->objectName() != "EmailListDialog") return;
+            auto* table = list->findChild<QTableWidget*>("emailList");
+            for (int row = 0; row < table->rowCount(); ++row)
+                rows << table->item(row, 1)->text() + " " + table->item(row, 2)->text() + "-" +
+                            table->item(row, 3)->text();
+            answer.stop();
+            click(list, "cancelButton");
+        });
+        answer.start(20);
+        MessageBoxAnswer summary(QMessageBox::Ok);
+        click(dialog, "process");
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        const QString out = qt((*dir_ / "out").string());
+        QCOMPARE(rows, (QStringList{out + "/extract_100000.pdf 1-5", out + "/extract_100001.pdf 6-10"}));
+        QCOMPARE(summary.text, QString("(0) Emails sent ok: 0, errors: 0"));
+    }
+
+    // A setup marked AUTOMATION runs the batch list by itself and closes the
+    // application when the run ends.
+    void anAutomationSetupRunsUnattended() {
+        const auto pdf = writeStatements(10);
+        std::filesystem::create_directories(*dir_ / "config" / "vellira");
+        std::ofstream(*dir_ / "config" / "vellira" / "default.lst") << "+" << pdf.string() << "|\n";
+        const auto setup = *dir_ / "auto.pcs";
+        std::ofstream(setup, std::ios::binary) << "AUTOMATION\r\nOUTPUTDIR;" << (*dir_ / "out").string() << " \r\n";
+        QProcess program;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_CONFIG_HOME", qt((*dir_ / "config").string()));
+        environment.insert("QT_QPA_PLATFORM", "offscreen");
+        program.setProcessEnvironment(environment);
+        program.start(VELLIRA_GUI_EXE, {"--params", qt(setup.string())});
+        QVERIFY(program.waitForFinished(30000));
+        QCOMPARE(program.exitCode(), 0);
+        QCOMPARE(std::distance(std::filesystem::directory_iterator(*dir_ / "out"), {}), 2);
     }
 
     // ExRun opens the main dialog as the menu item does, replacing one.
