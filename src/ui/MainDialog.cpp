@@ -417,19 +417,24 @@ void MainDialog::startRun(bool batch) {
     if (batch) job.rows = window_.batchRows();
     if (job.settings.USECURRENT) job.currentDocument = window_.currentDocument().toStdString();
     job.mail = mailTransportFromEnvironment();
-    form_->setEnabled(false);
-    for (auto* each : findChildren<QPushButton*>())
-        if (each->objectName() != "cancel" && each->objectName() != "help") each->setEnabled(false);
+    setRunning(true);
     runs_->start(batch ? RunController::Kind::Batch : RunController::Kind::Show, std::move(job));
+}
+
+void MainDialog::setRunning(bool running) {
+    // The settings and the buttons that start work stay still while a run
+    // works; "Help" and "Cancel" (which stops the run) do not.
+    form_->setEnabled(!running);
+    for (auto* each : findChildren<QPushButton*>(QString(), Qt::FindDirectChildrenOnly))
+        if (each->objectName() != "cancel" && each->objectName() != "help") each->setEnabled(!running);
+    if (!running) enableForModes();
 }
 
 void MainDialog::runEnded(const BatchResult& result) {
     // What the rows' parameters files set stays for the fields without a
     // control here; the controls keep what the user set.
     record_ = result.settings;
-    form_->setEnabled(true);
-    for (auto* each : findChildren<QPushButton*>()) each->setEnabled(true);
-    enableForModes();
+    setRunning(false);
     emit runFinished(result);
 }
 

@@ -67,6 +67,7 @@ private:
     void openEmailOptions();
     void viewCurrentPagePositions();
     void startRun(bool batch);
+    void setRunning(bool running);
     void runEnded(const BatchResult& result);
     void writeSettingsFile();
 
