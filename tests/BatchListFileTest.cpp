@@ -29,13 +29,17 @@ TEST(BatchListFile, RowsComeBackAsListedAndOddLinesAreSkipped) {
     ASSERT_TRUE(saveBatchList(dir / "default.lst", rows, dir / "default.lst", ui));
     EXPECT_EQ(ui.notes.size(), 1u);
 
-    writeText(dir / "hand.lst",
-              "+/in/a|b.pdf|/jobs/x.pcs\r\n\r\n~/in/no.pdf\n#comment\n" + std::string(600, '+') + "\n+/in/last.pdf|");
+    // A piece of a line holds 512 characters, not bytes: 300 accented
+    // letters are one path.
+    std::string accented = "/in/";
+    for (int i = 0; i < 300; ++i) accented += "\xC3\xA9";
+    writeText(dir / "hand.lst", "+/in/a|b.pdf|/jobs/x.pcs\r\n\r\n~/in/no.pdf\n#comment\n" + std::string(600, '+') +
+                                    "\n+" + accented + "|\n+/in/last.pdf|");
     std::vector<BatchRow> loaded;
     ASSERT_TRUE(loadBatchList(dir / "hand.lst", loaded, ui));
     const std::vector<std::vector<std::string>> expected = {
-        {"Yes", "/in/a", "b.pdf|/jobs/x.pcs"}, {"No", "/in/no.pdf", ""},    {"Yes", std::string(511, '+'), ""},
-        {"Yes", std::string(87, '+'), ""},     {"Yes", "/in/last.pdf", ""},
+        {"Yes", "/in/a", "b.pdf|/jobs/x.pcs"}, {"No", "/in/no.pdf", ""}, {"Yes", std::string(511, '+'), ""},
+        {"Yes", std::string(87, '+'), ""},     {"Yes", accented, ""},    {"Yes", "/in/last.pdf", ""},
     };
     ASSERT_EQ(loaded.size(), expected.size());
     for (std::size_t i = 0; i < loaded.size(); ++i) {

@@ -211,6 +211,30 @@ public:
     }
 };
 
+TEST(PageExtraction, SourcesAreNeverWrittenOverAndLongNamesAreSaved) {
+    testing::TempDir dir;
+    // "run" names the first range like its source; the second name fills a
+    // 250-byte file name.
+    const std::string longName(246, 'n');
+    const auto source = writeStatements(dir / "run.pdf", 6, {{1, "run"}, {4, longName}});
+    const std::string before = readFile(source);
+    for (const int append : {0, 1}) {
+        const auto run = split(source, [&](BatchJob& job) {
+            job.settings.OUTPUTDIR = dir.path().string();
+            job.settings.PREFIXFILENAME = "";
+            job.settings.ALWAYSAPPEND = append;
+        });
+        EXPECT_EQ(readFile(source), before) << append;
+        EXPECT_EQ(run.notes, std::vector<std::string>{"Abort!! Save Error message: the output would replace its "
+                                                      "source, file: '" +
+                                                      source.string() + "'"})
+            << append;
+        EXPECT_EQ(pageMarkers(dir / (longName + ".pdf")), markers(4, 6)) << append;
+        for (const auto& name : folderEntries(dir.path())) EXPECT_FALSE(name.starts_with(".vellira-")) << name;
+        std::filesystem::remove(dir / (longName + ".pdf"));
+    }
+}
+
 TEST(PageExtraction, AFailedSaveLeavesTheEarlierFileAsItWas) {
     for (const int append : {0, 1}) {
         testing::TempDir dir;

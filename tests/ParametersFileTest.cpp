@@ -90,6 +90,7 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
     EXPECT_EQ(read("FINDSTRING;Invoice  \r\n").FINDSTRING, "Invoice ");
     EXPECT_EQ(read("FINDSTRING;\r\n").FINDSTRING, "");
     EXPECT_EQ(read("findstring;lower \r\n").FINDSTRING, "kept");
+    EXPECT_EQ(read("FINDSTRING\r\n").FINDSTRING, "kept");  // a key without ";" sets nothing
     EXPECT_EQ(read("FINDSTRING;a;b \r\n").FINDSTRING, "a");
     EXPECT_EQ(read("FINDSTRING;Gr\xFC\xDF"
                    "e \r\n")

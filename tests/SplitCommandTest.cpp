@@ -5,8 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <chrono>
 #include <fstream>
 #include <regex>
+#include <thread>
 
 namespace vellira {
 namespace {
@@ -44,7 +49,7 @@ TEST(SplitCommand, CutsAtEachMatchNamesByTheNextWordAndReports) {
         runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) + " --set REPORTOPTIONSTXT=1 " + quoted(pdf));
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Done\t" + pdf.string() + "\n");
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.err, "3 file(s) written to " + out.string() + "\n");
 
     const std::vector<std::pair<std::string, std::vector<std::string>>> expected = {
         {"extract_C100.pdf", {"p1", "p2", "p3"}},
@@ -87,21 +92,21 @@ TEST(SplitCommand, EveryRowGetsItsStatusAndTheRunGoesOn) {
     fixtures::writePdf(locked, dir / "locked.pdf");
     const auto out = dir / "out";
 
-    const auto result =
-        runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") + " " +
-                            quoted(dir / "damaged.pdf") + " " + quoted(dir / "locked.pdf") + " " + quoted(good));
+    const auto result = runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") +
+                                            " " + quoted(dir / "damaged.pdf") + " " + quoted(dir / "locked.pdf") + " " +
+                                            quoted(good) + " " + quoted(dir / "tmp"));
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "file error\t" + (dir / "missing.pdf").string() + "\nCan't open\t" +
                               (dir / "damaged.pdf").string() + "\nPermissions error\t" + (dir / "locked.pdf").string() +
-                              "\nDone\t" + good.string() + "\n");
-    EXPECT_EQ(result.err, "Done, some errors occurred.\n");
+                              "\nDone\t" + good.string() + "\nfile error\t" + (dir / "tmp").string() + "\n");
+    EXPECT_EQ(result.err, "Done, some errors occurred.\n3 file(s) written to " + out.string() + "\n");
     EXPECT_TRUE(std::filesystem::exists(out / "extract_C900.pdf"));
 
     // A missing file alone is not an error of the run's PDFs.
     const auto missingOnly = runProgram(
         dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") + " " + quoted(good));
     EXPECT_EQ(missingOnly.status, 1);
-    EXPECT_EQ(missingOnly.err, "");
+    EXPECT_EQ(missingOnly.err, "3 file(s) written to " + out.string() + "\n");
 }
 
 TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
@@ -128,7 +133,7 @@ TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
                               (dir / "missing.pdf").string() + "\nCan't open\t" + (dir / "notes.pdf").string() +
                               "\nDone\t" + (dir / "second.pdf").string() + "\nDone\t" + (dir / "third.pdf").string() +
                               "\nDone\t" + pdf.string() + "\n");
-    EXPECT_EQ(result.err, "Done, some errors occurred.\n");
+    EXPECT_EQ(result.err, "Done, some errors occurred.\n30 file(s) written to " + (dir / "pages").string() + "\n");
     // Before the row with its own setup nothing was cut; from it on, every
     // page is a file of its own in the other folder, for all later rows.
     EXPECT_FALSE(std::filesystem::exists(dir / "accounts"));
@@ -157,6 +162,9 @@ TEST(SplitCommand, RefusesWhatCannotRun) {
              quoted(pdf),
          1, "When using h,v position only one word is allowed in search, that word is the position\n"},
         {"split --set 'FINDSTRING=a b c d e f g h i j k l m n o p q r s t u' " + quoted(pdf), 1, "at most 20"},
+        {"split --set USECURRENT=1", 1, "Please open a document first or set it to use a filename\n"},
+        {"split --set 'EXTRACT=next word as filename' " + quoted(pdf), 1,
+         "Unknown filename mode: \"next word as filename\". The filename modes are:\n\"Next word as filename\"\n"},
         {"split", 1,
          "Please add files to batch list to process or load a pdf and check use current to process a single pdf\n"},
         {"show --set 'PAGEEXTRACT=Bookmarks' " + quoted(pdf), 0, "Sorry can't show with bookmarks, can extract only\n"},
@@ -169,6 +177,16 @@ TEST(SplitCommand, RefusesWhatCannotRun) {
         EXPECT_NE(result.err.find(c.err), std::string::npos) << c.arguments << "\n" << result.err;
         EXPECT_FALSE(std::filesystem::exists(out)) << c.arguments;
     }
+
+    // A refused run still saves the settings it was given, "[DESKTOP]" as written.
+    const auto refused =
+        runProgram(dir,
+                   "split --set 'FINDSTRING=account: C100' --set 'PAGEEXTRACT=From match to next match using "
+                   "position h,v' --set 'OUTPUTDIR=[DESKTOP]/parts' " +
+                       quoted(pdf));
+    EXPECT_EQ(refused.status, 1);
+    const std::string saved = readFile(dir / "config" / "vellira" / "VelliraBatch.ini");
+    EXPECT_NE(saved.find("\r\nOUTPUTDIR;[DESKTOP]/parts \r\n"), std::string::npos) << saved;
 }
 
 TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
@@ -181,7 +199,7 @@ TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
     EXPECT_EQ(result.err,
               "Done! - 3 PDF file(s) output\r\n\r\nReport files have been generated, do you want to view text report "
               "?\n(answered yes)\n" +
-                  pdf.string() + "_report.txt\n");
+                  pdf.string() + "_report.txt\n3 file(s) written to " + out.string() + "\n");
 
     const auto none =
         runProgram(dir, "split --set FINDSTRING=nowhere --set USECURRENT=1 --set FILENAME=" + quoted(pdf) +
@@ -189,7 +207,65 @@ TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
     EXPECT_EQ(none.status, 1);
     EXPECT_EQ(none.err,
               "Done! and no matches we're found!,\r\nplease note: word searching is case sensitive & must contain "
-              "the full word\n");
+              "the full word\n0 file(s) written\n");
+}
+
+// The exit status and the last line of standard error tell a scheduled job
+// what came of the run: 0 all written, 3 written with warnings, 1 failed.
+TEST(SplitCommand, ExitStatusAndSummaryTellWhatHappened) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    const auto out = dir / "out";
+    const std::string to = " file(s) written to " + out.string();
+    struct Case {
+        std::string what, settings;
+        int status;
+        std::string summary;
+    } const cases[] = {
+        {"all written", "", 0, "3" + to},
+        {"a save fails", "", 3, "2" + to + "; 1 save(s) failed"},
+        {"nothing matches", "--set FINDSTRING=nowhere", 3, "0 file(s) written"},
+        {"the mails fail", "--set EMAILENABLE=1 --set EMAILSMTP=127.0.0.1:1 --set EMAILFROM=a@b.test", 3,
+         "3" + to + "; 3 mail(s) failed"},
+    };
+    for (const auto& c : cases) {
+        std::filesystem::remove_all(out);
+        // A folder where an output should go makes its save fail.
+        if (c.what == "a save fails") std::filesystem::create_directories(out / "extract_C400.pdf" / "inside");
+        const auto result =
+            runProgram(dir, "split " + c.settings + " --set OUTPUTDIR=" + quoted(out) + " " + quoted(pdf));
+        EXPECT_EQ(result.status, c.status) << c.what << "\n" << result.err;
+        EXPECT_EQ(result.out, "Done\t" + pdf.string() + "\n") << c.what;
+        EXPECT_TRUE(result.err.ends_with("\n" + c.summary + "\n") || result.err == c.summary + "\n") << c.what << "\n"
+                                                                                                     << result.err;
+    }
+
+    // Ctrl-C: the row is done as far as it went, the run says so with 3.
+    fixtures::writePdf(fixtures::statements(3000, 5), dir / "long.pdf");
+    std::filesystem::remove_all(out);
+    const std::string command = "'" VELLIRA_BATCH_EXE "' split --set OUTPUTDIR=" + quoted(out) + " " +
+                                quoted(dir / "long.pdf") + " >" + quoted(dir / "stdout.txt") + " 2>" +
+                                quoted(dir / "stderr.txt");
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setenv("XDG_CONFIG_HOME", (dir / "config").c_str(), 1);
+        execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    for (int wait = 0; wait < 2000; ++wait) {
+        std::error_code missing;
+        if (std::distance(std::filesystem::directory_iterator(out, missing), {}) >= 5) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    const auto written = std::distance(std::filesystem::directory_iterator(out), {});
+    EXPECT_LT(written, 600);
+    EXPECT_TRUE(readFile(dir / "stderr.txt").ends_with(std::to_string(written) + to + "\n"))
+        << readFile(dir / "stderr.txt");
 }
 
 }  // namespace

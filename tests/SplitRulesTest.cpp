@@ -297,6 +297,9 @@ TEST(SplitRules, PageLimitsAndWhatTheSearchTextMatches) {
          [](SplitSettings& s) { s.STARTFROMPAGE = 2, s.TOPAGE = -2; },
          {{"extract_B4.pdf", "4-8"}}},
         {"start page 0 is page 1", ten, [](SplitSettings& s) { s.STARTFROMPAGE = 0; }, all},
+        {"numbers at the ends of their range", ten,
+         [](SplitSettings& s) { s.STARTFROMPAGE = INT_MIN, s.TOPAGE = INT_MAX; }, all},
+        {"a start beyond every range", ten, [](SplitSettings& s) { s.OFFSETFIRST = INT_MAX; }, {}},
         {"only the start moves with OFFSETFIRST",
          ten,
          [](SplitSettings& s) { s.OFFSETFIRST = 2; },
@@ -523,13 +526,13 @@ TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
          {"Done"},
          {unreadable + "6"},
          6},
-        {"scanning past the last page",
+        {"a last page beyond the document is its last page",
          [](Fixture& f) { f.settings.TOPAGE = 12; },
          1,
-         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}},
+         {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}},
          {"Done"},
-         {unreadable + "11"},
-         11},
+         {},
+         10},
     };
     for (const auto& c : cases) {
         Fixture fixture(pages);
@@ -594,6 +597,16 @@ TEST(SplitRules, RowsAndFilesAreReportedAsTheyHappen) {
     // settings are untouched.
     EXPECT_EQ(f.result.settings.PREFIXFILENAME, "own_");
     EXPECT_EQ(f.settings.PREFIXFILENAME, "extract_");
+}
+
+TEST(SplitRules, SplitToSourcePutsEachOutputBesideItsSource) {
+    Fixture f(document(4, accountsOn({{1, "A"}})));
+    std::filesystem::create_directories(f.dir / "other");
+    const std::string second = f.addSource("other/more.pdf", document(3, accountsOn({{2, "B"}})));
+    f.settings.SPLITTOSOURCE = 1;
+    f.run({f.source, second});
+    EXPECT_EQ(f.ui.written, (std::vector<std::string>{(f.dir / "extract_A.pdf").string() + " 1-4",
+                                                      (f.dir / "other" / "extract_B.pdf").string() + " 2-3"}));
 }
 
 // Ten pages; A on page 1 with its child A1 on page 2, B on page 4.

@@ -1,7 +1,9 @@
 #include "cli/ConsoleInterface.h"
 
 #include <unistd.h>
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 namespace vellira::cli {
 
@@ -40,5 +42,26 @@ void ConsoleInterface::status(std::string_view text) {
 }
 
 void ConsoleInterface::showFile(std::string_view path) { note(path); }
+
+void ConsoleInterface::fileWritten(std::string_view path, int, int) {
+    const auto cut = path.find_last_of(static_cast<char>(std::filesystem::path::preferred_separator));
+    const std::string folder(cut == std::string_view::npos ? std::string_view(".") : path.substr(0, cut));
+    const auto known =
+        std::find_if(folders_.begin(), folders_.end(), [&](const auto& each) { return each.first == folder; });
+    if (known == folders_.end())
+        folders_.emplace_back(folder, 1);
+    else
+        ++known->second;
+}
+
+std::string ConsoleInterface::writtenSummary() const {
+    if (folders_.empty()) return "0 file(s) written";
+    std::string summary;
+    for (const auto& [folder, files] : folders_) {
+        if (!summary.empty()) summary += ", ";
+        summary += std::to_string(files) + " file(s) written to " + folder;
+    }
+    return summary;
+}
 
 }  // namespace vellira::cli

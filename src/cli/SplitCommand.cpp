@@ -73,6 +73,22 @@ int runMailTest(const SettingsOptions& options) {
     return sendTestMail(settings, ui, mailTransportFromEnvironment()) ? 0 : 1;
 }
 
+// 1 when a row failed or the run was refused; 3 when every row is "Done"
+// but a range or a mail failed, a document gave no range, or the run was
+// stopped; 0 when all was done.
+int exitStatus(const BatchResult& result) {
+    bool left = false;
+    for (const auto& row : result.rows) {
+        if (row.use != "Yes" || row.status == "Done") continue;
+        if (row.status != "Ready.") return 1;
+        left = true;
+    }
+    if (!result.completed && !result.stopped) return 1;
+    const bool warned = result.stopped || left || result.rangesFailed > 0 || result.mailsFailed > 0 ||
+                        result.documentsWithoutRanges > 0;
+    return warned ? 3 : 0;
+}
+
 int runSplit(const SplitOptions& options) {
     BatchJob job;
     if (const auto error = applySettings(options.settings, job.settings); !error.empty()) {
@@ -93,13 +109,13 @@ int runSplit(const SplitOptions& options) {
         result = runBatch(job, host, ui);
     }
     ui.endProgress();
-    bool allDone = result.completed;
-    for (const auto& row : result.rows) {
-        std::cout << row.status << "\t" << row.path << "\n";
-        if (row.use == "Yes" && row.status != "Done") allDone = false;
-    }
+    for (const auto& row : result.rows) std::cout << row.status << "\t" << row.path << "\n";
     std::cout << std::flush;
-    return allDone && std::cout ? 0 : 1;
+    std::string summary = ui.writtenSummary();
+    if (result.rangesFailed > 0) summary += "; " + std::to_string(result.rangesFailed) + " save(s) failed";
+    if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
+    std::cerr << summary << "\n";
+    return std::cout ? exitStatus(result) : 1;
 }
 
 int runShow(const ShowOptions& options) {

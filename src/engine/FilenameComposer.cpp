@@ -2,7 +2,9 @@
 
 #include "core/Text.h"
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <filesystem>
 #include <optional>
 
@@ -86,21 +88,24 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
     replaceAll(text, "[EXTRACTTEXT]", cleaned);
     if (text.find("[EXTRACTTEXTDIR]") != std::string::npos) {
         std::error_code ignored;
-        std::filesystem::create_directory(host_.makeHostPath(settings_.OUTPUTDIR + kSeparator + std::string(cleaned)),
+        std::filesystem::create_directory(host_.makeHostPath(outputFolder() + kSeparator + std::string(cleaned)),
                                           ignored);
         replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
     }
     replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));
     replaceAll(text, "[PAGEEND]", number("%6.6ld", range.end + 1L));
-    replaceAll(text, "[PAGESTARTNOMASK]", number("%ld", range.start + settings_.offsetFirstWorking + 1L));
+    replaceAll(text, "[PAGESTARTNOMASK]",
+               number("%ld", range.start + static_cast<long>(settings_.offsetFirstWorking) + 1L));
     replaceAll(text, "[PAGEENDNOMASK]", number("%ld", range.end + 1L));
     replaceAll(text, "[PAGES]", number("%6.6ld", range.end - range.start + 1L));
     replaceAll(text, "[TOTALPAGES]", number("%6.6ld", range.totalPages));
     for (std::size_t at = text.find("[POS"); at != std::string::npos; at = text.find("[POS", at)) {
         const auto close = text.find(']', at);
         if (close == std::string::npos) break;
-        const std::string found = GetPos(std::string_view(text).substr(at, close - at + 1),
-                                         range.start + settings_.offsetFirstWorking + 1, range.end + 1);
+        const long long first = range.start + static_cast<long long>(settings_.offsetFirstWorking) + 1;
+        const std::string found =
+            GetPos(std::string_view(text).substr(at, close - at + 1),
+                   static_cast<int>(std::clamp<long long>(first, INT_MIN, INT_MAX)), range.end + 1);
         text.replace(at, close - at + 1, found);
         at += found.size();
     }
@@ -148,7 +153,7 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
     const std::string body = cutBody(cleaned, true);
     szOutFilenameLine = cutBody(szOutFilenameLine, false);
 
-    const std::string head = settings_.OUTPUTDIR + kSeparator + prefix;
+    const std::string head = outputFolder() + kSeparator + prefix;
     switch (*mode) {
         case FilenameMode::PageStart: result_ = head + std::to_string(range.start + 1L) + postfix + ".pdf"; break;
         case FilenameMode::PageStartEnd:
@@ -165,6 +170,14 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
     }
     if (namesAfterText(*mode)) nameTextUsed = true;
     return result_;
+}
+
+std::string FilenameComposer::outputFolder() const {
+    if (!settings_.SPLITTOSOURCE) return settings_.OUTPUTDIR;
+    // Beside the source: its folder as written, or the current folder for a
+    // bare file name.
+    const auto cut = settings_.FILENAME.find_last_of(kSeparator == '/' ? "/" : "\\/");
+    return cut == std::string::npos ? std::string(".") : settings_.FILENAME.substr(0, cut == 0 ? 1 : cut);
 }
 
 std::string FilenameComposer::GetPos(std::string_view text, int firstPage, int lastPage) {

@@ -66,6 +66,8 @@ public:
     std::string GetDataFromPDF2(int horizStart, int horizEnd, int vertStart, int vertEnd, int pageStart, int pageEnd);
 
 private:
+    // OUTPUTDIR, or the source's own folder with SPLITTOSOURCE.
+    std::string outputFolder() const;
     void expandMacros(std::string& text, std::string_view cleaned, const NameRange& range);
     std::string cutBody(std::string text, bool stripEnd) const;
 

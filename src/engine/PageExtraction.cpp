@@ -4,8 +4,10 @@
 #include "core/Text.h"
 #include "engine/SplitEngine.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <thread>
@@ -90,7 +92,10 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
 }
 
 void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
-    start += settings.offsetFirstWorking;
+    // The shifted start in 64 bits: no "Remove first" value can overflow it;
+    // one past the range leaves the range empty, as the host then says.
+    start = static_cast<int>(
+        std::clamp<long long>(static_cast<long long>(start) + settings.offsetFirstWorking, -1, INT_MAX - 1));
     composer.nameTextUsed = false;
     match.line.bFirstFileMatch = true;
     if (ui.cancelled()) return;
@@ -115,52 +120,7 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     // A row that switched the split list on after the run opened none still
     // gets its PDFs.
     if (!run.g_createList || !run.splitList.isOpen()) {
-        const auto hostPath = host.makeHostPath(outFile);
-        std::error_code ignored;
-        const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
-        DocHandle target;
-        try {
-            target = host.createDocument();
-            if (append) {
-                const DocHandle old = host.openDocumentUnseen(hostPath);
-                try {
-                    host.insertPages(target, old, 0, host.pageCount(old), settings.KEEPBOOKMARKS != 0);
-                } catch (const HostError&) {
-                    host.closeDocument(old);
-                    throw;
-                }
-                host.closeDocument(old);
-            }
-        } catch (const HostError& error) {
-            if (target) host.closeDocument(target);
-            ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
-            ++run.rangesFailed;
-            return;
-        }
-        bool inserted = true;
-        try {
-            host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
-        } catch (const HostError& error) {
-            ui.note("Extract Pages Abort!! Error message: " + error.text());
-            inserted = false;
-        }
-        if (host.pageCount(target) > 0) {
-            // An output appended to is saved again even when this range's
-            // pages could not be added; the range still counts as failed.
-            const bool saved = SavePDDoc(target, outFile);
-            if (saved && inserted) {
-                ++run.filesWritten;
-                ui.fileWritten(outFile, start + 1, end + 1);
-            } else {
-                ++run.rangesFailed;
-            }
-            waitWhileInUse(ui, hostPath, false);
-        } else {
-            // Nothing to write (a range that OFFSETFIRST moved past its end):
-            // no file rather than a PDF without pages.
-            host.closeDocument(target);
-            if (!inserted) ++run.rangesFailed;
-        }
+        writeRange(source, outFile, start, end);
     } else {
         int sourcePages = 0;
         try {
@@ -200,6 +160,80 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     ++doc.rangesSinceReopen;
     if (doc.rangesSinceReopen >= kReopenEvery && doc.totalPages >= kReopenFromPages) reopenSource();
     ui.progress({settings.FILENAME, end + 1, doc.totalPages, doc.outputFiles});
+}
+
+bool SplitEngine::isRunSource(const std::filesystem::path& path) const {
+    for (const auto& source : run.sources) {
+        std::error_code unknown;
+        if (std::filesystem::equivalent(path, source, unknown)) return true;
+    }
+    return false;
+}
+
+void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end) {
+    const auto hostPath = host.makeHostPath(outFile);
+    if (isRunSource(hostPath)) {
+        ui.note("Abort!! Save Error message: the output would replace its source, file: '" + outFile + "'");
+        ++run.rangesFailed;
+        return;
+    }
+    std::error_code ignored;
+    const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
+    DocHandle target;
+    try {
+        target = host.createDocument();
+        if (append) {
+            const DocHandle old = host.openDocumentUnseen(hostPath);
+            try {
+                host.insertPages(target, old, 0, host.pageCount(old), settings.KEEPBOOKMARKS != 0);
+            } catch (const HostError&) {
+                host.closeDocument(old);
+                throw;
+            }
+            host.closeDocument(old);
+        }
+    } catch (const HostError& error) {
+        if (target) host.closeDocument(target);
+        ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
+        ++run.rangesFailed;
+        return;
+    }
+    bool inserted = true;
+    try {
+        host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
+    } catch (const HostError& error) {
+        ui.note("Extract Pages Abort!! Error message: " + error.text());
+        inserted = false;
+    }
+    if (host.pageCount(target) == 0) {
+        // Nothing to write (a range that OFFSETFIRST moved past its end): no
+        // file rather than a PDF without pages.
+        host.closeDocument(target);
+        if (!inserted) ++run.rangesFailed;
+        return;
+    }
+    // An output appended to is saved again even when this range's pages
+    // could not be added; the range still counts as failed.
+    const bool saved = SavePDDoc(target, outFile);
+    waitWhileInUse(ui, hostPath, false);
+    if (!saved || !inserted) {
+        ++run.rangesFailed;
+        return;
+    }
+    ++run.filesWritten;
+    ui.fileWritten(outFile, start + 1, end + 1);
+    // Two ranges of one name: unless the later one holds the earlier one's
+    // pages (or was appended to it), the earlier pages are gone. Say so.
+    const auto [earlier, first] = run.written.try_emplace(outFile, start + 1, end + 1);
+    if (first) return;
+    auto& [oldFirst, oldLast] = earlier->second;
+    if (!append && (start + 1 > oldFirst || end + 1 < oldLast))
+        ui.note(
+            formatText("Warning: '%s' was written again with pages %d-%d, replacing pages %d-%d written earlier "
+                       "in this run",
+                       outFile.c_str(), start + 1, end + 1, oldFirst, oldLast));
+    earlier->second =
+        append ? std::pair(std::min(oldFirst, start + 1), std::max(oldLast, end + 1)) : std::pair(start + 1, end + 1);
 }
 
 // A long run on a very large source reopens it every hundred ranges, so the

@@ -9,6 +9,14 @@ namespace vellira {
 
 namespace {
 
+// "Unknown KIND mode: "TEXT"", then the texts the setting may hold.
+template <typename Table>
+std::string unknownModeMessage(const char* kind, const std::string& text, const Table& table) {
+    std::string message = std::string("Unknown ") + kind + " mode: \"" + text + "\". The " + kind + " modes are:";
+    for (const auto& [mode, name] : table) message.append("\n\"").append(name).append("\"");
+    return message;
+}
+
 constexpr std::string_view kNoMatches =
     "No matches found,\r\nplease note: word searching is case sensitive & must contain the full word";
 
@@ -21,18 +29,26 @@ bool SplitEngine::beginRun(const std::tm& now) {
     composer.runTime = now;
     composer.sequence = 0;
     match = MatchState{};
-    run.filesWritten = run.rangesFailed = 0;
+    run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = 0;
+    run.written.clear();
+    // The split list is taken once per run: a row's own settings cannot turn
+    // a split-list run into one that writes PDFs.
+    run.g_createList = settings.CREATELIST != 0;
     return takeSettings();
 }
 
 bool SplitEngine::takeSettings() {
     const auto mode = pageExtractModeOf(settings.PAGEEXTRACT);
     if (!mode) {
-        ui.note("Unknown split mode: \"" + settings.PAGEEXTRACT + "\"");
+        ui.note(unknownModeMessage("split", settings.PAGEEXTRACT, kExtractModes));
+        return false;
+    }
+    composer.takeMode(settings.EXTRACT);
+    if (!composer.mode) {
+        ui.note(unknownModeMessage("filename", settings.EXTRACT, kFilenameModes));
         return false;
     }
     run.lAquireType = *mode;
-    composer.takeMode(settings.EXTRACT);
     run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
     run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
     run.lExtractFilenameNumWords = countSearchWords(settings.EXTRACTFILENAME);
@@ -45,7 +61,6 @@ bool SplitEngine::takeSettings() {
             return false;
         }
     }
-    run.g_createList = settings.CREATELIST != 0;
     return true;
 }
 
@@ -149,15 +164,17 @@ void SplitEngine::scan(ScanView view) {
         return;
     }
     doc.totalPages = pages;
-    int last = pages;
-    if (settings.TOPAGE < 0 && pages + settings.TOPAGE > 0)
-        last = pages + settings.TOPAGE;
+    // The pages to scan, in 64 bits so that no setting can overflow them; a
+    // last page beyond the document is its last page.
+    long long last = pages;
+    if (settings.TOPAGE < 0 && pages + static_cast<long long>(settings.TOPAGE) > 0)
+        last = pages + static_cast<long long>(settings.TOPAGE);
     else if (settings.TOPAGE > 0)
-        last = settings.TOPAGE;  // not limited to the page count: missing pages fail as the host says
-    const int first = std::max(settings.STARTFROMPAGE - 1, 0);
+        last = std::min<long long>(settings.TOPAGE, pages);
+    const long long first = std::max(settings.STARTFROMPAGE - 1LL, 0LL);
     const auto limit = streamedWordLimit(settings.TAKENCHARSFORFILENAME);
 
-    for (int page = first; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
+    for (int page = static_cast<int>(std::min(first, last)); page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
         match.line.lLineWordCount = 0;
         if (run.trace.on()) run.trace.write("Processing PageNum: %d\r\n", page);
         match.line.bConcatLine2 = false;
@@ -169,7 +186,7 @@ void SplitEngine::scan(ScanView view) {
                 doc.szOutFilenameLine += '_';
             }
         }
-        if (run.trace.on()) run.trace.write("------ Scanning page: %d out of %d\r\n", page + 1, last - first);
+        if (run.trace.on()) run.trace.write("------ Scanning page: %d out of %lld\r\n", page + 1, last - first);
         ui.progress({settings.FILENAME, page + 1, pages, doc.outputFiles});
         try {
             pageRotation_ = page < pages ? host.pageRotation(doc.source, page) : 0;
@@ -182,7 +199,7 @@ void SplitEngine::scan(ScanView view) {
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
     if (doc.lStartPage >= 0 && view == ScanView::Split) {
-        doc.lEndPage = std::max(last - 1, doc.lStartPage);
+        doc.lEndPage = std::max(static_cast<int>(last) - 1, doc.lStartPage);
         if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.position.lastPositionWord;
         // A one-page document turns the unique mode into the plain one for the
         // rest of the run.

@@ -21,8 +21,10 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace vellira {
@@ -47,9 +49,15 @@ struct RunState {
     // free "_partNNN" name is taken instead. Nothing in a run turns it off.
     bool overwrite = true;
     Trace trace;
+    // The source documents of the run: no output may replace one of them.
+    std::vector<std::filesystem::path> sources;
     // What the run's ranges came to, over all its documents.
-    int filesWritten = 0;  // PDFs saved
-    int rangesFailed = 0;  // ranges whose PDF could not be made or saved
+    int filesWritten = 0;            // PDFs saved
+    int rangesFailed = 0;            // ranges whose PDF could not be made or saved
+    int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
+    // The 1-based source pages each output saved in this run holds, so that
+    // an output written over by another range is told.
+    std::unordered_map<std::string, std::pair<int, int>> written;
 };
 
 // One output file of a document, for mailing.
@@ -184,6 +192,10 @@ private:
     bool textMatches(std::string_view wanted, int words, const std::string& single, const std::string& multi) const;
     int lineCoordinate(int h, int v) const;
     void reopenSource();
+    // Writes one range to its PDF (created, or appended to), unless that
+    // file is a source of the run.
+    void writeRange(DocHandle source, const std::string& outFile, int start, int end);
+    bool isRunSource(const std::filesystem::path& path) const;
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.
     bool restOfLineNames() const;

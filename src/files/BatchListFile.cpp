@@ -19,6 +19,34 @@ constexpr const char* kLineEnd = "\r\n";
 constexpr const char* kLineEnd = "\n";
 #endif
 
+// The next piece of a line: at most 512 characters, up to and including the
+// line end. A UTF-8 sequence is one character, never cut; any other byte is
+// one character. Answers false at the end of the file.
+bool readPiece(std::FILE* file, std::string& piece) {
+    piece.clear();
+    for (std::size_t chars = 0; chars < kLinePiece; ++chars) {
+        const int c = std::getc(file);
+        if (c == EOF) break;
+        piece += static_cast<char>(c);
+        const auto lead = static_cast<unsigned char>(c);
+        const int continuations = lead >= 0xF0 && lead < 0xF5   ? 3
+                                  : lead >= 0xE0 && lead < 0xF0 ? 2
+                                  : lead >= 0xC2 && lead < 0xE0 ? 1
+                                                                : 0;
+        for (int k = 0; k < continuations; ++k) {
+            const int next = std::getc(file);
+            if (next == EOF) break;
+            if ((next & 0xC0) != 0x80) {
+                std::ungetc(next, file);
+                break;
+            }
+            piece += static_cast<char>(next);
+        }
+        if (c == '\n') break;
+    }
+    return !piece.empty();
+}
+
 bool isPdfName(const std::filesystem::path& path) {
     std::string extension = path.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
@@ -39,14 +67,15 @@ bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& row
 }
 
 void loadBatchList(std::FILE* file, std::vector<BatchRow>& rows) {
-    char buffer[kLinePiece + 1];
-    while (std::fgets(buffer, sizeof buffer, file)) {
-        std::size_t length = std::strlen(buffer);
+    std::string piece;
+    while (readPiece(file, piece)) {
+        // A NUL ends the text, as in a C string.
+        std::size_t length = std::min(piece.size(), piece.find('\0'));
         // Line ends and other vertical controls end the text; the first
         // character is never taken for one.
         for (std::size_t i = length; i-- > 1;)
-            if (buffer[i] >= 10 && buffer[i] <= 13) length = i;
-        const std::string_view line(buffer, length);
+            if (piece[i] >= 10 && piece[i] <= 13) length = i;
+        const std::string_view line(piece.data(), length);
         if (line.empty()) continue;
         const char marker = line.front();
         if (marker != '+' && marker != '~') continue;

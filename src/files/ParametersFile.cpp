@@ -36,6 +36,8 @@ std::vector<std::string_view> tokens(std::string_view line) {
 // in the reader's order is taken as that key, with the token after it as its
 // value.
 void applyLine(std::string_view line, SplitSettings& settings) {
+    // A line without a separator sets nothing (AUTOMATION is read apart).
+    if (line.find(';') == std::string_view::npos) return;
     const auto parts = tokens(line);
     if (parts.empty()) return;
     std::size_t next = 0;

@@ -1,5 +1,6 @@
 #include "host/MupdfHost.h"
 
+#include "core/Text.h"
 #include "host/MupdfGuard.h"
 
 extern "C" {
@@ -10,6 +11,7 @@ extern "C" {
 #include <unistd.h>
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -334,25 +336,34 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
 void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     fz_context* ctx = impl_->ctx;
     auto& document = impl_->document(doc);
-    // Written beside the target under a private name, then renamed into
-    // place, so no reader ever sees half a PDF.
-    std::filesystem::path temporary = path;
-    temporary += ".vellira-" + std::to_string(::getpid()) + "-" +
-                 std::to_string(reinterpret_cast<std::uintptr_t>(impl_.get())) + "-" + std::to_string(impl_->saves++) +
-                 ".tmp";
+    // Written beside the target under a short name of its own, then renamed
+    // into place, so no reader ever sees half a PDF and a name the file
+    // system takes for the output is never too long for the temporary file.
+    std::filesystem::path temporary;
+    std::error_code ignored;
+    do {
+        const std::uint64_t unique = (static_cast<std::uint64_t>(::getpid()) << 40) ^
+                                     (reinterpret_cast<std::uintptr_t>(impl_.get()) << 8) ^ impl_->saves++;
+        char name[32];
+        std::snprintf(name, sizeof name, ".vellira-%016llx.tmp", static_cast<unsigned long long>(unique));
+        temporary = path.parent_path() / name;
+    } while (std::filesystem::exists(temporary, ignored));
     const std::string temporaryName = pathText(temporary);
     try {
         impl_->guarded([&] {
             pdf_write_options options = pdf_default_write_options;
             pdf_save_document(ctx, document.pdf, temporaryName.c_str(), &options);
         });
-        std::filesystem::rename(temporary, path);
-    } catch (const std::filesystem::filesystem_error& error) {
-        std::error_code ignored;
+        std::error_code renamed;
+        std::filesystem::rename(temporary, path, renamed);
+        if (renamed) throw HostError(HostError::kIo, "cannot save '" + pathText(path) + "': " + renamed.message());
+    } catch (const HostError& error) {
         std::filesystem::remove(temporary, ignored);
-        throw HostError(HostError::kIo, error.what());
+        // MuPDF names the file it was writing: the user knows the output.
+        std::string text = error.text();
+        replaceAll(text, temporaryName, pathText(path));
+        throw HostError(error.code(), text);
     } catch (...) {
-        std::error_code ignored;
         std::filesystem::remove(temporary, ignored);
         throw;
     }

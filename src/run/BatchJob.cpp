@@ -54,6 +54,8 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.rangesFailed = run.batch.run.rangesFailed;
     result.mailsSent = run.batch.mailsSent;
     result.mailsFailed = run.batch.mailsFailed;
+    result.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
+    result.stopped = ui.cancelled();
     return result;
 }
 

@@ -52,6 +52,8 @@ struct BatchResult {
     int rangesFailed = 0;        // ranges whose PDF could not be made or saved
     int mailsSent = 0;
     int mailsFailed = 0;
+    int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
+    bool stopped = false;            // Stop was pressed
 };
 
 // "Process Batch List": the job's rows in order (or, with USECURRENT, the

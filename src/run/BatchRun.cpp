@@ -12,6 +12,13 @@ namespace vellira {
 namespace {
 
 // The next-match position modes take one word only: that word is the position.
+// A file a row can be read from: a plain file (a folder, a device or a pipe
+// is not one), open for reading.
+bool readableFile(const std::filesystem::path& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).good();
+}
+
 // The until position mode is deliberately not refused.
 bool refusesMultiWordPosition(const SplitSettings& settings) {
     const auto mode = pageExtractModeOf(settings.PAGEEXTRACT);
@@ -37,6 +44,12 @@ bool BatchRun::prepare() {
     ui.clearCancel();
     inBatch = false;
     errorFlag = false;
+    // The settings the run starts with are the ones saved, before any check
+    // can refuse the run and with "[DESKTOP]" as the user wrote it; a failure
+    // is silent.
+    std::error_code ignored;
+    std::filesystem::create_directories(settingsFile.parent_path(), ignored);
+    writeParameters(pathText(settingsFile), settings, false, legacyFolder, nullptr);
     if (!engine.beginRun(runTime)) return false;
     if (settings.OUTPUTDIR.find("[DESKTOP]") != std::string::npos)
         settings.OUTPUTDIR = replaceDesktopToken(settings.OUTPUTDIR, pathText(desktopFolder()));
@@ -53,10 +66,9 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
         return false;
     }
     if (!prepare()) return false;
-    // The settings the run starts with are the ones saved; a failure is silent.
-    std::error_code ignored;
-    std::filesystem::create_directories(settingsFile.parent_path(), ignored);
-    writeParameters(pathText(settingsFile), settings, false, legacyFolder, nullptr);
+    // No output may replace a source of the run.
+    for (const auto& row : rows)
+        if (row.use == "Yes") run.sources.push_back(host.makeHostPath(row.path));
     if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui)) return false;
 
     bool completed = true;
@@ -75,7 +87,7 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
             }
             inBatch = true;
             if (row.use != "Yes") continue;
-            if (!std::ifstream(host.makeHostPath(row.path), std::ios::binary)) {
+            if (!readableFile(host.makeHostPath(row.path))) {
                 setStatus(rows, index, "file error");
                 continue;
             }
@@ -137,6 +149,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
             return kNotOpened;
         }
         settings.FILENAME = host.filePath(current);
+        run.sources.push_back(host.makeHostPath(settings.FILENAME));
     }
     if (settings.FILENAME.empty()) return kNotOpened;
 
@@ -151,6 +164,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         }
     }
     engine.scan(ScanView::Split);
+    if (doc.ranges == 0 && !ui.cancelled()) ++run.documentsWithoutRanges;
     doc.reports.footer(doc.outputFiles, doc.extractCnt);
     doc.reports.close();
 
