@@ -356,6 +356,13 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
     after.settings.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch);
     after.run({after.addSource("one.pdf", {pages[0]}), after.source});
     EXPECT_EQ(after.outputs(), (Outputs{{"extract_A.pdf", "3-5"}, {"extract_B.pdf", "6-8"}}));
+    // Each output written over by a later range is named, with both ranges.
+    const std::string a = after.settings.OUTPUTDIR + "/extract_A.pdf";
+    EXPECT_EQ(
+        after.ui.notes,
+        (std::vector<std::string>{
+            "Warning: '" + a + "' was written again with pages 1-2, replacing pages 1-1 written earlier in this run",
+            "Warning: '" + a + "' was written again with pages 3-5, replacing pages 1-2 written earlier in this run"}));
 }
 
 TEST(SplitRules, MatchesReachAcrossLinesAndPages) {

@@ -224,16 +224,20 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     ui.fileWritten(outFile, start + 1, end + 1);
     // Two ranges of one name: unless the later one holds the earlier one's
     // pages (or was appended to it), the earlier pages are gone. Say so.
-    const auto [earlier, first] = run.written.try_emplace(outFile, start + 1, end + 1);
+    const RunState::Written now{settings.FILENAME, start + 1, end + 1};
+    const auto [earlier, first] = run.written.try_emplace(outFile, now);
     if (first) return;
-    auto& [oldFirst, oldLast] = earlier->second;
-    if (!append && (start + 1 > oldFirst || end + 1 < oldLast))
+    RunState::Written& before = earlier->second;
+    const bool holdsEarlier = before.source == now.source && now.first <= before.first && now.last >= before.last;
+    if (!append && !holdsEarlier)
         ui.note(
             formatText("Warning: '%s' was written again with pages %d-%d, replacing pages %d-%d written earlier "
                        "in this run",
-                       outFile.c_str(), start + 1, end + 1, oldFirst, oldLast));
-    earlier->second =
-        append ? std::pair(std::min(oldFirst, start + 1), std::max(oldLast, end + 1)) : std::pair(start + 1, end + 1);
+                       outFile.c_str(), now.first, now.last, before.first, before.last));
+    if (append && before.source == now.source)
+        before = {now.source, std::min(before.first, now.first), std::max(before.last, now.last)};
+    else
+        before = now;
 }
 
 // A long run on a very large source reopens it every hundred ranges, so the

@@ -55,9 +55,14 @@ struct RunState {
     int filesWritten = 0;            // PDFs saved
     int rangesFailed = 0;            // ranges whose PDF could not be made or saved
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
-    // The 1-based source pages each output saved in this run holds, so that
-    // an output written over by another range is told.
-    std::unordered_map<std::string, std::pair<int, int>> written;
+    // The source and 1-based pages each output saved in this run holds, so
+    // that an output written over by another range is told.
+    struct Written {
+        std::string source;
+        int first = 0;
+        int last = 0;
+    };
+    std::unordered_map<std::string, Written> written;
 };
 
 // One output file of a document, for mailing.
