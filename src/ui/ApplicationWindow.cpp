@@ -1,8 +1,6 @@
 #include "ui/ApplicationWindow.h"
 
 #include "core/SplitSettings.h"
-#include "files/BatchListFile.h"
-#include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 #include "ui/BatchListWindow.h"
 #include "ui/MainDialog.h"
@@ -26,13 +24,6 @@ namespace vellira::ui {
 namespace {
 
 QString qt(const std::string& text) { return QString::fromStdString(text); }
-
-// A run that can read no list starts with an empty one, without a message.
-class QuietInterface : public RunInterface {
-public:
-    void note(std::string_view) override {}
-    bool question(std::string_view) override { return false; }
-};
 
 }  // namespace
 
@@ -103,9 +94,7 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     statusBar()->showMessage("Ready");
     resize(900, 620);
 
-    // The application's batch list starts as the default list.
-    QuietInterface quiet;
-    loadBatchList(defaultListPath(), rows_, quiet);
+    batchList_ = new BatchListWindow([this](const QString& path) { return openDocument(path); }, this);
     showDocument();
 }
 
@@ -163,20 +152,14 @@ void ApplicationWindow::showDocument() {
     statusBar()->showMessage(QString("%1: %2 page(s)").arg(QFileInfo(currentDocument_).fileName()).arg(pages_));
 }
 
-void ApplicationWindow::setRowStatus(int row, const QString& status) {
-    if (row < 0 || row >= static_cast<int>(rows_.size())) return;
-    rows_[row].status = status.toStdString();
-    if (batchList_) batchList_->showStatus(row, status);
-}
+std::vector<BatchRow> ApplicationWindow::batchRows() const { return batchList_->rows(); }
+
+void ApplicationWindow::setRowStatus(int row, const QString& status) { batchList_->showStatus(row, status); }
 
 void ApplicationWindow::showBatchList() {
-    if (!batchList_) {
-        batchList_ = new BatchListWindow(this);
-        batchList_->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    batchList_->showRows(rows_);
     batchList_->show();
     batchList_->raise();
+    batchList_->activateWindow();
 }
 
 void ApplicationWindow::showHelpNote() { QMessageBox::information(this, kMessageTitle, "Vellira Batch help."); }

@@ -39,9 +39,10 @@ public:
     // The 0-based page of the current document in view.
     int currentPage() const { return 0; }
 
-    // The batch list a run walks: the default list when the application
-    // starts, with the statuses of the last run.
-    const std::vector<BatchRow>& batchRows() const { return rows_; }
+    // The batch list a run walks: the rows of the batch list window, which
+    // starts with the default list.
+    std::vector<BatchRow> batchRows() const;
+    BatchListWindow& batchList() { return *batchList_; }
     void setRowStatus(int row, const QString& status);
     void showBatchList();
 
@@ -62,9 +63,8 @@ private:
     QLabel* documentDetails_;
     QString currentDocument_;
     int pages_ = 0;
-    std::vector<BatchRow> rows_;
     QPointer<MainDialog> mainDialog_;
-    QPointer<BatchListWindow> batchList_;
+    BatchListWindow* batchList_;
 };
 
 }  // namespace vellira::ui

@@ -1,12 +1,27 @@
 #include "ui/BatchListWindow.h"
 
+#include "files/BatchListFile.h"
+#include "files/SettingsLocations.h"
+
 #include <QHeaderView>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
 namespace vellira::ui {
 
-BatchListWindow::BatchListWindow(QWidget* parent) : QWidget(parent, Qt::Window) {
+namespace {
+
+// A list that cannot be read starts empty, without a message.
+class QuietInterface : public RunInterface {
+public:
+    void note(std::string_view) override {}
+    bool question(std::string_view) override { return false; }
+};
+
+}  // namespace
+
+BatchListWindow::BatchListWindow(OpenInView open, QWidget* parent)
+    : QWidget(parent, Qt::Window), open_(std::move(open)) {
     setObjectName("BatchListWindow");
     setWindowTitle("Batch List");
     auto* layout = new QVBoxLayout(this);
@@ -22,9 +37,25 @@ BatchListWindow::BatchListWindow(QWidget* parent) : QWidget(parent, Qt::Window) 
         table_->setColumnWidth(column, width);
     layout->addWidget(table_);
     resize(760, 320);
+    std::vector<BatchRow> rows;
+    QuietInterface quiet;
+    loadBatchList(defaultListPath(), rows, quiet);
+    setRows(rows);
 }
 
-void BatchListWindow::showRows(const std::vector<BatchRow>& rows) {
+std::vector<BatchRow> BatchListWindow::rows() const {
+    std::vector<BatchRow> rows;
+    for (int row = 0; row < table_->rowCount(); ++row) {
+        const auto text = [&](int column) {
+            const QTableWidgetItem* item = table_->item(row, column);
+            return item ? item->text().toStdString() : std::string();
+        };
+        rows.push_back({text(0), text(1), text(2), text(3)});
+    }
+    return rows;
+}
+
+void BatchListWindow::setRows(const std::vector<BatchRow>& rows) {
     table_->setRowCount(static_cast<int>(rows.size()));
     for (int row = 0; row < static_cast<int>(rows.size()); ++row) {
         const BatchRow& each = rows[row];
@@ -36,6 +67,11 @@ void BatchListWindow::showRows(const std::vector<BatchRow>& rows) {
 
 void BatchListWindow::showStatus(int row, const QString& status) {
     if (QTableWidgetItem* item = table_->item(row, 2)) item->setText(status);
+}
+
+void BatchListWindow::setLastPaths(const QString& path, const QString& sub) {
+    lastPath_ = path;
+    lastPathSub_ = sub;
 }
 
 }  // namespace vellira::ui

@@ -4,7 +4,9 @@
 #include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 #include "ui/ApplicationWindow.h"
+#include "ui/BatchListWindow.h"
 #include "ui/EmailSettingsDialog.h"
+#include "ui/FolderChooser.h"
 #include "ui/ReportOptionsDialog.h"
 #include "ui/RunController.h"
 #include "ui/SettingsBinding.h"
@@ -67,6 +69,8 @@ MainDialog::MainDialog(ApplicationWindow& window)
     std::string settingsFile = pathText(settingsFilePath());
     readParameters(settingsFile, record_, {legacyFolder(), false});
     record_.AUTOMATION = 0;
+    window_.batchList().setLastPaths(QString::fromStdString(record_.LASTPATH),
+                                     QString::fromStdString(record_.LASTPATHSUB));
     showInControls(record_);
     connect(runs_, &RunController::rowStatus, &window_, &ApplicationWindow::setRowStatus);
     connect(runs_, &RunController::highlighted, this, [this](int page, const QString& word) {
@@ -301,12 +305,13 @@ void MainDialog::build() {
     });
     connect(browseOutput, &QPushButton::clicked, this, [this] {
         auto* folder = form_->findChild<QLineEdit*>("OUTPUTDIR");
-        const QString chosen = QFileDialog::getExistingDirectory(this, "Output Directory:", folder->text());
-        if (!chosen.isEmpty()) folder->setText(chosen);
+        if (const auto chosen = chooseFolder(this, kSaveFolderTitle, kSaveFolderPrompt, folder->text()))
+            folder->setText(*chosen);
     });
     connect(viewOutput, &QPushButton::clicked, this, [this] {
-        const QString folder = form_->findChild<QLineEdit*>("OUTPUTDIR")->text();
-        if (!folder.isEmpty()) window_.opener()(folder);
+        const std::string folder = replaceDesktopToken(form_->findChild<QLineEdit*>("OUTPUTDIR")->text().toStdString(),
+                                                       pathText(desktopFolder()));
+        if (!folder.empty()) window_.opener()(QString::fromStdString(folder));
     });
     connect(positions, &QPushButton::clicked, this, &MainDialog::viewCurrentPagePositions);
     connect(show, &QPushButton::clicked, this, &MainDialog::showMatches);
@@ -321,6 +326,8 @@ void MainDialog::build() {
 SplitSettings MainDialog::settings() const {
     SplitSettings settings = record_;
     takeSettings(form_, settings);
+    settings.LASTPATH = window_.batchList().lastPath().toStdString();
+    settings.LASTPATHSUB = window_.batchList().lastPathSub().toStdString();
     return settings;
 }
 
@@ -370,14 +377,15 @@ void MainDialog::loadSetupFrom(const QString& path) {
 
 void MainDialog::saveSetupTo(const QString& path) {
     MessageBoxInterface ui(this, window_.opener());
-    writeParameters(path.toStdString(), settings(), false, legacyFolder(), &ui);
+    // The batch list window exists: its folders are saved too.
+    writeParameters(path.toStdString(), settings(), true, legacyFolder(), &ui);
 }
 
 void MainDialog::writeSettingsFile() {
     const auto file = settingsFilePath();
     std::error_code ignored;
     std::filesystem::create_directories(file.parent_path(), ignored);
-    writeParameters(pathText(file), settings(), false, legacyFolder(), nullptr);
+    writeParameters(pathText(file), settings(), true, legacyFolder(), nullptr);
 }
 
 void MainDialog::openReportOptions() {

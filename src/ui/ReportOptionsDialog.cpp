@@ -1,5 +1,7 @@
 #include "ui/ReportOptionsDialog.h"
 
+#include "ui/FolderChooser.h"
+
 #include <QCheckBox>
 #include <QFileDialog>
 #include <QGridLayout>
@@ -35,8 +37,8 @@ ReportOptionsDialog::ReportOptionsDialog(const SplitSettings& settings, QWidget*
     grid->addWidget(browse, 3, 2);
     layout->addWidget(group);
     connect(browse, &QPushButton::clicked, this, [this, folder] {
-        const QString chosen = QFileDialog::getExistingDirectory(this, "Output folder:", folder->text());
-        if (!chosen.isEmpty()) folder->setText(chosen);
+        if (const auto chosen = chooseFolder(this, kSaveFolderTitle, kSaveFolderPrompt, folder->text()))
+            folder->setText(*chosen);
     });
     // The folder is used only while the reports do not go beside the source.
     const auto follow = [folder, browse](bool besideSource) {

@@ -3,6 +3,7 @@
 // List" with their status window, Stop, and questions from the worker.
 #include "files/ParametersFile.h"
 #include "fixtures/PdfFixture.h"
+#include "gui/GuiTests.h"
 #include "host/MupdfHost.h"
 #include "support/Files.h"
 #include "support/TempDir.h"
@@ -73,10 +74,7 @@ int pageCount(const std::filesystem::path& pdf) {
     return host.pageCount(host.openDocument(pdf));
 }
 
-void saveShot(QWidget* widget, const QString& name) {
-    QDir().mkpath(VELLIRA_SCREENSHOTS);
-    widget->grab().save(QString(VELLIRA_SCREENSHOTS) + "/" + name + ".png");
-}
+void saveShot(QWidget* widget, const char* name) { saveScreenshot(widget, name); }
 
 }  // namespace
 
@@ -136,7 +134,9 @@ private slots:
         saved.EMAILMSG = "Dear customer,\r\nyour statement.";
         saved.OFFSETFIRST = 0;
         saved.offsetFirstWorking = 7;
-        const std::string text = parametersText(saved, false);
+        // The batch list window's folders are its own: a setup does not move them.
+        saved.LASTPATH = saved.LASTPATHSUB = "";
+        const std::string text = parametersText(saved, true);
         const auto setup = *dir_ / "job.pcs";
         std::ofstream(setup, std::ios::binary) << text;
 
@@ -345,5 +345,11 @@ private slots:
 
 }  // namespace vellira::ui
 
-QTEST_MAIN(vellira::ui::GuiTest)
+namespace vellira::ui {
+int runApplicationTests(int argc, char** argv) {
+    GuiTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+}  // namespace vellira::ui
+
 #include "GuiTest.moc"

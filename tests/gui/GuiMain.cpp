@@ -1,0 +1,24 @@
+// Runs every GUI test class in one application, off-screen.
+#include "gui/GuiTests.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QWidget>
+
+namespace vellira::ui {
+
+void saveScreenshot(QWidget* widget, const char* name) {
+    QDir().mkpath(VELLIRA_SCREENSHOTS);
+    widget->grab().save(QString(VELLIRA_SCREENSHOTS) + "/" + name + ".png");
+}
+
+}  // namespace vellira::ui
+
+int main(int argc, char** argv) {
+    QApplication application(argc, argv);
+    int failed = 0;
+    for (const auto run :
+         {vellira::ui::runApplicationTests, vellira::ui::runBatchListTests, vellira::ui::runFolderChooserTests})
+        failed += run(argc, argv) != 0;
+    return failed;
+}
