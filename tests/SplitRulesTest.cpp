@@ -616,6 +616,39 @@ TEST(SplitRules, SplitToSourcePutsEachOutputBesideItsSource) {
                                                       (f.dir / "other" / "extract_B.pdf").string() + " 2-3"}));
 }
 
+// The preview lists the ranges a split writes, with their names and paths,
+// and writes nothing itself.
+TEST(SplitRules, PreviewListsWhatTheSplitWrites) {
+    const auto pages = document(10, accountsOn({{1, "A"}, {3, "A"}, {6, "B"}}));
+    struct Case {
+        std::string what;
+        std::function<void(SplitSettings&)> configure;
+    } const cases[] = {
+        {"next match", [](SplitSettings&) {}},
+        {"unique names merged", [](SplitSettings& s) { s.PAGEEXTRACT = modeText(PageExtractMode::NextUniqueMatch); }},
+        {"pages named", [](SplitSettings& s) { s.EXTRACT = modeText(FilenameMode::PageStartEnd); }},
+    };
+    for (const auto& c : cases) {
+        Fixture f(pages);
+        c.configure(f.settings);
+        f.settings.PREFIXFILENAME = "[EXTRACTTEXTDIR]/";
+        f.job.currentDocument = f.source;
+        const auto planned = previewRanges(f.job, f.host, f.ui);
+        EXPECT_TRUE(f.outputs().empty()) << c.what;
+        EXPECT_FALSE(std::filesystem::exists(f.dir / "out")) << c.what << ": no folder is made";
+        Outputs expected;
+        for (const auto& range : planned) {
+            const std::string name = range.path.substr(f.settings.OUTPUTDIR.size() + 1);
+            expected[name.substr(name.rfind('/') + 1)] =
+                std::to_string(range.first) + (range.first == range.last ? "" : "-" + std::to_string(range.last));
+        }
+        f.job.currentDocument.clear();
+        f.run();
+        EXPECT_EQ(f.outputs(), expected) << c.what;
+        EXPECT_FALSE(planned.empty()) << c.what;
+    }
+}
+
 // Ten pages; A on page 1 with its child A1 on page 2, B on page 4.
 std::vector<testing::ScriptedBookmark> chapters() { return {{"A", 0, {{"A1", 1, {}}}}, {"B", 3, {}}}; }
 

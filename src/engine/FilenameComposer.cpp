@@ -88,8 +88,9 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
     replaceAll(text, "[EXTRACTTEXT]", cleaned);
     if (text.find("[EXTRACTTEXTDIR]") != std::string::npos) {
         std::error_code ignored;
-        std::filesystem::create_directory(host_.makeHostPath(outputFolder() + kSeparator + std::string(cleaned)),
-                                          ignored);
+        if (makeFolders)
+            std::filesystem::create_directory(host_.makeHostPath(outputFolder() + kSeparator + std::string(cleaned)),
+                                              ignored);
         replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
     }
     replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));

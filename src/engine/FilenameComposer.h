@@ -39,6 +39,8 @@ public:
     // Set once a name-after-text mode has composed a name: from then on the
     // match engine looks for the "use as filename" text.
     bool nameTextUsed = false;
+    // Off for a dry run: "[EXTRACTTEXTDIR]" then makes no folder.
+    bool makeFolders = true;
     // The filename mode names are composed by; none for a text that names no
     // mode, which answers the previous path again.
     std::optional<FilenameMode> mode = FilenameMode::NextWord;

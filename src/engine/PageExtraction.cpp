@@ -119,7 +119,9 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 
     // A row that switched the split list on after the run opened none still
     // gets its PDFs.
-    if (!run.g_createList || !run.splitList.isOpen()) {
+    if (run.plan) {
+        // A dry run writes nothing.
+    } else if (!run.g_createList || !run.splitList.isOpen()) {
         writeRange(source, outFile, start, end);
     } else {
         int sourcePages = 0;
@@ -139,6 +141,7 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
          (mode == PageExtractMode::NextUniqueMatch && restOfLine)) &&
         (doc.g_szBuf == doc.g_szLastBuf2 || doc.szOutFilenameLine == doc.g_szLastBuf2)) {
         doc.reports.takeBack();
+        if (run.plan && !run.plan->empty()) run.plan->pop_back();
         if (doc.outputFiles > 0) --doc.outputFiles;
         if (doc.rangesSinceReopen > 0) --doc.rangesSinceReopen;
         if (restOfLine) {
@@ -147,6 +150,7 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         }
     }
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
+    if (run.plan) run.plan->push_back({start + 1, end + 1, doc.g_szBuf, outFile});
 
     if (settings.EMAILENABLE) {
         const auto [known, added] = doc.mailIndex.try_emplace(outFile, doc.mailList.size());

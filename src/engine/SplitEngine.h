@@ -11,6 +11,7 @@
 #pragma once
 
 #include "core/DocumentHost.h"
+#include "core/PlannedRange.h"
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 #include "core/Trace.h"
@@ -49,6 +50,8 @@ struct RunState {
     // free "_partNNN" name is taken instead. Nothing in a run turns it off.
     bool overwrite = true;
     Trace trace;
+    // A dry run: the ranges are listed here instead of being written.
+    std::vector<PlannedRange>* plan = nullptr;
     // The source documents of the run: no output may replace one of them.
     std::vector<std::filesystem::path> sources;
     // What the run's ranges came to, over all its documents.

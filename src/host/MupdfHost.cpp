@@ -212,6 +212,64 @@ struct MupdfHost::Impl {
         }
     }
 
+    // Every word of a 0-based page in MuPDF's reading order, with the box it
+    // covers on the page as drawn (points, origin top-left, rotation
+    // applied), until `onWord` answers false. Words are maximal runs of
+    // non-blank characters within MuPDF's lines; a word's h, v are the
+    // bottom-left corner of its first character in PDF user space.
+    template <typename OnWord>
+    void walkWords(Document& doc, int pageNumber, OnWord&& onWord) {
+        checkPage(doc, pageNumber);
+        fz_stext_page* text = nullptr;
+        fz_matrix toUser = fz_identity;
+        guarded([&] {
+            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+            fz_try(ctx) {
+                fz_rect mediabox;
+                fz_matrix ctm;
+                pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
+                toUser = fz_invert_matrix(ctm);
+                fz_stext_options options = {};
+                text = fz_new_stext_page_from_page(ctx, page, &options);
+            }
+            fz_always(ctx) fz_drop_page(ctx, page);
+            fz_catch(ctx) fz_rethrow(ctx);
+        });
+        const auto drop = [this](fz_stext_page* page) { fz_drop_stext_page(ctx, page); };
+        const std::unique_ptr<fz_stext_page, decltype(drop)> owned(text, drop);
+
+        Word word;
+        word.page = pageNumber;
+        fz_rect box = fz_empty_rect;
+        unsigned number = 0;
+        char utf8[FZ_UTFMAX];
+        for (fz_stext_block* block = text->first_block; block; block = block->next) {
+            if (block->type != FZ_STEXT_BLOCK_TEXT) continue;
+            for (fz_stext_line* line = block->u.t.first_line; line; line = line->next) {
+                for (fz_stext_char* ch = line->first_char;; ch = ch->next) {
+                    if (!ch || isBlank(ch->c)) {
+                        if (!word.text.empty()) {
+                            word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
+                            if (!onWord(static_cast<const Word&>(word), static_cast<const fz_rect&>(box))) return;
+                            word.text.clear();
+                        }
+                        if (!ch) break;
+                        continue;
+                    }
+                    if (word.text.empty()) {
+                        const fz_point corner = fz_transform_point(ch->quad.ll, toUser);
+                        word.h = truncateCoordinate(corner.x);
+                        word.v = truncateCoordinate(corner.y);
+                        box = fz_rect_from_quad(ch->quad);
+                    } else {
+                        box = fz_union_rect(box, fz_rect_from_quad(ch->quad));
+                    }
+                    word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
+                }
+            }
+        }
+    }
+
     // Appends carried bookmarks under `parent`; `pageShift` maps a source page
     // to its page in the target.
     void appendOutline(pdf_document* pdf, pdf_obj* parent, const std::vector<CarriedBookmark>& nodes, int pageShift) {
@@ -402,55 +460,55 @@ int MupdfHost::pageRotation(DocHandle handle, int page) {
 }
 
 void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallback& onWord) {
+    impl_->walkWords(impl_->document(handle), pageNumber,
+                     [&](const Word& word, const fz_rect&) { return onWord(word); });
+}
+
+std::vector<MupdfHost::WordBox> MupdfHost::wordBoxes(DocHandle handle, int page) {
+    std::vector<WordBox> boxes;
+    impl_->walkWords(impl_->document(handle), page, [&](const Word& word, const fz_rect& box) {
+        boxes.push_back({word, box.x0, box.y0, box.x1, box.y1});
+        return true;
+    });
+    return boxes;
+}
+
+MupdfHost::PageImage MupdfHost::renderPage(DocHandle handle, int pageNumber, float zoom) {
     fz_context* ctx = impl_->ctx;
     auto& doc = impl_->document(handle);
     impl_->checkPage(doc, pageNumber);
-
-    fz_stext_page* text = nullptr;
-    fz_matrix toUser = fz_identity;
+    PageImage image;
+    fz_pixmap* pixmap = nullptr;
     impl_->guarded([&] {
         fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-        fz_try(ctx) {
-            fz_rect mediabox;
-            fz_matrix ctm;
-            pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
-            toUser = fz_invert_matrix(ctm);
-            fz_stext_options options = {};
-            text = fz_new_stext_page_from_page(ctx, page, &options);
-        }
+        fz_try(ctx) pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(zoom, zoom), fz_device_rgb(ctx), 0);
         fz_always(ctx) fz_drop_page(ctx, page);
         fz_catch(ctx) fz_rethrow(ctx);
     });
-    const auto drop = [ctx](fz_stext_page* page) { fz_drop_stext_page(ctx, page); };
-    const std::unique_ptr<fz_stext_page, decltype(drop)> owned(text, drop);
+    image.width = fz_pixmap_width(ctx, pixmap);
+    image.height = fz_pixmap_height(ctx, pixmap);
+    const int stride = fz_pixmap_stride(ctx, pixmap);
+    const unsigned char* samples = fz_pixmap_samples(ctx, pixmap);
+    image.pixels.resize(static_cast<std::size_t>(image.width) * image.height * 3);
+    for (int row = 0; row < image.height; ++row)
+        std::memcpy(image.pixels.data() + static_cast<std::size_t>(row) * image.width * 3,
+                    samples + static_cast<std::size_t>(row) * stride, static_cast<std::size_t>(image.width) * 3);
+    fz_drop_pixmap(ctx, pixmap);
+    return image;
+}
 
-    // Words are maximal runs of non-blank characters within MuPDF's lines.
-    Word word;
-    word.page = pageNumber;
-    unsigned number = 0;
-    char utf8[FZ_UTFMAX];
-    for (fz_stext_block* block = text->first_block; block; block = block->next) {
-        if (block->type != FZ_STEXT_BLOCK_TEXT) continue;
-        for (fz_stext_line* line = block->u.t.first_line; line; line = line->next) {
-            for (fz_stext_char* ch = line->first_char;; ch = ch->next) {
-                if (!ch || isBlank(ch->c)) {
-                    if (!word.text.empty()) {
-                        word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
-                        if (!onWord(word)) return;
-                        word.text.clear();
-                    }
-                    if (!ch) break;
-                    continue;
-                }
-                if (word.text.empty()) {
-                    const fz_point corner = fz_transform_point(ch->quad.ll, toUser);
-                    word.h = truncateCoordinate(corner.x);
-                    word.v = truncateCoordinate(corner.y);
-                }
-                word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
-            }
-        }
-    }
+std::pair<float, float> MupdfHost::pageSize(DocHandle handle, int pageNumber) {
+    fz_context* ctx = impl_->ctx;
+    auto& doc = impl_->document(handle);
+    impl_->checkPage(doc, pageNumber);
+    fz_rect bounds = fz_empty_rect;
+    impl_->guarded([&] {
+        fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+        fz_try(ctx) bounds = fz_bound_page(ctx, page);
+        fz_always(ctx) fz_drop_page(ctx, page);
+        fz_catch(ctx) fz_rethrow(ctx);
+    });
+    return {bounds.x1 - bounds.x0, bounds.y1 - bounds.y0};
 }
 
 BookmarkHandle MupdfHost::bookmarkRoot(DocHandle handle) {

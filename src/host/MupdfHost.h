@@ -8,6 +8,8 @@
 #include "core/DocumentHost.h"
 
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace vellira {
 
@@ -20,6 +22,24 @@ public:
 
     // Makes an open document the one "in view" (the GUI's viewer does this).
     void setCurrentDocument(DocHandle doc);
+
+    // What a viewer needs beyond the split. A page as drawn is in points,
+    // origin top-left, with the page's rotation applied.
+    struct PageImage {
+        int width = 0;
+        int height = 0;
+        std::vector<unsigned char> pixels;  // RGB, 3 bytes a pixel, row after row
+    };
+    // A 0-based page drawn at `zoom` pixels a point. Throws HostError.
+    PageImage renderPage(DocHandle doc, int page, float zoom);
+    // The size of a page as drawn, in points. Throws HostError.
+    std::pair<float, float> pageSize(DocHandle doc, int page);
+    // Every word of a page with the box it covers as drawn.
+    struct WordBox {
+        Word word;
+        float x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+    };
+    std::vector<WordBox> wordBoxes(DocHandle doc, int page);
 
     std::optional<ViewHandle> activeViewDocument() override;
     DocHandle documentOfView(ViewHandle view) override;

@@ -68,6 +68,13 @@ BatchResult runShow(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
     return result;
 }
 
+std::vector<PlannedRange> previewRanges(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
+    std::vector<PlannedRange> plan;
+    JobRun run(job, host, ui);
+    if (run.open(job, host, ui) && !run.batch.preview(plan)) plan.clear();
+    return plan;
+}
+
 std::optional<std::filesystem::path> runPagePositions(const BatchJob& job, DocumentHost& host, RunInterface& ui,
                                                       int page) {
     JobRun run(job, host, ui);

@@ -10,6 +10,7 @@
 
 #include "core/BatchRow.h"
 #include "core/DocumentHost.h"
+#include "core/PlannedRange.h"
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 #include "mail/MailSender.h"
@@ -64,6 +65,12 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui);
 // document) highlighted in turn through the interface, nothing written.
 // `completed` is false when the show was refused.
 BatchResult runShow(const BatchJob& job, DocumentHost& host, RunInterface& ui);
+
+// The ranges the job's settings would cut the current document (the job's,
+// or the one the host has made current) into, with their names and output
+// paths, from a scan that writes nothing. Empty after saying why when the
+// settings are refused or there is no document.
+std::vector<PlannedRange> previewRanges(const BatchJob& job, DocumentHost& host, RunInterface& ui);
 
 // "View Current Page h,v": the page positions file of a 0-based page of the
 // current document (the job's, or the one the host has made current), written

@@ -206,6 +206,27 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     return kProcessed;
 }
 
+bool BatchRun::preview(std::vector<PlannedRange>& plan) {
+    // The current document only, with no report, list, mail or folder made.
+    settings.USECURRENT = 1;
+    settings.REPORTOPTIONSTXT = settings.REPORTOPTIONSCSV = settings.CREATELIST = settings.EMAILENABLE = 0;
+    runTime = localNow();
+    ui.clearCancel();
+    if (!engine.beginRun(runTime)) return false;
+    if (settings.OUTPUTDIR.find("[DESKTOP]") != std::string::npos)
+        settings.OUTPUTDIR = replaceDesktopToken(settings.OUTPUTDIR, pathText(desktopFolder()));
+    if (refusesMultiWordPosition(settings)) {
+        ui.note(kPositionOneWord);
+        return false;
+    }
+    run.plan = &plan;
+    engine.composer.makeFolders = false;
+    inBatch = true;  // no closing messages
+    const bool previewed = processDocument(true) == kProcessed;
+    run.plan = nullptr;
+    return previewed;
+}
+
 bool BatchRun::show() {
     if (refusesMultiWordPosition(settings)) {
         ui.note(kPositionOneWord);

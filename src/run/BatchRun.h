@@ -49,6 +49,10 @@ public:
     // One source document: the host's current document, or FILENAME.
     DocumentResult processDocument(bool useCurrent);
 
+    // A dry run on the current document: the ranges the settings would cut,
+    // listed in `plan`; nothing is written. Answers false when refused.
+    bool preview(std::vector<PlannedRange>& plan);
+
     // The show command on FILENAME (or the current document): every match
     // highlighted in turn, nothing written. Answers false when refused.
     bool show();

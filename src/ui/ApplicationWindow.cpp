@@ -4,15 +4,20 @@
 #include "host/MupdfHost.h"
 #include "ui/BatchListWindow.h"
 #include "ui/MainDialog.h"
+#include "ui/PageView.h"
+#include "ui/PreviewPane.h"
 
 #include <QApplication>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSplitter>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTimer>
 #include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -74,27 +79,35 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     connect(button, &QToolButton::clicked, this, &ApplicationWindow::openMainDialog);
     tools->addWidget(button);
 
-    auto* central = new QWidget(this);
-    auto* layout = new QVBoxLayout(central);
-    layout->addStretch();
-    documentTitle_ = new QLabel(central);
-    documentTitle_->setObjectName("documentTitle");
-    documentTitle_->setAlignment(Qt::AlignCenter);
-    QFont big = documentTitle_->font();
-    big.setPointSizeF(big.pointSizeF() * 1.6);
-    documentTitle_->setFont(big);
-    documentDetails_ = new QLabel(central);
+    auto* split = new QSplitter(this);
+    pageView_ = new PageView(split);
+    preview_ = new PreviewPane(split);
+    split->addWidget(pageView_);
+    split->addWidget(preview_);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 2);
+    split->setSizes({740, 440});
+    setCentralWidget(split);
+    documentDetails_ = new QLabel(this);
     documentDetails_->setObjectName("documentDetails");
-    documentDetails_->setAlignment(Qt::AlignCenter);
-    documentDetails_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    layout->addWidget(documentTitle_);
-    layout->addWidget(documentDetails_);
-    layout->addStretch();
-    setCentralWidget(central);
+    statusBar()->addPermanentWidget(documentDetails_);
     statusBar()->showMessage("Ready");
-    resize(900, 620);
+    resize(1180, 800);
 
-    batchList_ = new BatchListWindow([this](const QString& path) { return openDocument(path); }, this);
+    previewTimer_ = new QTimer(this);
+    previewTimer_->setSingleShot(true);
+    previewTimer_->setInterval(400);
+    connect(previewTimer_, &QTimer::timeout, this, &ApplicationWindow::updatePreview);
+    connect(preview_, &PreviewPane::rangeChosen, pageView_, &PageView::goToPage);
+    connect(pageView_, &PageView::wordHovered, this, [this](const ViewWord& word) {
+        if (word.text.isEmpty())
+            statusBar()->clearMessage();
+        else
+            statusBar()->showMessage(QString("h: %1   v: %2   %3").arg(word.h).arg(word.v).arg(word.text));
+    });
+    connect(pageView_, &PageView::wordClicked, this, &ApplicationWindow::offerPosition);
+
+    batchList_ = new BatchListWindow([this](const QString& path) { return openDocument(path, true); }, this);
     showDocument();
 }
 
@@ -119,18 +132,21 @@ MainDialog* ApplicationWindow::openMainDialog() {
     return mainDialog_;
 }
 
-bool ApplicationWindow::openDocument(const QString& path) {
+bool ApplicationWindow::openDocument(const QString& path, bool quiet) {
     MupdfHost host;
     try {
         const DocHandle doc = host.openDocument(std::filesystem::path(path.toStdString()));
         pages_ = host.pageCount(doc);
     } catch (const HostError& error) {
+        if (quiet) return false;
         QMessageBox::warning(this, kMessageTitle,
                              QString("Can't open %1: %2").arg(QFileInfo(path).fileName(), qt(error.text())));
         return false;
     }
     currentDocument_ = QFileInfo(path).absoluteFilePath();
+    pageView_->showDocument(currentDocument_);
     showDocument();
+    schedulePreview();
     return true;
 }
 
@@ -142,14 +158,45 @@ void ApplicationWindow::chooseDocument() {
 
 void ApplicationWindow::showDocument() {
     if (currentDocument_.isEmpty()) {
-        documentTitle_->setText("No document open");
-        documentDetails_->setText(
-            "Open a PDF with File > Open, then set up the split with Extensions > Vellira Batch.");
+        documentDetails_->setText("No document open");
         return;
     }
-    documentTitle_->setText(QFileInfo(currentDocument_).fileName());
-    documentDetails_->setText(QString("%1 page(s)\n%2").arg(pages_).arg(currentDocument_));
-    statusBar()->showMessage(QString("%1: %2 page(s)").arg(QFileInfo(currentDocument_).fileName()).arg(pages_));
+    documentDetails_->setText(QString("%1 page(s)  %2").arg(pages_).arg(currentDocument_));
+    setWindowTitle(QFileInfo(currentDocument_).fileName() + " - " + windowTitleText());
+}
+
+int ApplicationWindow::currentPage() const { return pageView_->currentPage(); }
+
+void ApplicationWindow::schedulePreview() { previewTimer_->start(); }
+
+void ApplicationWindow::updatePreview() {
+    if (currentDocument_.isEmpty()) return preview_->clear("Open a document to see the ranges its settings cut.");
+    if (!mainDialog_) return preview_->clear("Open Extensions > Vellira Batch to set up the split.");
+    BatchJob job;
+    job.settings = mainDialog_->settings();
+    job.currentDocument = currentDocument_.toStdString();
+    preview_->preview(std::move(job));
+}
+
+// A clicked word's position, offered to the settings it can go into.
+void ApplicationWindow::offerPosition(const ViewWord& word, const QPoint& at) {
+    QMenu menu(this);
+    menu.setObjectName("positionMenu");
+    const QString where = QString("\"%1\" at h %2, v %3").arg(word.text).arg(word.h).arg(word.v);
+    menu.addSection(where);
+    QAction* search = menu.addAction("Find word(s) at this position");
+    search->setObjectName("positionSearch");
+    QAction* until = menu.addAction("Extract until word(s) at this position");
+    until->setObjectName("positionUntil");
+    QAction* email = menu.addAction("Email match position: this line, from here on");
+    email->setObjectName("positionEmail");
+    QAction* chosen = menu.exec(at);
+    if (!chosen) return;
+    MainDialog* dialog = mainDialog_ ? mainDialog_.data() : openMainDialog();
+    dialog->takePosition(chosen == search  ? PositionUse::Search
+                         : chosen == until ? PositionUse::Until
+                                           : PositionUse::Email,
+                         word.text, word.h, word.v);
 }
 
 std::vector<BatchRow> ApplicationWindow::batchRows() const { return batchList_->rows(); }

@@ -10,6 +10,8 @@
 #include <QMainWindow>
 #include <QPointer>
 
+class QTimer;
+
 #include <vector>
 
 class QLabel;
@@ -18,6 +20,9 @@ namespace vellira::ui {
 
 class BatchListWindow;
 class MainDialog;
+class PageView;
+class PreviewPane;
+struct ViewWord;
 
 // "Vellira Batch v4.01 -= Ornwick Software =-"
 QString windowTitleText();
@@ -32,12 +37,18 @@ public:
     MainDialog* openMainDialog();
     MainDialog* mainDialog() const { return mainDialog_; }
 
-    // Makes a PDF the current document; false after saying why it cannot be.
-    bool openDocument(const QString& path);
+    // Makes a PDF the current document; false when it cannot be, after
+    // saying why unless `quiet` (the caller then says so itself).
+    bool openDocument(const QString& path, bool quiet = false);
     QString currentDocument() const { return currentDocument_; }
     int currentPageCount() const { return pages_; }
     // The 0-based page of the current document in view.
-    int currentPage() const { return 0; }
+    int currentPage() const;
+    PageView& pageView() { return *pageView_; }
+    PreviewPane& preview() { return *preview_; }
+    // Lists again, a moment after the last change, the ranges the main
+    // dialog's settings would cut on the current document.
+    void schedulePreview();
 
     // The batch list a run walks: the rows of the batch list window, which
     // starts with the default list.
@@ -57,10 +68,14 @@ public:
 private:
     void chooseDocument();
     void showDocument();
+    void updatePreview();
+    void offerPosition(const ViewWord& word, const QPoint& at);
 
     OpenAction open_ = systemOpen();
-    QLabel* documentTitle_;
+    PageView* pageView_;
+    PreviewPane* preview_;
     QLabel* documentDetails_;
+    QTimer* previewTimer_;
     QString currentDocument_;
     int pages_ = 0;
     QPointer<MainDialog> mainDialog_;

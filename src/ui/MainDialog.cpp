@@ -7,6 +7,7 @@
 #include "ui/BatchListWindow.h"
 #include "ui/EmailSettingsDialog.h"
 #include "ui/FolderChooser.h"
+#include "ui/PageView.h"
 #include "ui/ReportOptionsDialog.h"
 #include "ui/RunController.h"
 #include "ui/SettingsBinding.h"
@@ -73,9 +74,20 @@ MainDialog::MainDialog(ApplicationWindow& window)
                                      QString::fromStdString(record_.LASTPATHSUB));
     showInControls(record_);
     connect(runs_, &RunController::rowStatus, &window_, &ApplicationWindow::setRowStatus);
-    connect(runs_, &RunController::highlighted, this, [this](int page, const QString& word) {
+    connect(runs_, &RunController::highlighted, this, [this](int page, const QString& word, int number) {
         window_.statusBar()->showMessage(QString("page %1: %2").arg(page + 1).arg(word));
+        window_.pageView().showHighlight(page, number);
     });
+    connect(runs_, &RunController::finished, &window_.pageView(), &PageView::clearHighlight);
+    // Every edit of a setting shows its ranges anew.
+    for (auto* line : form_->findChildren<QLineEdit*>())
+        connect(line, &QLineEdit::textChanged, this, &MainDialog::settingsEdited);
+    for (auto* box : form_->findChildren<QCheckBox*>())
+        connect(box, &QCheckBox::toggled, this, &MainDialog::settingsEdited);
+    for (auto* combo : form_->findChildren<QComboBox*>())
+        connect(combo, &QComboBox::currentTextChanged, this, &MainDialog::settingsEdited);
+    connect(this, &MainDialog::settingsEdited, &window_, &ApplicationWindow::schedulePreview);
+    window_.schedulePreview();
     connect(runs_, &RunController::finished, this, &MainDialog::runEnded);
 }
 
@@ -305,7 +317,8 @@ void MainDialog::build() {
     });
     connect(browseOutput, &QPushButton::clicked, this, [this] {
         auto* folder = form_->findChild<QLineEdit*>("OUTPUTDIR");
-        if (const auto chosen = chooseFolder(this, kSaveFolderTitle, kSaveFolderPrompt, folder->text()))
+        const std::string start = replaceDesktopToken(folder->text().toStdString(), pathText(desktopFolder()));
+        if (const auto chosen = chooseFolder(this, kSaveFolderTitle, kSaveFolderPrompt, QString::fromStdString(start)))
             folder->setText(*chosen);
     });
     connect(viewOutput, &QPushButton::clicked, this, [this] {
@@ -391,14 +404,20 @@ void MainDialog::writeSettingsFile() {
 void MainDialog::openReportOptions() {
     auto* dialog = new ReportOptionsDialog(settings(), this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::accepted, this, [this, dialog] { dialog->takeInto(record_); });
+    connect(dialog, &QDialog::accepted, this, [this, dialog] {
+        dialog->takeInto(record_);
+        emit settingsEdited();
+    });
     dialog->open();
 }
 
 void MainDialog::openEmailOptions() {
     auto* dialog = new EmailSettingsDialog(settings(), mailTransportFromEnvironment(), window_.opener(), this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::accepted, this, [this, dialog] { dialog->takeInto(record_); });
+    connect(dialog, &QDialog::accepted, this, [this, dialog] {
+        dialog->takeInto(record_);
+        emit settingsEdited();
+    });
     dialog->open();
 }
 
@@ -409,6 +428,30 @@ void MainDialog::viewCurrentPagePositions() {
     MessageBoxInterface ui(this, window_.opener());
     MupdfHost host;
     if (const auto path = runPagePositions(job, host, ui, window_.currentPage())) window_.opener()(qt(pathText(*path)));
+}
+
+void MainDialog::takePosition(PositionUse use, const QString& word, int h, int v) {
+    SplitSettings changed = settings();
+    const std::string text = word.toStdString();
+    switch (use) {
+        case PositionUse::Search:
+            changed.FINDSTRING = text;
+            changed.MATCHPOSH = std::to_string(h);
+            changed.MATCHPOSV = std::to_string(v);
+            break;
+        case PositionUse::Until:
+            changed.EXTRACTUNTIL = text;
+            changed.UNTILMATCHPOSH = h;
+            changed.UNTILMATCHPOSV = v;
+            break;
+        case PositionUse::Email:
+            changed.EMAILMATCHVERT = changed.EMAILMATCHVERTTO = v;
+            changed.EMAILMATCHHORIZ = h;
+            changed.EMAILMATCHHORIZTO = -1;
+            break;
+    }
+    showInControls(changed);
+    emit settingsEdited();
 }
 
 bool MainDialog::running() const { return runs_ && runs_->running(); }
@@ -422,6 +465,12 @@ void MainDialog::startRun(bool batch) {
     BatchJob job;
     job.settings = settings();
     if (!batch && job.settings.FILENAME.empty()) return;
+    // "&Show" shows its matches on the document in view: the named file
+    // becomes the current document.
+    if (!batch && !job.settings.USECURRENT) {
+        const QString file = QString::fromStdString(job.settings.FILENAME);
+        if (QFileInfo(file).absoluteFilePath() != window_.currentDocument() && !window_.openDocument(file)) return;
+    }
     if (batch) job.rows = window_.batchRows();
     if (job.settings.USECURRENT) job.currentDocument = window_.currentDocument().toStdString();
     job.mail = mailTransportFromEnvironment();

@@ -23,6 +23,13 @@ namespace vellira::ui {
 class ApplicationWindow;
 class RunController;
 
+// Where a word's position taken from the page view goes.
+enum class PositionUse {
+    Search,  // the search text and its "At Position h:" / "v:"
+    Until,   // the until text and its position
+    Email,   // the e-mail match bounds: that line, from that word on
+};
+
 class MainDialog : public QDialog {
     Q_OBJECT
 public:
@@ -46,7 +53,12 @@ public:
     bool running() const;
     RunController& runs() { return *runs_; }
 
+    // Puts a word and its position into the settings `use` names.
+    void takePosition(PositionUse use, const QString& word, int h, int v);
+
 signals:
+    // A setting was changed, in a control or an option dialog.
+    void settingsEdited();
     // A run ended, with what it came to.
     void runFinished(const vellira::BatchResult& result);
 

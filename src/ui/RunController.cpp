@@ -64,8 +64,8 @@ public:
     void showFile(std::string_view path) override {
         post([this, file = qt(path)] { controller_.open_(file); });
     }
-    void highlight(int page, std::string_view word, std::uint16_t) override {
-        post([this, page, text = qt(word)] { emit controller_.highlighted(page, text); });
+    void highlight(int page, std::string_view word, std::uint16_t number) override {
+        post([this, page, text = qt(word), number] { emit controller_.highlighted(page, text, number); });
     }
     void rowStatus(int row, std::string_view text) override {
         post([this, row, line = qt(text)] { emit controller_.rowStatus(row, line); });

@@ -42,7 +42,7 @@ signals:
     void rowStatus(int row, const QString& status);
     void fileWritten(const QString& path, int firstPage, int lastPage);
     void progress(const QString& file, int page, int pages, int filesWritten);
-    void highlighted(int page, const QString& word);
+    void highlighted(int page, const QString& word, int number);
     void finished(const vellira::BatchResult& result);
 
 private:

@@ -1,13 +1,205 @@
-// (to be written)
+// The batch list window on its real widgets, off-screen: the row commands as
+// a user gives them, lists saved and read back, folder scans, the list kept
+// from one window to the next, and files dropped on the window.
 #include "gui/GuiTests.h"
+#include "support/TempDir.h"
+#include "ui/BatchListWindow.h"
 
+#include <QAction>
+#include <QApplication>
+#include <QHeaderView>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QTableWidget>
 #include <QTest>
+#include <QTimer>
+#include <QUrl>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
 
 namespace vellira::ui {
 namespace {
 
+QString qt(const std::filesystem::path& path) { return QString::fromStdString(path.string()); }
+
+// The rows as the user reads them, "path:use:status:parameters" each.
+QString shown(const BatchListWindow& window) {
+    QStringList rows;
+    for (const BatchRow& row : window.rows())
+        rows << QString::fromStdString(row.path + ":" + row.use + ":" + row.status + ":" + row.params);
+    return rows.join(' ');
+}
+
+using Rows = QList<int>;
+
+Rows selection(const QTableWidget* table) {
+    Rows rows;
+    for (const QModelIndex& index : table->selectionModel()->selectedRows()) rows << index.row();
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+// Answers every message box that shows while it lives, keeping its text.
+struct MessageBoxes {
+    QStringList texts;
+    QTimer timer;
+    MessageBoxes() {
+        QObject::connect(&timer, &QTimer::timeout, [this] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                texts << box->text();
+                box->done(QMessageBox::Ok);
+            }
+        });
+        timer.start(10);
+    }
+};
+
 class BatchListTest : public QObject {
     Q_OBJECT
+
+    std::unique_ptr<testing::TempDir> dir_;
+
+    // A window shown over its own settings folder.
+    static std::unique_ptr<BatchListWindow> openWindow() {
+        auto window = std::make_unique<BatchListWindow>([](const QString&) { return true; });
+        window->show();
+        window->activateWindow();
+        if (!QTest::qWaitForWindowActive(window.get())) qWarning("the batch list window never became active");
+        return window;
+    }
+
+private slots:
+    void init() {
+        dir_ = std::make_unique<testing::TempDir>();
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((*dir_ / "config").string()));
+    }
+    void cleanup() { dir_.reset(); }
+
+    void rowCommands_data() {
+        QTest::addColumn<Rows>("selected");
+        QTest::addColumn<QString>("commands");
+        QTest::addColumn<QString>("rows");
+        QTest::addColumn<Rows>("selectedAfter");
+        const auto add = [](const char* name, Rows selected, const char* commands, const char* rows, Rows after) {
+            QTest::newRow(name) << selected << QString(commands) << QString(rows) << after;
+        };
+        const char* start = "c:Yes:Done: a:No:: b:Yes:Ready.: D:Yes:Ready.:";
+        add("double click takes a row back", {1}, "doubleClick",
+            "c:Yes:Done: a:Yes:Ready.: b:Yes:Ready.: D:Yes:Ready.:", {1});
+        add("double click leaves a row out", {2}, "doubleClick", "c:Yes:Done: a:No:: b:No:: D:Yes:Ready.:", {2});
+        add("move up on the first row", {0}, "moveUp", start, {0});
+        add("move down on the last row", {3}, "moveDown", start, {3});
+        add("move down in the middle", {1}, "moveDown", "c:Yes:Done: b:Yes:Ready.: a:No:: D:Yes:Ready.:", {2});
+        add("move up twice", {2}, "moveUp moveUp", "b:Yes:Ready.: c:Yes:Done: a:No:: D:Yes:Ready.:", {0});
+        add("delete key removes every selected row", {0, 2}, "deleteKey", "a:No:: D:Yes:Ready.:", {});
+        add("parameters file for every row", {}, "parameters",
+            "c:Yes:Done:set.pcs a:No::set.pcs b:Yes:Ready.:set.pcs D:Yes:Ready.:set.pcs", {});
+        add("parameters file for the selected rows", {1, 3}, "parameters",
+            "c:Yes:Done: a:No::set.pcs b:Yes:Ready.: D:Yes:Ready.:set.pcs", {1, 3});
+        add("header sorts on names, ignoring case", {2}, "header",
+            "a:No:: b:Yes:Ready.: c:Yes:Done: D:Yes:Ready.:", {1});
+        add("second click on the header reverses", {2}, "header header",
+            "D:Yes:Ready.: c:Yes:Done: b:Yes:Ready.: a:No::", {2});
+        add("sort on use keeps the order of equals", {}, "sortUse",
+            "a:No:: c:Yes:Done: b:Yes:Ready.: D:Yes:Ready.:", {});
+    }
+
+    void rowCommands() {
+        QFETCH(Rows, selected);
+        QFETCH(QString, commands);
+        auto window = openWindow();
+        window->setRows({{"Yes", "c", "Done", ""}, {"No", "a", "", ""}, {"Yes", "b"}, {"Yes", "D"}});
+        auto* table = window->findChild<QTableWidget*>("batchRows");
+        QHeaderView* header = table->horizontalHeader();
+        for (int row : selected)
+            table->selectionModel()->select(table->model()->index(row, 0),
+                                            QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        for (const QString& command : commands.split(' ')) {
+            if (command == "doubleClick") {
+                const QRect cell = table->visualRect(table->model()->index(selected.front(), 1));
+                QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, cell.center());
+                QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, cell.center());
+            } else if (command == "deleteKey") {
+                QTest::keyClick(table, Qt::Key_Delete);
+            } else if (command == "parameters") {
+                window->addParametersFile("set.pcs");
+            } else if (command == "header") {
+                QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                                  QPoint(header->sectionViewportPosition(1) + 20, header->height() / 2));
+            } else {
+                auto* action = window->findChild<QAction*>(command + "Action");
+                QVERIFY2(action, qPrintable(command));
+                action->trigger();
+            }
+        }
+        QTEST(shown(*window), "rows");
+        QTEST(selection(table), "selectedAfter");
+    }
+
+    // A saved list reads back with every row "Ready."; Append adds after the
+    // rows there; a list that cannot be read changes nothing; folder scans add
+    // the PDFs and remember their folder; closing keeps the list for the next
+    // window.
+    void listsFoldersAndTheDefaultList() {
+        const QString list = qt(*dir_ / "saved.lst");
+        const auto pdfs = *dir_ / "pdfs";
+        std::filesystem::create_directories(pdfs / "sub");
+        for (const char* name : {"a.pdf", "B.PDF", "notes.txt", "sub/c.pdf"}) std::ofstream(pdfs / name) << "x";
+        MessageBoxes boxes;
+        QString kept;
+        {
+            auto window = openWindow();
+            window->setRows({{"Yes", "/x/one.pdf", "Done", "/x/one.pcs"}, {"No", "/x/two.pdf", "", ""}});
+            window->saveListTo(list);
+            QTest::mouseClick(window->findChild<QPushButton*>("clearAllButton"), Qt::LeftButton);
+            QVERIFY(window->rows().empty());
+            window->loadListFrom(list, false);
+            const QString loaded = "/x/one.pdf:Yes:Ready.:/x/one.pcs /x/two.pdf:No:Ready.:";
+            QCOMPARE(shown(*window), loaded);
+            window->loadListFrom(list, true);
+            QCOMPARE(shown(*window), loaded + " " + loaded);
+            window->loadListFrom(qt(*dir_ / "missing.lst"), false);
+            QCOMPARE(window->rows().size(), std::size_t{4});
+            QCOMPARE(window->listFile(), list);
+
+            window->clearAll();
+            window->addFolder(qt(pdfs / "sub"), false);
+            window->addFolder(qt(pdfs), true);
+            QCOMPARE(window->rows().size(), std::size_t{4});
+            QCOMPARE(window->lastPath(), qt(pdfs / "sub"));
+            QCOMPARE(window->lastPathSub(), qt(pdfs));
+            kept = shown(*window);
+            QVERIFY(kept.contains(qt(pdfs / "B.PDF")) && !kept.contains("notes.txt"));
+            QTest::mouseClick(window->findChild<QPushButton*>("closeButton"), Qt::LeftButton);
+            QVERIFY(!window->isVisible());
+        }
+        QCOMPARE(boxes.texts,
+                 QStringList({"List saved to file: " + list, "Can't read list file.", "Files Loaded", "Files Loaded"}));
+        QCOMPARE(shown(*openWindow()), kept);
+    }
+
+    // Only local files named "*.pdf", in any case, become rows.
+    void droppedPdfsBecomeRows() {
+        auto window = openWindow();
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile("/home/ann/Statements/March 2024.PDF"),
+                      QUrl::fromLocalFile("/home/ann/Statements/notes.txt"), QUrl("https://example.com/remote.pdf"),
+                      QUrl::fromLocalFile("/home/ann/Statements/April 2024.pdf")});
+        QWidget* list = window->findChild<QTableWidget*>("batchRows")->viewport();
+        QDragEnterEvent enter(QPoint(200, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list, &enter);
+        QVERIFY(enter.isAccepted());
+        QDropEvent drop(QPointF(200, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list, &drop);
+        QCOMPARE(shown(*window),
+                 "/home/ann/Statements/March 2024.PDF:Yes:Ready.: "
+                 "/home/ann/Statements/April 2024.pdf:Yes:Ready.:");
+        window->addParametersFile("/home/ann/Setups/statements.pcs");
+        saveScreenshot(window.get(), "BatchListWindow");
+    }
 };
 
 }  // namespace

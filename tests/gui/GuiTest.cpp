@@ -9,6 +9,7 @@
 #include "support/TempDir.h"
 #include "ui/ApplicationWindow.h"
 #include "ui/MainDialog.h"
+#include "ui/PageView.h"
 #include "ui/RunController.h"
 #include "ui/StatusDialog.h"
 
@@ -18,6 +19,7 @@
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProcess>
@@ -331,6 +333,71 @@ private slots:
         QVERIFY(program.waitForFinished(30000));
         QCOMPARE(program.exitCode(), 0);
         QCOMPARE(std::distance(std::filesystem::directory_iterator(*dir_ / "out"), {}), 2);
+    }
+
+    // "&Show" draws each match over its word on its page in the view, and
+    // asks for the next as the run asks.
+    void showHighlightsEachMatchInTheView() {
+        const auto pdf = writeStatements(12);
+        MainDialog* dialog = openApplication();
+        dialog->findChild<QComboBox*>("FILENAME")->setEditText(qt(pdf.string()));
+        QStringList seen;  // "page: word" of the highlight in view when each question came
+        QTimer answer;
+        connect(&answer, &QTimer::timeout, this, [&] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box) return;
+            if (box->text() == "Show next highlight") {
+                const auto word = window_->pageView().highlightedWord();
+                if (!word) return;  // the page is still being drawn
+                seen << QString("%1: %2").arg(window_->pageView().currentPage() + 1).arg(word->text);
+                if (seen.size() == 2) saveShot(window_.get(), "PageViewHighlight");
+                box->button(QMessageBox::Yes)->click();
+            } else {
+                seen << box->text();
+                box->button(QMessageBox::Ok)->click();
+            }
+        });
+        answer.start(20);
+        click(dialog, "show");
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        QCOMPARE(seen, (QStringList{"1: account:", "6: account:", "11: account:", "No more matches found."}));
+        QCOMPARE(window_->currentDocument(), qt(pdf.string()));
+    }
+
+    // Clicking a word offers its position to the settings; the preview lists
+    // the ranges the settings cut.
+    void aClickedWordGivesItsPositionAndThePreviewFollows() {
+        const auto pdf = writeStatements(10);
+        MainDialog* dialog = openApplication();
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        auto* preview = window_->findChild<QTableWidget*>("previewRanges");
+        QTRY_COMPARE_WITH_TIMEOUT(preview->rowCount(), 2, 10000);
+        QCOMPARE(preview->item(1, 0)->text(), QString("6-10"));
+        QCOMPARE(preview->item(1, 2)->text(), QString("extract_100001.pdf"));
+
+        PageView& view = window_->pageView();
+        QTRY_VERIFY(!view.words().empty());
+        const ViewWord label = view.words().front();
+        QCOMPARE(label.text, QString("account:"));
+        QTimer choose;
+        connect(&choose, &QTimer::timeout, this, [&] {
+            if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+                choose.stop();
+                menu->setActiveAction(menu->findChild<QAction*>("positionSearch"));
+                QTest::keyClick(menu, Qt::Key_Return);
+            }
+        });
+        choose.start(20);
+        QTest::mouseClick(view.findChild<QWidget*>("pageCanvas"), Qt::LeftButton, {},
+                          view.findChild<QWidget*>("pageCanvas")->mapFrom(&view, view.wordCentre(label)));
+        QTRY_COMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSH")), QString::number(label.h));
+        QCOMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSV")), QString::number(label.v));
+        QCOMPARE(shown(dialog->findChild<QWidget*>("FINDSTRING")), QString("account:"));
+
+        // Matched pages only: the preview follows the settings.
+        dialog->findChild<QComboBox*>("PAGEEXTRACT")->setCurrentText(qt(modeText(PageExtractMode::MatchedPageOnly)));
+        QTRY_COMPARE_WITH_TIMEOUT(preview->item(1, 0)->text(), QString("6"), 10000);
+        saveShot(window_.get(), "PreviewPane");
     }
 
     // ExRun opens the main dialog as the menu item does, replacing one.

@@ -1,0 +1,331 @@
+#include "ui/PageView.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QSpinBox>
+#include <QStyle>
+#include <QThread>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace vellira::ui {
+
+namespace {
+
+constexpr int kMargin = 12;  // around the page, in pixels
+
+// How the page is fitted: to the width of the view, to the whole view, or a
+// fixed percentage.
+struct Fit {
+    enum Kind { Width, Page, Percent } kind = Width;
+    int percent = 100;
+};
+
+}  // namespace
+
+// Draws the page image, the highlighted match, and reports the word under
+// the pointer.
+class PageCanvas : public QWidget {
+public:
+    explicit PageCanvas(PageView& view) : QWidget(&view), view_(view) {
+        setMouseTracking(true);
+        setObjectName("pageCanvas");
+    }
+    QImage image;
+    float zoom = 1;
+    QRectF highlight;  // in points; empty for none
+
+    const ViewWord* wordAt(const QPoint& point) const {
+        const QPointF at((point.x() - kMargin) / zoom, (point.y() - kMargin) / zoom);
+        for (const ViewWord& word : view_.words())
+            if (word.box.adjusted(-1, -1, 1, 1).contains(at)) return &word;
+        return nullptr;
+    }
+    QRect onScreen(const QRectF& box) const {
+        return QRectF(box.x() * zoom + kMargin, box.y() * zoom + kMargin, box.width() * zoom, box.height() * zoom)
+            .toAlignedRect();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.fillRect(rect(), palette().color(QPalette::Dark));
+        if (image.isNull()) return;
+        const QRect page(kMargin, kMargin, image.width(), image.height());
+        painter.fillRect(page.translated(3, 3), QColor(0, 0, 0, 60));
+        painter.drawImage(page.topLeft(), image);
+        if (!highlight.isEmpty()) {
+            const QRect box = onScreen(highlight).adjusted(-2, -2, 2, 2);
+            painter.fillRect(box, QColor(255, 200, 0, 110));
+            painter.setPen(QPen(QColor(230, 120, 0), 2));
+            painter.drawRect(box);
+        }
+    }
+    void mouseMoveEvent(QMouseEvent* event) override {
+        const ViewWord* word = wordAt(event->position().toPoint());
+        setCursor(word ? Qt::PointingHandCursor : Qt::ArrowCursor);
+        emit view_.wordHovered(word ? *word : ViewWord{});
+    }
+    void mousePressEvent(QMouseEvent* event) override {
+        if (event->button() != Qt::LeftButton) return;
+        if (const ViewWord* word = wordAt(event->position().toPoint()))
+            emit view_.wordClicked(*word, event->globalPosition().toPoint());
+    }
+
+private:
+    PageView& view_;
+};
+
+// Opens the document and draws pages on the view's own thread and host. Only
+// the newest request is drawn: older ones still waiting are skipped.
+class PageView::Renderer : public QObject {
+public:
+    explicit Renderer(PageView& view) : view_(view) {}
+
+    void open(const QString& path, int generation) {
+        host_.reset();
+        doc_ = {};
+        host_ = std::make_unique<MupdfHost>();
+        int pages = 0;
+        QString error;
+        if (!path.isEmpty()) {
+            try {
+                doc_ = host_->openDocument(std::filesystem::path(path.toStdString()));
+                pages = host_->pageCount(doc_);
+            } catch (const HostError& failure) {
+                error = QString::fromStdString(failure.text());
+                doc_ = {};
+            }
+        }
+        QMetaObject::invokeMethod(
+            &view_,
+            [view = &view_, pages, error, generation] {
+                if (generation != view->generation_) return;
+                view->pages_ = pages;
+                view->page_ = 0;
+                view->documentOpened(error);
+            },
+            Qt::QueuedConnection);
+    }
+
+    void draw(int page, Fit fit, QSize viewport, int generation) {
+        if (generation != view_.generation_ || !doc_) return;  // a newer request is on its way
+        QImage image;
+        std::vector<ViewWord> words;
+        float zoom = 1;
+        try {
+            const auto [width, height] = host_->pageSize(doc_, page);
+            const float fitWidth = width > 0 ? (viewport.width() - 2.0f * kMargin) / width : 1;
+            const float fitPage = height > 0 ? std::min(fitWidth, (viewport.height() - 2.0f * kMargin) / height) : 1;
+            zoom = fit.kind == Fit::Width ? fitWidth : fit.kind == Fit::Page ? fitPage : fit.percent / 100.0f;
+            zoom = std::clamp(zoom, 0.05f, 8.0f);
+            const MupdfHost::PageImage drawn = host_->renderPage(doc_, page, zoom);
+            image =
+                QImage(drawn.pixels.data(), drawn.width, drawn.height, drawn.width * 3, QImage::Format_RGB888).copy();
+            for (const auto& box : host_->wordBoxes(doc_, page))
+                words.push_back({QString::fromStdString(box.word.text), box.word.h, box.word.v, box.word.number,
+                                 QRectF(box.x0, box.y0, box.x1 - box.x0, box.y1 - box.y0)});
+        } catch (const HostError&) {
+            // A page that cannot be drawn shows empty.
+        }
+        QMetaObject::invokeMethod(
+            &view_,
+            [view = &view_, page, zoom, image, words = std::move(words), generation]() mutable {
+                view->pageDrawn(page, zoom, image, std::move(words), generation);
+            },
+            Qt::QueuedConnection);
+    }
+
+private:
+    PageView& view_;
+    std::unique_ptr<MupdfHost> host_;
+    DocHandle doc_;
+};
+
+PageView::PageView(QWidget* parent)
+    : QWidget(parent), renderer_(std::make_unique<Renderer>(*this)), thread_(new QThread(this)) {
+    setObjectName("PageView");
+    setFocusPolicy(Qt::StrongFocus);
+    renderer_->moveToThread(thread_);
+    thread_->start();
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    auto* bar = new QHBoxLayout;
+    bar->setContentsMargins(6, 4, 6, 4);
+    auto* previous = new QPushButton(style()->standardIcon(QStyle::SP_ArrowBack), "", this);
+    previous->setObjectName("previousPage");
+    previous->setToolTip("Previous page (Page Up)");
+    auto* next = new QPushButton(style()->standardIcon(QStyle::SP_ArrowForward), "", this);
+    next->setObjectName("nextPage");
+    next->setToolTip("Next page (Page Down)");
+    pageBox_ = new QSpinBox(this);
+    pageBox_->setObjectName("pageNumber");
+    pageBox_->setRange(1, 1);
+    pageBox_->setKeyboardTracking(false);
+    pageTotal_ = new QLabel("of 0", this);
+    zoomBox_ = new QComboBox(this);
+    zoomBox_->setObjectName("zoom");
+    zoomBox_->addItems({"Fit width", "Fit page", "50%", "75%", "100%", "125%", "150%", "200%"});
+    for (QWidget* each : std::initializer_list<QWidget*>{previous, next, pageBox_, zoomBox_})
+        each->setFocusPolicy(Qt::ClickFocus);
+    bar->addWidget(previous);
+    bar->addWidget(next);
+    bar->addSpacing(8);
+    bar->addWidget(new QLabel("Page", this));
+    bar->addWidget(pageBox_);
+    bar->addWidget(pageTotal_);
+    bar->addStretch();
+    bar->addWidget(new QLabel("Zoom", this));
+    bar->addWidget(zoomBox_);
+    layout->addLayout(bar);
+
+    scroll_ = new QScrollArea(this);
+    scroll_->setObjectName("pageScroll");
+    scroll_->setBackgroundRole(QPalette::Dark);
+    scroll_->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
+    canvas_ = new PageCanvas(*this);
+    scroll_->setWidget(canvas_);
+    scroll_->setFocusPolicy(Qt::NoFocus);
+    layout->addWidget(scroll_, 1);
+
+    connect(previous, &QPushButton::clicked, this, [this] { goToPage(page_ - 1); });
+    connect(next, &QPushButton::clicked, this, [this] { goToPage(page_ + 1); });
+    connect(pageBox_, &QSpinBox::valueChanged, this, [this](int value) { goToPage(value - 1); });
+    connect(zoomBox_, &QComboBox::currentIndexChanged, this, [this] { requestPage(); });
+}
+
+PageView::~PageView() {
+    ++generation_;
+    thread_->quit();
+    thread_->wait();
+}
+
+void PageView::showDocument(const QString& path) {
+    const int generation = ++generation_;
+    pages_ = 0;
+    page_ = 0;
+    words_.clear();
+    clearHighlight();
+    canvas_->image = QImage();
+    canvas_->update();
+    QMetaObject::invokeMethod(
+        renderer_.get(), [renderer = renderer_.get(), path, generation] { renderer->open(path, generation); },
+        Qt::QueuedConnection);
+}
+
+void PageView::documentOpened(const QString& error) {
+    pageBox_->blockSignals(true);
+    pageBox_->setRange(1, std::max(pages_, 1));
+    pageBox_->setValue(1);
+    pageBox_->blockSignals(false);
+    pageTotal_->setText(QString("of %1").arg(pages_));
+    requestPage();
+    emit documentShown(pages_, error);
+}
+
+void PageView::goToPage(int page) {
+    if (pages_ == 0) return;
+    page = std::clamp(page, 0, pages_ - 1);
+    if (page == page_ && !canvas_->image.isNull()) return;
+    page_ = page;
+    pageBox_->blockSignals(true);
+    pageBox_->setValue(page + 1);
+    pageBox_->blockSignals(false);
+    requestPage();
+}
+
+void PageView::requestPage() {
+    if (pages_ == 0) return;
+    const int generation = ++generation_;
+    Fit fit;
+    const QString zoom = zoomBox_->currentText();
+    if (zoom == "Fit page")
+        fit.kind = Fit::Page;
+    else if (zoom != "Fit width")
+        fit = {Fit::Percent, zoom.chopped(1).toInt()};
+    const QSize viewport = scroll_->viewport()->size() - QSize(scroll_->verticalScrollBar()->sizeHint().width(), 0);
+    QMetaObject::invokeMethod(
+        renderer_.get(),
+        [renderer = renderer_.get(), page = page_, fit, viewport, generation] {
+            renderer->draw(page, fit, viewport, generation);
+        },
+        Qt::QueuedConnection);
+}
+
+void PageView::pageDrawn(int page, float zoom, const QImage& image, std::vector<ViewWord> words, int generation) {
+    if (generation != generation_ || page != page_) return;
+    words_ = std::move(words);
+    canvas_->image = image;
+    canvas_->zoom = zoom;
+    canvas_->highlight = QRectF();
+    if (page == highlightPage_) {
+        for (const ViewWord& word : words_)
+            if (word.number == highlightNumber_) canvas_->highlight = word.box;
+    }
+    canvas_->resize(image.width() + 2 * kMargin, image.height() + 2 * kMargin);
+    if (!canvas_->highlight.isEmpty())
+        scroll_->ensureVisible(canvas_->onScreen(canvas_->highlight).center().x(),
+                               canvas_->onScreen(canvas_->highlight).center().y(), 40, 80);
+    canvas_->update();
+    emit pageShown(page);
+}
+
+void PageView::showHighlight(int page, int wordNumber) {
+    highlightPage_ = page;
+    highlightNumber_ = wordNumber;
+    if (page == page_ && !canvas_->image.isNull()) {
+        // Already in view: draw it over the words as they are.
+        canvas_->highlight = QRectF();
+        for (const ViewWord& word : words_)
+            if (word.number == wordNumber) canvas_->highlight = word.box;
+        canvas_->update();
+        return;
+    }
+    page_ = -1;  // the page is drawn anew
+    goToPage(page);
+}
+
+void PageView::clearHighlight() {
+    highlightPage_ = highlightNumber_ = -1;
+    canvas_->highlight = QRectF();
+    canvas_->update();
+}
+
+std::optional<ViewWord> PageView::highlightedWord() const {
+    if (highlightPage_ != page_ || canvas_->highlight.isEmpty()) return std::nullopt;
+    for (const ViewWord& word : words_)
+        if (word.number == highlightNumber_) return word;
+    return std::nullopt;
+}
+
+QPoint PageView::wordCentre(const ViewWord& word) const {
+    return canvas_->mapTo(this, canvas_->onScreen(word.box).center());
+}
+
+void PageView::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+        case Qt::Key_PageUp: goToPage(page_ - 1); break;
+        case Qt::Key_PageDown: goToPage(page_ + 1); break;
+        case Qt::Key_Home: goToPage(0); break;
+        case Qt::Key_End: goToPage(pages_ - 1); break;
+        default: QWidget::keyPressEvent(event);
+    }
+}
+
+void PageView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (zoomBox_->currentIndex() <= 1) requestPage();
+}
+
+}  // namespace vellira::ui

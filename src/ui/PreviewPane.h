@@ -1,0 +1,50 @@
+// The ranges the current settings would cut on the current document, with
+// their names and output files, from a dry run of the split that writes
+// nothing. It runs on a thread and host of its own; a newer request replaces
+// one still working.
+#pragma once
+
+#include "run/BatchJob.h"
+
+#include <QWidget>
+
+#include <memory>
+#include <optional>
+#include <thread>
+
+class QLabel;
+class QTableWidget;
+
+namespace vellira::ui {
+
+class PreviewPane : public QWidget {
+    Q_OBJECT
+public:
+    explicit PreviewPane(QWidget* parent = nullptr);
+    ~PreviewPane() override;
+
+    // Lists the ranges `job` would cut on its current document.
+    void preview(BatchJob job);
+    // Shows no ranges, with a line saying why.
+    void clear(const QString& why);
+    bool working() const { return worker_.joinable(); }
+
+signals:
+    // A range was double-clicked: its first page, 0-based.
+    void rangeChosen(int page);
+    // A preview has been listed.
+    void listed(int ranges);
+
+private:
+    class Interface;
+    void start(BatchJob job);
+    void show(const std::vector<PlannedRange>& ranges, const QString& message);
+
+    std::unique_ptr<Interface> interface_;
+    std::thread worker_;
+    std::optional<BatchJob> next_;  // asked for while another preview worked
+    QLabel* summary_;
+    QTableWidget* table_;
+};
+
+}  // namespace vellira::ui
