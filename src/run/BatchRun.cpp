@@ -40,8 +40,6 @@ void BatchRun::setStatus(std::vector<BatchRow>& rows, std::size_t row, const cha
 }
 
 bool BatchRun::prepare() {
-    runTime = localNow();
-    ui.clearCancel();
     inBatch = false;
     errorFlag = false;
     // The settings the run starts with are the ones saved, before any check
@@ -50,6 +48,12 @@ bool BatchRun::prepare() {
     std::error_code ignored;
     std::filesystem::create_directories(settingsFile.parent_path(), ignored);
     writeParameters(pathText(settingsFile), settings, false, legacyFolder, nullptr);
+    return beginRun();
+}
+
+bool BatchRun::beginRun() {
+    runTime = localNow();
+    ui.clearCancel();
     if (!engine.beginRun(runTime)) return false;
     if (settings.OUTPUTDIR.find("[DESKTOP]") != std::string::npos)
         settings.OUTPUTDIR = replaceDesktopToken(settings.OUTPUTDIR, pathText(desktopFolder()));
@@ -210,15 +214,7 @@ bool BatchRun::preview(std::vector<PlannedRange>& plan) {
     // The current document only, with no report, list, mail or folder made.
     settings.USECURRENT = 1;
     settings.REPORTOPTIONSTXT = settings.REPORTOPTIONSCSV = settings.CREATELIST = settings.EMAILENABLE = 0;
-    runTime = localNow();
-    ui.clearCancel();
-    if (!engine.beginRun(runTime)) return false;
-    if (settings.OUTPUTDIR.find("[DESKTOP]") != std::string::npos)
-        settings.OUTPUTDIR = replaceDesktopToken(settings.OUTPUTDIR, pathText(desktopFolder()));
-    if (refusesMultiWordPosition(settings)) {
-        ui.note(kPositionOneWord);
-        return false;
-    }
+    if (!beginRun()) return false;
     run.plan = &plan;
     engine.composer.makeFolders = false;
     inBatch = true;  // no closing messages
@@ -228,13 +224,7 @@ bool BatchRun::preview(std::vector<PlannedRange>& plan) {
 }
 
 bool BatchRun::show() {
-    if (refusesMultiWordPosition(settings)) {
-        ui.note(kPositionOneWord);
-        return false;
-    }
-    runTime = localNow();
-    ui.clearCancel();
-    if (!engine.beginRun(runTime)) return false;
+    if (!beginRun()) return false;
     engine.beginDocument();
     if (!settings.USECURRENT) {
         try {

@@ -58,7 +58,11 @@ public:
     bool show();
 
 private:
+    // Saves the settings file, then begins the run.
     bool prepare();
+    // The run's clock, counters and modes; "[DESKTOP]" in OUTPUTDIR; the
+    // refusal of a multi-word search with a position mode.
+    bool beginRun();
     void setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status);
 };
 

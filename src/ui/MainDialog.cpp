@@ -401,8 +401,7 @@ void MainDialog::writeSettingsFile() {
     writeParameters(pathText(file), settings(), true, legacyFolder(), nullptr);
 }
 
-void MainDialog::openReportOptions() {
-    auto* dialog = new ReportOptionsDialog(settings(), this);
+void MainDialog::openOptions(OptionsDialog* dialog) {
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::accepted, this, [this, dialog] {
         dialog->takeInto(record_);
@@ -411,14 +410,10 @@ void MainDialog::openReportOptions() {
     dialog->open();
 }
 
+void MainDialog::openReportOptions() { openOptions(new ReportOptionsDialog(settings(), this)); }
+
 void MainDialog::openEmailOptions() {
-    auto* dialog = new EmailSettingsDialog(settings(), mailTransportFromEnvironment(), window_.opener(), this);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::accepted, this, [this, dialog] {
-        dialog->takeInto(record_);
-        emit settingsEdited();
-    });
-    dialog->open();
+    openOptions(new EmailSettingsDialog(settings(), mailTransportFromEnvironment(), window_.opener(), this));
 }
 
 void MainDialog::viewCurrentPagePositions() {

@@ -21,6 +21,7 @@ class QPushButton;
 namespace vellira::ui {
 
 class ApplicationWindow;
+class OptionsDialog;
 class RunController;
 
 // Where a word's position taken from the page view goes.
@@ -75,6 +76,8 @@ private:
     void extractModeChosen();
     void enableFor(const FilenameControls& name, const PositionControls& position);
     void enableForModes();
+    // Opens an option dialog; "Save/Exit" takes its fields over.
+    void openOptions(OptionsDialog* dialog);
     void openReportOptions();
     void openEmailOptions();
     void viewCurrentPagePositions();

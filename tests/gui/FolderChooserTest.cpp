@@ -20,22 +20,6 @@ namespace {
 
 QString qt(const std::filesystem::path& path) { return QString::fromStdString(path.string()); }
 
-// Answers the next message box with `button` once it shows, and keeps its text.
-struct MessageBoxAnswer {
-    QString text;
-    explicit MessageBoxAnswer(QMessageBox::StandardButton button) {
-        auto* timer = new QTimer(qApp);
-        QObject::connect(timer, &QTimer::timeout, [this, timer, button] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box) return;
-            text = box->text();
-            timer->deleteLater();
-            box->button(button)->click();
-        });
-        timer->start(20);
-    }
-};
-
 class FolderChooserTest : public QObject {
     Q_OBJECT
 

@@ -52,25 +52,6 @@ void click(QWidget* parent, const char* button) {
     QTest::mouseClick(found, Qt::LeftButton);
 }
 
-// Answers the next message box with `button` once it shows, and keeps its
-// text.
-struct MessageBoxAnswer {
-    QString text;
-    bool onInterfaceThread = false;
-    explicit MessageBoxAnswer(QMessageBox::StandardButton button) {
-        auto* timer = new QTimer(qApp);
-        QObject::connect(timer, &QTimer::timeout, [this, timer, button] {
-            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-            if (!box) return;
-            text = box->text();
-            onInterfaceThread = QThread::currentThread() == qApp->thread() && box->thread() == qApp->thread();
-            timer->deleteLater();
-            box->button(button)->click();
-        });
-        timer->start(20);
-    }
-};
-
 int pageCount(const std::filesystem::path& pdf) {
     MupdfHost host;
     return host.pageCount(host.openDocument(pdf));
