@@ -4,6 +4,7 @@
 #include "core/SplitSettings.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vellira::cli {
@@ -40,5 +41,24 @@ struct ShowOptions {
     std::string pdf;
 };
 int runShow(const ShowOptions& options);
+
+// "keys": every parameters-file key, both mode lists and the filename
+// macros; with a key, that key in full.
+struct KeysOptions {
+    std::string key;
+};
+int runKeys(const KeysOptions& options);
+
+// The valid names nearest to a mistyped one, nearest first (at most three).
+std::vector<std::string> nearestNames(std::string_view wanted, const std::vector<std::string>& names);
+
+// "setup": the settings the options give, saved as a parameters file as
+// "&Save Setup" saves one, or printed as the file would hold them.
+struct SetupOptions {
+    SettingsOptions settings;
+    std::string save;
+    bool print = false;
+};
+int runSetup(const SetupOptions& options);
 
 }  // namespace vellira::cli

@@ -118,6 +118,8 @@ int runSplit(const SplitOptions& options) {
     return std::cout ? exitStatus(result) : 1;
 }
 
+int runSetup(const SetupOptions&) { return 1; }
+
 int runShow(const ShowOptions& options) {
     BatchJob job;
     if (const auto error = applySettings(options.settings, job.settings); !error.empty()) {

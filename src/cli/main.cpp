@@ -64,6 +64,20 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1, std::numeric_limits<int>::max()))
         ->default_val(1);
 
+    vellira::cli::KeysOptions keys;
+    auto* keysCommand = app.add_subcommand(
+        "keys",
+        "List every setting (KEY for --set and .pcs files) with its type, default, label and meaning, the texts of the "
+        "split modes (PAGEEXTRACT) and naming modes (EXTRACT), and the filename macros; with KEY, that setting in full.");
+    keysCommand->add_option("KEY", keys.key, "one setting to describe, such as MATCHPOSH");
+
+    vellira::cli::SetupOptions setup;
+    auto* setupCommand = app.add_subcommand(
+        "setup", "Save the settings the options give as a parameters file (.pcs), as Save Setup does, or print them.");
+    addSettingsOptions(setupCommand, setup.settings);
+    setupCommand->add_option("--save", setup.save, "write the settings into FILE.pcs")->type_name("FILE.pcs");
+    setupCommand->add_flag("--print", setup.print, "print the settings as the file would hold them");
+
     if (argc < 2) {
         std::cerr << app.help();
         return 2;
@@ -84,5 +98,7 @@ int main(int argc, char** argv) {
     if (*showCommand) return vellira::cli::runShow(show);
     if (*positionsCommand) return vellira::cli::runPositions(positions);
     if (*mailTestCommand) return vellira::cli::runMailTest(mailTest);
+    if (*keysCommand) return vellira::cli::runKeys(keys);
+    if (*setupCommand) return vellira::cli::runSetup(setup);
     return 2;
 }
