@@ -37,9 +37,15 @@ TEST(BatchListFile, RowsComeBackAsListedAndOddLinesAreSkipped) {
                                     "\n+" + accented + "|\n+/in/last.pdf|");
     std::vector<BatchRow> loaded;
     ASSERT_TRUE(loadBatchList(dir / "hand.lst", loaded, ui));
+    // Relative paths are taken from the list's folder.
+    const std::string here = dir.path().string() + "/";
     const std::vector<std::vector<std::string>> expected = {
-        {"Yes", "/in/a", "b.pdf|/jobs/x.pcs"}, {"No", "/in/no.pdf", ""}, {"Yes", std::string(511, '+'), ""},
-        {"Yes", std::string(87, '+'), ""},     {"Yes", accented, ""},    {"Yes", "/in/last.pdf", ""},
+        {"Yes", "/in/a", here + "b.pdf|/jobs/x.pcs"},
+        {"No", "/in/no.pdf", ""},
+        {"Yes", here + std::string(511, '+'), ""},
+        {"Yes", here + std::string(87, '+'), ""},
+        {"Yes", accented, ""},
+        {"Yes", "/in/last.pdf", ""},
     };
     ASSERT_EQ(loaded.size(), expected.size());
     for (std::size_t i = 0; i < loaded.size(); ++i) {

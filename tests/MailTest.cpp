@@ -222,7 +222,8 @@ TEST_F(MailRun, EveryOutputReachesItsAddressInEachConnectionForm) {
         std::filesystem::remove(dir / "mail.log");
         const auto result = split(address, c.more);
         EXPECT_EQ(result.status, 0) << c.mode << "\n" << result.err;
-        EXPECT_EQ(result.err, "(3) Emails sent ok: 3, errors: 0\n3 file(s) written to " + out.string() + "\n")
+        EXPECT_EQ(result.err, "(3) Emails sent ok: 3, errors: 0\n" + pdf.string() +
+                                  ": 3 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n")
             << c.mode;
         const auto messages = server.messages();
         ASSERT_EQ(messages.size(), 3u) << c.mode;
@@ -263,8 +264,9 @@ TEST_F(MailRun, FailedSendsAreLoggedAndTheRunGoesOn) {
         std::filesystem::remove(dir / "mail.log");
         const auto result = split(address, c.more, c.trusted);
         EXPECT_EQ(result.status, 3) << c.what;
-        EXPECT_EQ(result.err,
-                  "(3) Emails sent ok: 0, errors: 3\n3 file(s) written to " + out.string() + "; 3 mail(s) failed\n")
+        EXPECT_EQ(result.err, "(3) Emails sent ok: 0, errors: 3\n" + pdf.string() +
+                                  ": 3 page(s), 3 file(s) written\n3 file(s) written to " + out.string() +
+                                  "; 3 mail(s) failed\n")
             << c.what;
         const std::string log = readFile(dir / "mail.log");
         EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 6) << log;
@@ -289,8 +291,9 @@ TEST_F(MailRun, AServerThatGoesAwayFailsOnlyTheMailsAfterIt) {
     SmtpServer server(dir, "starttls", {"--stop-after", "1"});
     const auto result = split("tls:localhost:" + std::to_string(server.port()), "");
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err,
-              "(3) Emails sent ok: 1, errors: 2\n3 file(s) written to " + out.string() + "; 2 mail(s) failed\n");
+    EXPECT_EQ(result.err, "(3) Emails sent ok: 1, errors: 2\n" + pdf.string() +
+                              ": 3 page(s), 3 file(s) written\n3 file(s) written to " + out.string() +
+                              "; 2 mail(s) failed\n");
     EXPECT_EQ(server.messages().size(), 1u);
 }
 

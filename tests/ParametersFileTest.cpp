@@ -117,6 +117,7 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
     EXPECT_EQ(offsets.OFFSETFIRST, before.OFFSETFIRST);
     EXPECT_EQ(offsets.STRIPEND, 0);
     EXPECT_EQ(read("LASTPATH;/home/me \r\n").LASTPATH, "/home/me ");
+    EXPECT_EQ(read("OUTPUTDIR;~/statements \r\n").OUTPUTDIR, std::string(std::getenv("HOME")) + "/statements");
     EXPECT_EQ(read("FINDSTRING;one \r\nFINDSTRING;two \r\n").FINDSTRING, "two");
 
     // A probe looks at the first line only.

@@ -1,4 +1,5 @@
 // The split and show commands as a user runs them on a real PDF.
+#include "files/ParametersFile.h"
 #include "fixtures/PdfFixture.h"
 #include "support/OutputPdf.h"
 #include "support/RunProgram.h"
@@ -49,7 +50,9 @@ TEST(SplitCommand, CutsAtEachMatchNamesByTheNextWordAndReports) {
         runProgram(dir, "split --set OUTPUTDIR=" + quoted(out) + " --set REPORTOPTIONSTXT=1 " + quoted(pdf));
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "Done\t" + pdf.string() + "\n");
-    EXPECT_EQ(result.err, "3 file(s) written to " + out.string() + "\n");
+    // Without a terminal, one line per document tells a log how it went.
+    EXPECT_EQ(result.err,
+              pdf.string() + ": 10 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n");
 
     const std::vector<std::pair<std::string, std::vector<std::string>>> expected = {
         {"extract_C100.pdf", {"p1", "p2", "p3"}},
@@ -99,14 +102,16 @@ TEST(SplitCommand, EveryRowGetsItsStatusAndTheRunGoesOn) {
     EXPECT_EQ(result.out, "file error\t" + (dir / "missing.pdf").string() + "\nCan't open\t" +
                               (dir / "damaged.pdf").string() + "\nPermissions error\t" + (dir / "locked.pdf").string() +
                               "\nDone\t" + good.string() + "\nfile error\t" + (dir / "tmp").string() + "\n");
-    EXPECT_EQ(result.err, "Done, some errors occurred.\n3 file(s) written to " + out.string() + "\n");
+    EXPECT_EQ(result.err, "Done, some errors occurred.\n" + good.string() +
+                              ": 10 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n");
     EXPECT_TRUE(std::filesystem::exists(out / "extract_C900.pdf"));
 
     // A missing file alone is not an error of the run's PDFs.
     const auto missingOnly = runProgram(
         dir, "split --set OUTPUTDIR=" + quoted(out) + " " + quoted(dir / "missing.pdf") + " " + quoted(good));
     EXPECT_EQ(missingOnly.status, 1);
-    EXPECT_EQ(missingOnly.err, "3 file(s) written to " + out.string() + "\n");
+    EXPECT_EQ(missingOnly.err,
+              good.string() + ": 10 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n");
 }
 
 TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
@@ -133,8 +138,9 @@ TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
                               (dir / "missing.pdf").string() + "\nCan't open\t" + (dir / "notes.pdf").string() +
                               "\nDone\t" + (dir / "second.pdf").string() + "\nDone\t" + (dir / "third.pdf").string() +
                               "\nDone\t" + pdf.string() + "\n");
-    EXPECT_TRUE(
-        result.err.ends_with("Done, some errors occurred.\n30 file(s) written to " + (dir / "pages").string() + "\n"))
+    EXPECT_TRUE(result.err.ends_with("Done, some errors occurred.\n" + pdf.string() +
+                                     ": 10 page(s), 10 file(s) written\n30 file(s) written to " +
+                                     (dir / "pages").string() + "\n"))
         << result.err;
     // The later rows write the same names again: each page's file is said to
     // be written over, twice.
@@ -207,7 +213,8 @@ TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
     EXPECT_EQ(result.err,
               "Done! - 3 PDF file(s) output\r\n\r\nReport files have been generated, do you want to view text report "
               "?\n(answered yes)\n" +
-                  pdf.string() + "_report.txt\n3 file(s) written to " + out.string() + "\n");
+                  pdf.string() + "_report.txt\n" + pdf.string() +
+                  ": 10 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n");
 
     const auto none =
         runProgram(dir, "split --set FINDSTRING=nowhere --set USECURRENT=1 --set FILENAME=" + quoted(pdf) +
@@ -215,7 +222,8 @@ TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
     EXPECT_EQ(none.status, 1);
     EXPECT_EQ(none.err,
               "Done! and no matches we're found!,\r\nplease note: word searching is case sensitive & must contain "
-              "the full word\n0 file(s) written\n");
+              "the full word\n" +
+                  pdf.string() + ": 10 page(s), 0 file(s) written\n0 file(s) written\n");
 }
 
 // The exit status and the last line of standard error tell a scheduled job
@@ -274,6 +282,52 @@ TEST(SplitCommand, ExitStatusAndSummaryTellWhatHappened) {
     EXPECT_LT(written, 600);
     EXPECT_TRUE(readFile(dir / "stderr.txt").ends_with(std::to_string(written) + to + "\n"))
         << readFile(dir / "stderr.txt");
+}
+
+// A setup made on the command line is the file "&Save Setup" writes, and a
+// split can speak JSON to a script.
+TEST(SplitCommand, SetupFilesAndJsonForScripts) {
+    testing::TempDir dir;
+    const auto pdf = writeTenPages(dir);
+    const std::vector<std::pair<std::string, std::string>> sets = {{"FINDSTRING", "Invoice No"},
+                                                                   {"MATCHPOSH", "100-120|130"},
+                                                                   {"PAGEEXTRACT", "Matched page only"},
+                                                                   {"TOPAGE", "-2"},
+                                                                   {"OUTPUTDIR", "/srv/out"},
+                                                                   {"EMAILMSG", "Dear customer,\nhere it is."}};
+    std::string arguments = "setup --print --save " + quoted(dir / "job.pcs");
+    SplitSettings expected;
+    for (const auto& [key, value] : sets) {
+        arguments += " --set '" + key + "=" + value + "'";
+        assignKey(expected, *findSettingsKey(key), value);
+    }
+    const auto saved = runProgram(dir, arguments);
+    EXPECT_EQ(saved.status, 0) << saved.err;
+    EXPECT_EQ(saved.err, (dir / "job.pcs").string() + " saved.\n");
+    EXPECT_EQ(saved.out, readFile(dir / "job.pcs"));
+    SplitSettings loaded;
+    std::string name = (dir / "job.pcs").string();
+    readParameters(name, loaded, {dir / "legacy", false});
+    EXPECT_EQ(loaded, expected);
+    EXPECT_EQ(runProgram(dir, "setup --set FINDSTRING=x").status, 2);
+
+    const auto out = dir / "out";
+    const auto split = runProgram(dir, "split --json --set OUTPUTDIR=" + quoted(out) + " " + quoted(pdf));
+    EXPECT_EQ(split.status, 0) << split.err;
+    std::ofstream(dir / "split.json") << split.out;
+    // The JSON parses, and lists each file the split wrote with its pages.
+    const std::string reader =
+        "python3 -c 'import json, sys; d = json.load(open(sys.argv[1])); print(d[\"rows\"][0][\"status\"]); "
+        "[print(o[\"path\"], o[\"first\"], o[\"last\"], o[\"name\"]) for o in d[\"outputs\"]]' " +
+        quoted(dir / "split.json");
+    std::string listed;
+    FILE* pipe = popen(reader.c_str(), "r");
+    for (int c; (c = std::fgetc(pipe)) != EOF;) listed += static_cast<char>(c);
+    EXPECT_EQ(pclose(pipe), 0);
+    const std::string o = out.string() + "/";
+    EXPECT_EQ(listed, "Done\n" + o + "extract_C100.pdf 1 3 C100\n" + o + "extract_C400.pdf 4 8 C400\n" + o +
+                          "extract_C900.pdf 9 10 C900\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(out), {}), 3);
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ std::string applySettings(const SettingsOptions& options, SplitSettings& setting
 struct SplitOptions {
     SettingsOptions settings;
     bool yes = false;
+    bool quiet = false;
+    bool json = false;  // one JSON document of rows and outputs instead of the tab lines
     std::string trace;
     std::string list;
     std::vector<std::string> pdfs;
@@ -38,6 +40,7 @@ int runMailTest(const SettingsOptions& options);
 
 struct ShowOptions {
     SettingsOptions settings;
+    bool quiet = false;
     std::string pdf;
 };
 int runShow(const ShowOptions& options);

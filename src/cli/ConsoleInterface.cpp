@@ -7,7 +7,8 @@
 
 namespace vellira::cli {
 
-ConsoleInterface::ConsoleInterface(bool answerYes) : answerYes_(answerYes), terminal_(::isatty(STDERR_FILENO) != 0) {}
+ConsoleInterface::ConsoleInterface(bool answerYes, bool quiet)
+    : answerYes_(answerYes), quiet_(quiet), terminal_(::isatty(STDERR_FILENO) != 0) {}
 
 void ConsoleInterface::clearProgress() {
     if (!progressShown_) return;
@@ -23,19 +24,34 @@ void ConsoleInterface::note(std::string_view message) {
 
 bool ConsoleInterface::question(std::string_view message) {
     note(message);
-    std::fputs(answerYes_ ? "(answered yes)\n" : "(answered no)\n", stderr);
+    if (!quiet_) std::fputs(answerYes_ ? "(answered yes)\n" : "(answered no)\n", stderr);
     return answerYes_;
 }
 
 void ConsoleInterface::progress(const Progress& progress) {
+    if (quiet_) return;
+    if (progress.file != document_.file) documentDone();
+    document_ = progress;
     if (!terminal_) return;
     std::fprintf(stderr, "\r\033[K%s: page %d of %d, %d file(s) written", progress.file.c_str(), progress.page,
                  progress.pages, progress.filesWritten);
     progressShown_ = true;
 }
 
+void ConsoleInterface::documentDone() {
+    if (terminal_ || document_.pages == 0) return;
+    std::fprintf(stderr, "%s: %d page(s), %d file(s) written\n", document_.file.c_str(), document_.pages,
+                 document_.filesWritten);
+}
+
+void ConsoleInterface::endProgress() {
+    clearProgress();
+    documentDone();
+    document_ = {};
+}
+
 void ConsoleInterface::status(std::string_view text) {
-    if (!terminal_) return;
+    if (!terminal_ || quiet_) return;
     clearProgress();
     std::fwrite(text.data(), 1, text.size(), stderr);
     progressShown_ = true;

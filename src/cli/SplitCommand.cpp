@@ -1,12 +1,14 @@
 // split and show: the "Process Batch List" and "&Show" commands.
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
+#include "core/Text.h"
 #include "files/BatchListFile.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 #include "run/BatchJob.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +40,7 @@ struct StopOnInterrupt {
 // and "Show next highlight" is always answered yes.
 class ShowConsole final : public ConsoleInterface {
 public:
+    explicit ShowConsole(bool quiet) : ConsoleInterface(false, quiet) {}
     bool question(std::string_view) override { return true; }
     void highlight(int page, std::string_view word, std::uint16_t) override {
         std::cout << "page " << page + 1 << ": " << word << "\n";
@@ -45,6 +48,24 @@ public:
 };
 
 }  // namespace
+
+// The texts a mode setting may hold; none for other settings.
+std::vector<std::string> modeTexts(const std::string& key) {
+    std::vector<std::string> texts;
+    if (key == "PAGEEXTRACT")
+        for (const auto& [mode, text] : kExtractModes) texts.emplace_back(text);
+    if (key == "EXTRACT")
+        for (const auto& [mode, text] : kFilenameModes) texts.emplace_back(text);
+    return texts;
+}
+
+// "; did you mean A, B?" for the names found near, or nothing.
+std::string suggestion(const std::vector<std::string>& near) {
+    if (near.empty()) return {};
+    std::string text = "; did you mean ";
+    for (std::size_t i = 0; i < near.size(); ++i) text += (i ? ", " : "") + near[i];
+    return text + "?";
+}
 
 std::string applySettings(const SettingsOptions& options, SplitSettings& settings) {
     for (const auto& params : options.params) {
@@ -56,9 +77,19 @@ std::string applySettings(const SettingsOptions& options, SplitSettings& setting
         const auto equals = pair.find('=');
         if (equals == std::string::npos) return "--set needs KEY=VALUE: '" + pair + "'";
         const std::string key = pair.substr(0, equals);
+        const std::string value = pair.substr(equals + 1);
         const SettingsKey* found = findSettingsKey(key);
-        if (!found) return "unknown setting '" + key + "'";
-        assignKey(settings, *found, std::string_view(pair).substr(equals + 1));
+        if (!found) {
+            std::vector<std::string> names;
+            for (const auto& each : settingsKeys()) names.emplace_back(each.name);
+            return "unknown setting '" + key + "'" + suggestion(nearestNames(key, names)) +
+                   " ('vellira-batch keys' lists them all)";
+        }
+        if (const auto modes = modeTexts(key); !modes.empty() && !(key == "EXTRACT" && value.empty()) &&
+                                               std::find(modes.begin(), modes.end(), value) == modes.end())
+            return "'" + value + "' is no " + key + " mode" + suggestion(nearestNames(value, modes)) +
+                   " ('vellira-batch keys' lists them all)";
+        assignKey(settings, *found, value);
     }
     return {};
 }
@@ -71,6 +102,54 @@ int runMailTest(const SettingsOptions& options) {
     }
     ConsoleInterface ui;
     return sendTestMail(settings, ui, mailTransportFromEnvironment()) ? 0 : 1;
+}
+
+// A text as a JSON string.
+std::string jsonString(std::string_view text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            default:
+                if (static_cast<unsigned char>(c) < 0x20)
+                    out += formatText("\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+                else
+                    out += c;
+        }
+    }
+    return out + "\"";
+}
+
+// The run as one JSON document: each row with its status, each output saved
+// with its pages, captured name and mail status (null when not mailed), and
+// the counts.
+std::string jsonReport(const BatchResult& result) {
+    std::string json = "{\n  \"rows\": [";
+    for (std::size_t i = 0; i < result.rows.size(); ++i) {
+        const BatchRow& row = result.rows[i];
+        json += (i ? ",\n    " : "\n    ") + std::string("{\"use\": ") + jsonString(row.use) +
+                ", \"status\": " + jsonString(row.status) + ", \"path\": " + jsonString(row.path) + "}";
+    }
+    json += "\n  ],\n  \"outputs\": [";
+    for (std::size_t i = 0; i < result.outputs.size(); ++i) {
+        const PlannedRange& output = result.outputs[i];
+        std::string mail = "null";
+        for (const auto& [file, status] : result.mails)
+            if (file == output.path) mail = jsonString(status);
+        json += (i ? ",\n    " : "\n    ") + std::string("{\"path\": ") + jsonString(output.path) +
+                ", \"first\": " + std::to_string(output.first) + ", \"last\": " + std::to_string(output.last) +
+                ", \"name\": " + jsonString(output.name) + ", \"mail\": " + mail + "}";
+    }
+    json += "\n  ],\n  \"filesWritten\": " + std::to_string(result.filesWritten) +
+            ",\n  \"savesFailed\": " + std::to_string(result.rangesFailed) +
+            ",\n  \"mailsSent\": " + std::to_string(result.mailsSent) +
+            ",\n  \"mailsFailed\": " + std::to_string(result.mailsFailed) +
+            ",\n  \"stopped\": " + (result.stopped ? "true" : "false") + "\n}\n";
+    return json;
 }
 
 // 1 when a row failed or the run was refused; 3 when every row is "Done"
@@ -95,7 +174,7 @@ int runSplit(const SplitOptions& options) {
         std::cerr << "vellira-batch split: " << error << "\n";
         return 2;
     }
-    ConsoleInterface ui(options.yes);
+    ConsoleInterface ui(options.yes, options.quiet);
     if (!options.list.empty() && !loadBatchList(options.list, job.rows, ui)) return 1;
     for (const auto& pdf : options.pdfs) job.rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
     if (job.settings.USECURRENT) job.currentDocument = job.settings.FILENAME;
@@ -109,16 +188,40 @@ int runSplit(const SplitOptions& options) {
         result = runBatch(job, host, ui);
     }
     ui.endProgress();
-    for (const auto& row : result.rows) std::cout << row.status << "\t" << row.path << "\n";
+    if (options.json) {
+        std::cout << jsonReport(result);
+    } else {
+        for (const auto& row : result.rows) std::cout << row.status << "\t" << row.path << "\n";
+    }
     std::cout << std::flush;
     std::string summary = ui.writtenSummary();
     if (result.rangesFailed > 0) summary += "; " + std::to_string(result.rangesFailed) + " save(s) failed";
     if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
-    std::cerr << summary << "\n";
+    // Quiet, the line is left out unless something failed.
+    if (!options.quiet || result.rangesFailed > 0 || result.mailsFailed > 0) std::cerr << summary << "\n";
     return std::cout ? exitStatus(result) : 1;
 }
 
-int runSetup(const SetupOptions&) { return 1; }
+int runSetup(const SetupOptions& options) {
+    if (options.save.empty() && !options.print) {
+        std::cerr << "vellira-batch setup: give --save FILE.pcs, --print or both\n";
+        return 2;
+    }
+    SplitSettings settings;
+    if (const auto error = applySettings(options.settings, settings); !error.empty()) {
+        std::cerr << "vellira-batch setup: " << error << "\n";
+        return 2;
+    }
+    if (options.print) std::cout << parametersText(settings, false) << std::flush;
+    if (!options.save.empty()) {
+        ConsoleInterface ui;
+        if (!writeParameters(options.save, settings, false, legacyFolder(), &ui)) {
+            std::cerr << "vellira-batch setup: cannot write '" << options.save << "'\n";
+            return 1;
+        }
+    }
+    return std::cout ? 0 : 1;
+}
 
 int runShow(const ShowOptions& options) {
     BatchJob job;
@@ -128,7 +231,7 @@ int runShow(const ShowOptions& options) {
     }
     job.settings.FILENAME = options.pdf;
     job.settings.USECURRENT = 0;
-    ShowConsole ui;
+    ShowConsole ui(options.quiet);
     MupdfHost host;
     StopOnInterrupt stop(ui);
     const bool shown = vellira::runShow(job, host, ui).completed;

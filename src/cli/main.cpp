@@ -1,5 +1,7 @@
 // vellira-batch: split PDF runs by their text, from the command line.
 #include "cli/Commands.h"
+#include "host/MupdfHost.h"
+#include "mail/MailSender.h"
 
 #include <CLI/CLI.hpp>
 
@@ -28,6 +30,28 @@ int main(int argc, char** argv) {
     CLI::App app{"Vellira Batch: cut PDF runs into one PDF per customer, account or chapter, named by their own text.",
                  "vellira-batch"};
     app.require_subcommand(1);
+    app.footer(
+        "Settings are the keys of parameters files: 'vellira-batch keys' lists every one with its\n"
+        "default and meaning, both mode lists and the filename macros; 'vellira-batch keys KEY' tells\n"
+        "one in full (MATCHPOSH for the position syntax). Run 'vellira-batch COMMAND --help' for a\n"
+        "command's options.\n"
+        "\n"
+        "Examples:\n"
+        "  vellira-batch split --set OUTPUTDIR=parts statements.pdf\n"
+        "      cut at every \"account:\", each piece named by the word after it\n"
+        "  vellira-batch positions invoices.pdf --page 1\n"
+        "      the h and v of every word on page 1, to pin a match to its position\n"
+        "  vellira-batch split --set FINDSTRING= --set MATCHPOSH=450-470 --set MATCHPOSV=700 \\\n"
+        "      --set 'PAGEEXTRACT=From match to next match using position h,v' \\\n"
+        "      --set 'EXTRACT=h,v match as filename' --set OUTPUTDIR=invoices invoices.pdf\n"
+        "      cut where a word stands at h 450 to 470, v 700 (the invoice number), named by it\n"
+        "  vellira-batch setup --set FINDSTRING= --set MATCHPOSH=450-470 ... --save invoices.pcs\n"
+        "      the same settings kept as a setup file (the --set options of the split, then --save);\n"
+        "      split with them later: vellira-batch split --params invoices.pcs invoices.pdf\n"
+        "\n"
+        "Exit status: 0 all done, 3 done with failed saves or mails or stopped, 1 failed, 2 usage.");
+    app.set_version_flag("--version", std::string("vellira-batch ") + std::string(vellira::kVersionText) + "\nMuPDF " +
+                                          vellira::mupdfVersion() + "\nlibcurl " + vellira::mailTransportVersion());
 
     vellira::cli::SplitOptions split;
     auto* splitCommand = app.add_subcommand(
@@ -36,6 +60,10 @@ int main(int argc, char** argv) {
         "(Done, file error, Can't open, Permissions error) and path when it ends.");
     addSettingsOptions(splitCommand, split.settings);
     splitCommand->add_flag("--yes", split.yes, "answer yes to the run's questions (the default answer is no)");
+    splitCommand->add_flag("-q,--quiet", split.quiet, "show only the run's messages: no progress, no summary line");
+    splitCommand->add_flag("--json", split.json,
+                           "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
+                           "instead of the status lines");
     splitCommand->add_option("--trace", split.trace, "write the debug trace into FILE")->type_name("FILE");
     splitCommand
         ->add_option("--list", split.list,
@@ -47,6 +75,7 @@ int main(int argc, char** argv) {
     auto* showCommand =
         app.add_subcommand("show", "List every match of the search text in a PDF as 'page P: WORD', writing nothing.");
     addSettingsOptions(showCommand, show.settings);
+    showCommand->add_flag("-q,--quiet", show.quiet, "show only the matches and the messages");
     showCommand->add_option("PDF", show.pdf, "the PDF to search")->required();
 
     vellira::cli::SettingsOptions mailTest;
@@ -68,7 +97,8 @@ int main(int argc, char** argv) {
     auto* keysCommand = app.add_subcommand(
         "keys",
         "List every setting (KEY for --set and .pcs files) with its type, default, label and meaning, the texts of the "
-        "split modes (PAGEEXTRACT) and naming modes (EXTRACT), and the filename macros; with KEY, that setting in full.");
+        "split modes (PAGEEXTRACT) and naming modes (EXTRACT), and the filename macros; with KEY, that setting in "
+        "full.");
     keysCommand->add_option("KEY", keys.key, "one setting to describe, such as MATCHPOSH");
 
     vellira::cli::SetupOptions setup;

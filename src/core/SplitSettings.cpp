@@ -18,71 +18,225 @@ std::optional<Mode> modeIn(const std::array<std::pair<Mode, std::string_view>, N
 
 using S = SplitSettings;
 
-// Every key the parameters file can read, with the field it sets.
+// The longer texts of the key table, for the keys that need more than a line.
+
+constexpr std::string_view kFindStringDetails =
+    "Compared whole word and exactly: Invoice does not match Invoice: nor invoice (unless IGNORECASE is on). "
+    "Several words match consecutive words in reading order, also across a line or a page break.\n"
+    "A range starts on the page of the word after the match; in \"Next word as filename\" that word names it. "
+    "An empty search text matches nothing, except in the position split modes, where any word at the position "
+    "does. The bookmark split modes do not use it.";
+
+constexpr std::string_view kMatchPositionDetails =
+    "Used by the split modes \"using position h,v\": a range starts only where the search text (FINDSTRING) "
+    "stands at this position; with an empty FINDSTRING any word there starts one. Positions are whole PDF points "
+    "from the bottom-left corner of the page, as this command lists them for every word of a page:\n"
+    "  vellira-batch positions PDF --page N\n"
+    "\n"
+    "MATCHPOSH and MATCHPOSV are each written as:\n"
+    "  LO           exactly LO                     120\n"
+    "  LO-HI        from LO to HI                  100-140\n"
+    "  LO|ALT       LO, or exactly ALT             120|300\n"
+    "  LO-HI|ALT    from LO to HI, or exactly ALT  100-140|300\n"
+    "A word passes when its h passes MATCHPOSH and its v passes MATCHPOSV. A leading minus is a sign, and an "
+    "empty value counts as 0. Failing that, a word still passes by the first number (LO) of each:\n"
+    "  MATCHPOSH 0     any word on the line MATCHPOSV\n"
+    "  MATCHPOSV 0     any word in the column MATCHPOSH\n"
+    "  MATCHPOSH -N    any word of exactly N characters on the line MATCHPOSV\n"
+    "  MATCHPOSV -N    any word of exactly N characters in the column MATCHPOSH\n"
+    "There is no tolerance beyond these. MATCHPOSH=100-120 with MATCHPOSV=700 matches a word at h 110, v 700; "
+    "MATCHPOSH=-5 with MATCHPOSV=700 matches any five-character word at v 700.";
+
+constexpr std::string_view kUntilPositionDetails =
+    "Used by \"From match to until match using position h,v\" only: the until text (EXTRACTUNTIL) ends a range "
+    "only where it stands at UNTILMATCHPOSH, UNTILMATCHPOSV, and that page is left out of the range. Both are plain "
+    "numbers (no ranges):\n"
+    "  h and v            exactly at UNTILMATCHPOSH, UNTILMATCHPOSV\n"
+    "  UNTILMATCHPOSH 0   any word on the line UNTILMATCHPOSV\n"
+    "  UNTILMATCHPOSV 0   any word in the column UNTILMATCHPOSH\n"
+    "  UNTILMATCHPOSH -N  any word of exactly N characters on the line UNTILMATCHPOSV\n"
+    "  UNTILMATCHPOSV -N  any word of exactly N characters in the column UNTILMATCHPOSH\n"
+    "Positions are whole PDF points from the bottom-left corner of the page, as this command lists them:\n"
+    "  vellira-batch positions PDF --page N";
+
+constexpr std::string_view kExtractDetails =
+    "Give the text exactly as listed, case and quotes included; a text that names no mode is refused. The three "
+    "\"USE 'use as filename name after text'\" modes read the name after EXTRACTFILENAME, limited by "
+    "TAKENWORDSFORFILENAME, FIRSTCHAROFWORD, UNTILCHARACTERFILENAME, TAKENCHARSFORFILENAME and UNTILHHPOSLESSTHAN. "
+    "Each output file is named PREFIXFILENAME, the name, POSTFIXFILENAME and .pdf, in OUTPUTDIR; the characters "
+    "< > : ? * \" / \\ | are left out of the name.";
+
+constexpr std::string_view kPageExtractDetails =
+    "Give the text exactly as listed, case included; a text that names no mode is refused. A range starts on the "
+    "page of the word after a match and ends on the page before the next match. In \"From match to until match\" "
+    "it ends on the page of the until text (EXTRACTUNTIL), and search matches before that are ignored; in \"From "
+    "match to until match using position h,v\" it ends on the page before the until text. The \"unique\" modes "
+    "merge consecutive ranges of the same name into one file. The position modes compare where the search text "
+    "stands with MATCHPOSH and MATCHPOSV (described under MATCHPOSH). The bookmark modes cut at the pages the "
+    "bookmarks point to and ignore the search text.";
+
+constexpr std::string_view kOffsetFirstDetails =
+    "Every range written leaves out its first N pages; a range of N pages or fewer writes nothing. "
+    "[PAGESTARTNOMASK] counts from the first page written. An OFFSETFIRST line of a parameters file does not set "
+    "this value (each document's scan starts again from it), so give it with --set.";
+
+constexpr std::string_view kToPageDetails =
+    "0 scans to the last page. A negative value leaves out that many pages at the end: -2 on a 10-page document "
+    "scans pages 1-8 (and all of a document that has no more pages than that). A value beyond the page count "
+    "scans to the last page.";
+
+constexpr std::string_view kUntilWordDetails =
+    "A parameters file restores it under this key, but saving one writes UNTILWORDISFILENAME with a number in its "
+    "place, so a saved setup never brings it back; give it with --set.";
+
+constexpr std::string_view kPrefixDetails =
+    "Put before the name of every output file, its macros replaced for each range: the prefix "
+    "[FILETITLE]_[PAGESTART]_ gives run_000003_ for a range of run.pdf that starts on page 3. With "
+    "USESOURCEFILENAME on, the source file's title and \"_\" take its place (just the title when FILENAME has no "
+    "folder).";
+
+constexpr std::string_view kSmtpDetails =
+    "HOST (or HOST:PORT) speaks SMTP and switches to TLS when the server offers it; ssl:HOST:PORT uses TLS from "
+    "the start (usually port 465); tls:HOST:PORT requires STARTTLS (usually port 587). Certificates are always "
+    "verified; the environment variable SSL_CERT_FILE names other authorities to trust. The mail-test command "
+    "sends one test mail to EMAILFROM.";
+
+constexpr std::string_view kEmailBoundsDetails =
+    "The address is the word holding \"@\" that lies within EMAILMATCHVERT..EMAILMATCHVERTTO and "
+    "EMAILMATCHHORIZ..EMAILMATCHHORIZTO on the pages of an output file, joined without blanks to the words beside "
+    "it on its line within the horizontal bounds; EMAILHORIZAFTERTEXT and EMAILHORIZBEFORETEXT cut that line down "
+    "to the address. All four bounds start at 0, and 0 is a real bound: with 0 as an upper bound only words at "
+    "position 0 qualify, so set them (usually to -1, any position) before mailing.";
+
+// Every key the parameters file can read, with the field it sets, the label
+// of its control and what it means. One entry a key: name, type, field and
+// label on its first line, meaning and any details on the next.
+// clang-format off
 const SettingsKey kKeys[] = {
-    {"AUTOMATION", KeyType::Flag, &S::AUTOMATION},
-    {"USECURRENT", KeyType::Flag, &S::USECURRENT},
-    {"SPLITTOSOURCE", KeyType::Flag, &S::SPLITTOSOURCE},
-    {"ROTATED", KeyType::Flag, &S::ROTATED},
-    {"CREATELIST", KeyType::Flag, &S::CREATELIST},
-    {"KEEPBOOKMARKS", KeyType::Flag, &S::KEEPBOOKMARKS},
-    {"FILENAME", KeyType::Text, &S::FILENAME},
-    {"EXTRACT", KeyType::Text, &S::EXTRACT},
-    {"TAKENWORDSFORFILENAME", KeyType::Integer, &S::TAKENWORDSFORFILENAME},
-    {"UNTILHHPOSLESSTHAN", KeyType::Integer, &S::UNTILHHPOSLESSTHAN},
-    {"UNTILCHARACTERFILENAME", KeyType::Text, &S::UNTILCHARACTERFILENAME},
-    {"TAKENCHARSFORFILENAME", KeyType::Integer, &S::TAKENCHARSFORFILENAME},
-    {"FIRSTCHAROFWORD", KeyType::Text, &S::FIRSTCHAROFWORD},
-    {"STARTFROMPAGE", KeyType::Integer, &S::STARTFROMPAGE},
-    {"TOPAGE", KeyType::Integer, &S::TOPAGE},
-    {"USESOURCEFILENAME", KeyType::Flag, &S::USESOURCEFILENAME},
-    {"USESOURCEFILENAMEPOST", KeyType::Flag, &S::USESOURCEFILENAMEPOST},
-    {"ALWAYSOVERWRITE", KeyType::Flag, &S::ALWAYSOVERWRITE},
-    {"ALWAYSAPPEND", KeyType::Flag, &S::ALWAYSAPPEND},
-    {"IGNORECASE", KeyType::Flag, &S::IGNORECASE},
-    {"ADDBWORDS", KeyType::Text, &S::ADDBWORDS},
-    {"PAGEEXTRACT", KeyType::Text, &S::PAGEEXTRACT},
-    {"FINDSTRING", KeyType::Text, &S::FINDSTRING},
-    {"PREFIXFILENAME", KeyType::Text, &S::PREFIXFILENAME},
-    {"POSTFIXFILENAME", KeyType::Text, &S::POSTFIXFILENAME},
-    {"OUTPUTDIR", KeyType::Text, &S::OUTPUTDIR},
-    {"EXTRACTUNTIL", KeyType::Text, &S::EXTRACTUNTIL},
-    {"EXTRACTFILENAME", KeyType::Text, &S::EXTRACTFILENAME},
-    {"MATCHPOSH", KeyType::Text, &S::MATCHPOSH},
-    {"MATCHPOSV", KeyType::Text, &S::MATCHPOSV},
-    {"UNTILMATCHPOSH", KeyType::Integer, &S::UNTILMATCHPOSH},
-    {"UNTILMATCHPOSV", KeyType::Integer, &S::UNTILMATCHPOSV},
-    {"REPORTOPTIONSTXT", KeyType::Flag, &S::REPORTOPTIONSTXT},
-    {"REPORTOPTIONSCSV", KeyType::Flag, &S::REPORTOPTIONSCSV},
-    {"REPORTOPTIONSCURRENT", KeyType::Flag, &S::REPORTOPTIONSCURRENT},
-    {"REPORTOPTIONSOUTPUTFOLDER", KeyType::Text, &S::REPORTOPTIONSOUTPUTFOLDER},
-    {"STRIPEND", KeyType::Integer, &S::STRIPEND},
+    {"AUTOMATION", KeyType::Flag, &S::AUTOMATION, "",
+     "marks a setup that runs by itself; any AUTOMATION line of a parameters file sets it"},
+    {"USECURRENT", KeyType::Flag, &S::USECURRENT, "Use current open PDF document",
+     "split the viewer's open document instead of a file; here, FILENAME opened as that document"},
+    {"SPLITTOSOURCE", KeyType::Flag, &S::SPLITTOSOURCE, "Always split to source file directory (override below)",
+     "write the output files beside each source PDF instead of into OUTPUTDIR"},
+    {"ROTATED", KeyType::Flag, &S::ROTATED, "landscape layout",
+     "the source pages are in landscape layout: the words of a line share their h, not their v"},
+    {"CREATELIST", KeyType::Flag, &S::CREATELIST, "Create file list for Tessary",
+     "write a split list for Tessary (FILENAME_splitlist.spl), a line per range, instead of the PDFs"},
+    {"KEEPBOOKMARKS", KeyType::Flag, &S::KEEPBOOKMARKS, "Keep Bookmarks",
+     "keep the bookmarks that point into a range in its output file"},
+    {"FILENAME", KeyType::Text, &S::FILENAME, "Filename:",
+     "the PDF to split when no batch list is used and USECURRENT is off"},
+    {"EXTRACT", KeyType::Text, &S::EXTRACT, "Filename extract:",
+     "the naming mode: how each output file is named (one of the naming mode texts)", kExtractDetails},
+    {"TAKENWORDSFORFILENAME", KeyType::Integer, &S::TAKENWORDSFORFILENAME, "Only take first:",
+     "how many words after EXTRACTFILENAME make up the name"},
+    {"UNTILHHPOSLESSTHAN", KeyType::Integer, &S::UNTILHHPOSLESSTHAN, "while h position is less than",
+     "take words for the name only while their h is below this value (0: any h)"},
+    {"UNTILCHARACTERFILENAME", KeyType::Text, &S::UNTILCHARACTERFILENAME, "or/and until word:",
+     "cut the name where this text first occurs", kUntilWordDetails},
+    {"TAKENCHARSFORFILENAME", KeyType::Integer, &S::TAKENCHARSFORFILENAME, "Only take first:",
+     "cut the name to this many characters (999, or 0 and less: no cut)"},
+    {"FIRSTCHAROFWORD", KeyType::Text, &S::FIRSTCHAROFWORD, "words for filename extract / until first of word is:",
+     "stop taking words for the name at the first word that begins with this text"},
+    {"STARTFROMPAGE", KeyType::Integer, &S::STARTFROMPAGE, "Start from page:",
+     "first page scanned (1-based)"},
+    {"TOPAGE", KeyType::Integer, &S::TOPAGE, "to:",
+     "last page scanned; 0 is the document's last page, -N leaves out the last N pages", kToPageDetails},
+    {"USESOURCEFILENAME", KeyType::Flag, &S::USESOURCEFILENAME, "Prefix with source filename",
+     "begin each output name with the source file's title, in place of PREFIXFILENAME"},
+    {"USESOURCEFILENAMEPOST", KeyType::Flag, &S::USESOURCEFILENAMEPOST, "Postfix with source filename",
+     "end each output name with the source file's title, in place of POSTFIXFILENAME"},
+    {"ALWAYSOVERWRITE", KeyType::Flag, &S::ALWAYSOVERWRITE, "Always overwrite output file (if exists)",
+     "replace an existing output file without asking"},
+    {"ALWAYSAPPEND", KeyType::Flag, &S::ALWAYSAPPEND, "Append (if exists)",
+     "append the range's pages to an existing output file of the same name"},
+    {"IGNORECASE", KeyType::Flag, &S::IGNORECASE, "Ignore case senstivie text",
+     "compare the search and until texts without regard to case"},
+    {"ADDBWORDS", KeyType::Text, &S::ADDBWORDS, "Add:",
+     "separator put between the words taken for the name"},
+    {"PAGEEXTRACT", KeyType::Text, &S::PAGEEXTRACT, "Page extract:",
+     "the split mode: how the pages are cut into ranges (one of the split mode texts)", kPageExtractDetails},
+    {"FINDSTRING", KeyType::Text, &S::FINDSTRING, "Find word(s):",
+     "the search text: one or more words, separated by single spaces", kFindStringDetails},
+    {"PREFIXFILENAME", KeyType::Text, &S::PREFIXFILENAME, "Prefix output filename:",
+     "text put before the name of each output file; may hold filename macros", kPrefixDetails},
+    {"POSTFIXFILENAME", KeyType::Text, &S::POSTFIXFILENAME, "Postfix output filename:",
+     "text put after the name of each output file (before .pdf); may hold filename macros"},
+    {"OUTPUTDIR", KeyType::Text, &S::OUTPUTDIR, "Output Directory:",
+     "folder the output files are written to; [DESKTOP] in it stands for the desktop folder"},
+    {"EXTRACTUNTIL", KeyType::Text, &S::EXTRACTUNTIL, "Extract until word(s):",
+     "the end text of the until split modes: a range ends at it"},
+    {"EXTRACTFILENAME", KeyType::Text, &S::EXTRACTFILENAME, "Use as filename after text:",
+     "the text after which the name is read, in the \"USE 'use as filename name after text'\" modes"},
+    {"MATCHPOSH", KeyType::Text, &S::MATCHPOSH, "At Position h:",
+     "horizontal position the search text must stand at, in the position split modes", kMatchPositionDetails},
+    {"MATCHPOSV", KeyType::Text, &S::MATCHPOSV, "v:",
+     "vertical position the search text must stand at, in the position split modes", kMatchPositionDetails},
+    {"UNTILMATCHPOSH", KeyType::Integer, &S::UNTILMATCHPOSH, "At Position h:",
+     "horizontal position the until text must stand at, in the until split mode with position", kUntilPositionDetails},
+    {"UNTILMATCHPOSV", KeyType::Integer, &S::UNTILMATCHPOSV, "v:",
+     "vertical position the until text must stand at, in the until split mode with position", kUntilPositionDetails},
+    {"REPORTOPTIONSTXT", KeyType::Flag, &S::REPORTOPTIONSTXT, "Always write out a txt report file",
+     "write a text report of the ranges written (SOURCE.pdf_report.txt)"},
+    {"REPORTOPTIONSCSV", KeyType::Flag, &S::REPORTOPTIONSCSV, "Always write out a csv report file",
+     "write a comma-separated report of the ranges written (SOURCE.pdf_report.csv)"},
+    {"REPORTOPTIONSCURRENT", KeyType::Flag, &S::REPORTOPTIONSCURRENT, "Always write to current source file folder",
+     "put the reports beside the source PDF even when REPORTOPTIONSOUTPUTFOLDER is set"},
+    {"REPORTOPTIONSOUTPUTFOLDER", KeyType::Text, &S::REPORTOPTIONSOUTPUTFOLDER, "Output folder:",
+     "folder for the reports when REPORTOPTIONSCURRENT is off (empty: beside the source PDF)"},
+    {"STRIPEND", KeyType::Integer, &S::STRIPEND, "",
+     "characters cut off the end of the name's text; reset to 0 before each parameters file is read"},
     // The dialog's field; the parameters file reads this key into the
     // working copy instead (offsetFirstWorking).
-    {"OFFSETFIRST", KeyType::Integer, &S::OFFSETFIRST},
-    {"EMAILLOGIN", KeyType::Text, &S::EMAILLOGIN},
-    {"EMAILPASSWORD", KeyType::Text, &S::EMAILPASSWORD},
-    {"EMAILSMTP", KeyType::Text, &S::EMAILSMTP},
-    {"EMAILFROM", KeyType::Text, &S::EMAILFROM},
-    {"EMAILCC", KeyType::Text, &S::EMAILCC},
-    {"EMAILFROMNAME", KeyType::Text, &S::EMAILFROMNAME},
-    {"EMAILSUBJECT", KeyType::Text, &S::EMAILSUBJECT},
-    {"EMAILLOGFILE", KeyType::Text, &S::EMAILLOGFILE},
-    {"EMAILMSG", KeyType::Text, &S::EMAILMSG},
-    {"EMAILHTML", KeyType::Flag, &S::EMAILHTML},
-    {"USEOUTLOOK", KeyType::Flag, &S::USEOUTLOOK},
-    {"EMAILENABLE", KeyType::Flag, &S::EMAILENABLE},
-    {"EMAILCONFIRM", KeyType::Flag, &S::EMAILCONFIRM},
-    {"EMAILTEST", KeyType::Flag, &S::EMAILTEST},
-    {"EMAILMATCHVERT", KeyType::Integer, &S::EMAILMATCHVERT},
-    {"EMAILMATCHVERTTO", KeyType::Integer, &S::EMAILMATCHVERTTO},
-    {"EMAILMATCHHORIZ", KeyType::Integer, &S::EMAILMATCHHORIZ},
-    {"EMAILMATCHHORIZTO", KeyType::Integer, &S::EMAILMATCHHORIZTO},
-    {"EMAILHORIZAFTERTEXT", KeyType::Text, &S::EMAILHORIZAFTERTEXT},
-    {"EMAILHORIZBEFORETEXT", KeyType::Text, &S::EMAILHORIZBEFORETEXT},
-    {"LASTPATH", KeyType::Text, &S::LASTPATH},
-    {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB},
+    {"OFFSETFIRST", KeyType::Integer, &S::OFFSETFIRST, "Remove first:",
+     "leave out the first N pages of every range written", kOffsetFirstDetails},
+    {"EMAILLOGIN", KeyType::Text, &S::EMAILLOGIN, "Login:",
+     "SMTP login name"},
+    {"EMAILPASSWORD", KeyType::Text, &S::EMAILPASSWORD, "Password:",
+     "SMTP password, kept in clear text"},
+    {"EMAILSMTP", KeyType::Text, &S::EMAILSMTP, "SMTP Server:",
+     "mail server: HOST, ssl:HOST:PORT or tls:HOST:PORT", kSmtpDetails},
+    {"EMAILFROM", KeyType::Text, &S::EMAILFROM, "From Address:",
+     "sender address; test mails, and every mail in test mode, go to it"},
+    {"EMAILCC", KeyType::Text, &S::EMAILCC, "CC Address:",
+     "copy address of every mail"},
+    {"EMAILFROMNAME", KeyType::Text, &S::EMAILFROMNAME, "From Name:",
+     "sender display name"},
+    {"EMAILSUBJECT", KeyType::Text, &S::EMAILSUBJECT, "Subject:",
+     "subject line of every mail"},
+    {"EMAILLOGFILE", KeyType::Text, &S::EMAILLOGFILE, "Log file:",
+     "the e-mail log: one line per mail sent"},
+    {"EMAILMSG", KeyType::Text, &S::EMAILMSG, "Message:",
+     "message body of every mail"},
+    {"EMAILHTML", KeyType::Flag, &S::EMAILHTML, "html message (SMTP send only)",
+     "the message body is HTML (SMTP only)"},
+    {"USEOUTLOOK", KeyType::Flag, &S::USEOUTLOOK, "Use Microsoft outlook instead of stmp server",
+     "send through Microsoft Outlook instead of an SMTP server (Windows only)"},
+    {"EMAILENABLE", KeyType::Flag, &S::EMAILENABLE, "Enable sending of emails",
+     "when the run ends, mail each output file to the address found on its pages"},
+    {"EMAILCONFIRM", KeyType::Flag, &S::EMAILCONFIRM, "Confirm before sending",
+     "list the mails and send them only when confirmed (--yes on the command line)"},
+    {"EMAILTEST", KeyType::Flag, &S::EMAILTEST, "Test mode! all emails will be sent to from address instead",
+     "send every mail to EMAILFROM instead of the address found"},
+    {"EMAILMATCHVERT", KeyType::Integer, &S::EMAILMATCHVERT, "Email match vertical position:",
+     "lowest v of the address word, -1 for any", kEmailBoundsDetails},
+    {"EMAILMATCHVERTTO", KeyType::Integer, &S::EMAILMATCHVERTTO, "to",
+     "highest v of the address word, -1 for any", kEmailBoundsDetails},
+    {"EMAILMATCHHORIZ", KeyType::Integer, &S::EMAILMATCHHORIZ, "Email match horizontal position:",
+     "lowest h of the address word, -1 for any", kEmailBoundsDetails},
+    {"EMAILMATCHHORIZTO", KeyType::Integer, &S::EMAILMATCHHORIZTO, "to",
+     "highest h of the address word, -1 for any", kEmailBoundsDetails},
+    {"EMAILHORIZAFTERTEXT", KeyType::Text, &S::EMAILHORIZAFTERTEXT, "After text:",
+     "the address starts after this word, such as the label before it"},
+    {"EMAILHORIZBEFORETEXT", KeyType::Text, &S::EMAILHORIZBEFORETEXT, "Before text:",
+     "the address ends before this word"},
+    {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
+     "the last folder used by the batch list window"},
+    {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",
+     "the last sub-folder used by the batch list window"},
 };
+// clang-format on
 
 }  // namespace
 
@@ -101,6 +255,15 @@ std::string defaultOutputDir() {
 }
 
 std::span<const SettingsKey> settingsKeys() { return kKeys; }
+
+std::string_view keyTypeName(KeyType type) {
+    switch (type) {
+        case KeyType::Integer: return "integer";
+        case KeyType::Flag: return "flag";
+        case KeyType::Text: return "text";
+    }
+    return {};
+}
 
 const SettingsKey* findSettingsKey(std::string_view name) {
     for (const auto& key : kKeys)

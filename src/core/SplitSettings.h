@@ -194,16 +194,22 @@ struct SplitSettings {
 };
 
 // One parameters-file key: its name, its type and the field it names, listed
-// in the order the parameters reader compares them. The
-// parameters file, the command line and the GUI all reach fields through this
-// table. `UNTILWORDISFILENAME` is not here: it is written with a meaningless
-// number and never read back.
+// in the order the parameters reader compares them, with what a user is told
+// about it. The parameters file, the command line and the GUI all reach fields
+// through this table. `UNTILWORDISFILENAME` is not here: it is written with a
+// meaningless number and never read back. A key's default is what a fresh
+// `SplitSettings` holds.
 enum class KeyType { Integer, Flag, Text };
 struct SettingsKey {
     std::string_view name;
     KeyType type;
     std::variant<int SplitSettings::*, std::string SplitSettings::*> field;
+    std::string_view label;         // the text beside its control; empty where it has none
+    std::string_view meaning;       // one line
+    std::string_view details = {};  // more, where one line is not enough
 };
+// "text", "integer" or "flag".
+std::string_view keyTypeName(KeyType type);
 
 std::span<const SettingsKey> settingsKeys();
 const SettingsKey* findSettingsKey(std::string_view name);

@@ -119,10 +119,11 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 
     // A row that switched the split list on after the run opened none still
     // gets its PDFs.
+    bool saved = false;
     if (run.plan) {
         // A dry run writes nothing.
     } else if (!run.g_createList || !run.splitList.isOpen()) {
-        writeRange(source, outFile, start, end);
+        saved = writeRange(source, outFile, start, end);
     } else {
         int sourcePages = 0;
         try {
@@ -151,6 +152,13 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     }
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
     if (run.plan) run.plan->push_back({start + 1, end + 1, doc.g_szBuf, outFile});
+    if (saved) {
+        const auto [known, added] = run.outputIndex.try_emplace(outFile, run.outputs.size());
+        if (added)
+            run.outputs.push_back({start + 1, end + 1, doc.g_szBuf, outFile});
+        else
+            run.outputs[known->second] = {start + 1, end + 1, doc.g_szBuf, outFile};
+    }
 
     if (settings.EMAILENABLE) {
         const auto [known, added] = doc.mailIndex.try_emplace(outFile, doc.mailList.size());
@@ -174,12 +182,12 @@ bool SplitEngine::isRunSource(const std::filesystem::path& path) const {
     return false;
 }
 
-void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end) {
+bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end) {
     const auto hostPath = host.makeHostPath(outFile);
     if (isRunSource(hostPath)) {
         ui.note("Abort!! Save Error message: the output would replace its source, file: '" + outFile + "'");
         ++run.rangesFailed;
-        return;
+        return false;
     }
     std::error_code ignored;
     const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
@@ -200,7 +208,7 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         if (target) host.closeDocument(target);
         ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
         ++run.rangesFailed;
-        return;
+        return false;
     }
     bool inserted = true;
     try {
@@ -214,7 +222,7 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         // file rather than a PDF without pages.
         host.closeDocument(target);
         if (!inserted) ++run.rangesFailed;
-        return;
+        return false;
     }
     // An output appended to is saved again even when this range's pages
     // could not be added; the range still counts as failed.
@@ -222,7 +230,7 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     waitWhileInUse(ui, hostPath, false);
     if (!saved || !inserted) {
         ++run.rangesFailed;
-        return;
+        return false;
     }
     ++run.filesWritten;
     ui.fileWritten(outFile, start + 1, end + 1);
@@ -230,7 +238,7 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     // pages (or was appended to it), the earlier pages are gone. Say so.
     const RunState::Written now{settings.FILENAME, start + 1, end + 1};
     const auto [earlier, first] = run.written.try_emplace(outFile, now);
-    if (first) return;
+    if (first) return true;
     RunState::Written& before = earlier->second;
     const bool holdsEarlier = before.source == now.source && now.first <= before.first && now.last >= before.last;
     if (!append && !holdsEarlier)
@@ -242,6 +250,7 @@ void SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         before = {now.source, std::min(before.first, now.first), std::max(before.last, now.last)};
     else
         before = now;
+    return true;
 }
 
 // A long run on a very large source reopens it every hundred ranges, so the

@@ -31,6 +31,8 @@ bool SplitEngine::beginRun(const std::tm& now) {
     match = MatchState{};
     run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = 0;
     run.written.clear();
+    run.outputs.clear();
+    run.outputIndex.clear();
     // The split list is taken once per run: a row's own settings cannot turn
     // a split-list run into one that writes PDFs.
     run.g_createList = settings.CREATELIST != 0;

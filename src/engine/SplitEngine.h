@@ -58,6 +58,10 @@ struct RunState {
     int filesWritten = 0;            // PDFs saved
     int rangesFailed = 0;            // ranges whose PDF could not be made or saved
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
+    // Every output saved in this run, in the order first saved, with the
+    // pages and the name of its last range.
+    std::vector<PlannedRange> outputs;
+    std::unordered_map<std::string, std::size_t> outputIndex;  // path -> its entry in outputs
     // The source and 1-based pages each output saved in this run holds, so
     // that an output written over by another range is told.
     struct Written {
@@ -201,8 +205,8 @@ private:
     int lineCoordinate(int h, int v) const;
     void reopenSource();
     // Writes one range to its PDF (created, or appended to), unless that
-    // file is a source of the run.
-    void writeRange(DocHandle source, const std::string& outFile, int start, int end);
+    // file is a source of the run. Answers whether it was saved.
+    bool writeRange(DocHandle source, const std::string& outFile, int start, int end);
     bool isRunSource(const std::filesystem::path& path) const;
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.

@@ -2,6 +2,7 @@
 
 #include "core/Platform.h"
 #include "core/Text.h"
+#include "files/SettingsLocations.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -62,7 +63,14 @@ bool loadBatchList(const std::filesystem::path& path, std::vector<BatchRow>& row
         ui.note("Can't read list file.");
         return false;
     }
+    const std::size_t first = rows.size();
     loadBatchList(file.get(), rows);
+    // The list's own paths are taken from its folder, wherever the run starts.
+    const std::filesystem::path folder = path.parent_path();
+    for (std::size_t row = first; row < rows.size(); ++row) {
+        rows[row].path = resolvePath(rows[row].path, folder);
+        if (rows[row].params.size() > 1) rows[row].params = resolvePath(rows[row].params, folder);
+    }
     return true;
 }
 

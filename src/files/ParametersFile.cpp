@@ -2,6 +2,7 @@
 
 #include "core/Platform.h"
 #include "core/Text.h"
+#include "files/SettingsLocations.h"
 
 #include <cstdio>
 #include <cstring>
@@ -57,6 +58,10 @@ void applyLine(std::string_view line, SplitSettings& settings) {
             replaceAll(value, "(return)", "\r");
             replaceAll(value, "(newline)", "\n");
             settings.EMAILMSG = value;
+        } else if (key.name == "FILENAME" || key.name == "OUTPUTDIR" || key.name == "REPORTOPTIONSOUTPUTFOLDER" ||
+                   key.name == "EMAILLOGFILE") {
+            // A "~" at the start of a path is the home folder.
+            assignKey(settings, key, resolvePath(value));
         } else {
             assignKey(settings, key, value);
             if (key.name == "USECURRENT" && settings.AUTOMATION) settings.USECURRENT = 0;

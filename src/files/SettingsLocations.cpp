@@ -1,5 +1,7 @@
 #include "files/SettingsLocations.h"
 
+#include "core/Platform.h"
+
 #ifdef _WIN32
 #include <windows.h>
 #include <vector>
@@ -186,6 +188,19 @@ int redirectedCopy(const std::string& path, std::string& copy) {
     }
     std::error_code ignored;
     return std::filesystem::exists(copy, ignored) ? 0 : -1;
+}
+
+std::string resolvePath(std::string_view path, const std::filesystem::path& base) {
+    if (path.empty()) return {};
+    const bool home = path == "~" || path.starts_with("~/")
+#ifdef _WIN32
+                      || path.starts_with("~\\")
+#endif
+        ;
+    if (home) return pathText(homeFolder()) + std::string(path.substr(1));
+    const std::filesystem::path named = pathFromText(path);
+    if (base.empty() || named.is_absolute() || named.has_root_name()) return std::string(path);
+    return pathText(base / named);
 }
 
 std::filesystem::path temporaryFolder() {

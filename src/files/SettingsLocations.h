@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace vellira {
 
@@ -10,6 +11,12 @@ namespace vellira {
 // the XDG desktop directory (XDG_DESKTOP_DIR, or its line in user-dirs.dirs),
 // else ~/Desktop.
 std::filesystem::path desktopFolder();
+
+// A path as a list or setup file names it: a "~" alone or before a
+// separator at its start is the home folder, and a relative path is taken
+// from `base` (the folder of the file that names it); an empty `base` keeps
+// a relative path as it is. An empty path stays empty.
+std::string resolvePath(std::string_view path, const std::filesystem::path& base = {});
 
 // The system's temporary folder.
 std::filesystem::path temporaryFolder();

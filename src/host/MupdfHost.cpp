@@ -296,6 +296,8 @@ struct MupdfHost::Impl {
     }
 };
 
+std::string mupdfVersion() { return FZ_VERSION; }
+
 MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) {}
 MupdfHost::~MupdfHost() = default;
 

@@ -13,6 +13,9 @@
 
 namespace vellira {
 
+// The version of MuPDF the host is built on.
+std::string mupdfVersion();
+
 class MupdfHost final : public DocumentHost {
 public:
     MupdfHost();

@@ -130,6 +130,8 @@ MailTransport mailTransportFromEnvironment() {
     return transport;
 }
 
+std::string mailTransportVersion() { return curl_version_info(CURLVERSION_NOW)->version; }
+
 MailServer parseMailServer(std::string_view text) {
     MailServer server;
     std::string rest(text);
@@ -238,6 +240,7 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
         ++counts.handled;
         ++(status == "OK" ? counts.sent : counts.failed);
         appendToLog(s.EMAILLOGFILE, mailLogLine(localNow(), recipient, status, entry.file));
+        counts.results.emplace_back(entry.file, status);
         ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
     }
     return counts;

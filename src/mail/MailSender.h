@@ -22,6 +22,9 @@ struct MailServer {
 };
 MailServer parseMailServer(std::string_view text);
 
+// The version of the mail transport (libcurl).
+std::string mailTransportVersion();
+
 // Certificates are always verified; `caFile`, when set, is the bundle of
 // authorities trusted instead of the system's.
 struct MailTransport {
@@ -45,6 +48,9 @@ struct MailCounts {
     int handled = 0;
     int sent = 0;
     int failed = 0;
+    // Each mail handled, in order: its file and its log status ("OK" or
+    // "Error - " and the transport's text).
+    std::vector<std::pair<std::string, std::string>> results;
 };
 
 // Sends every entry (to EMAILFROM in test mode), logging each, until the

@@ -55,6 +55,8 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.mailsSent = run.batch.mailsSent;
     result.mailsFailed = run.batch.mailsFailed;
     result.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
+    result.outputs = run.batch.run.outputs;
+    result.mails = run.batch.mailResults;
     result.stopped = ui.cancelled();
     return result;
 }

@@ -55,6 +55,11 @@ struct BatchResult {
     int mailsFailed = 0;
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
     bool stopped = false;            // Stop was pressed
+    // Every output saved, in the order first saved, with the source pages and
+    // name of its last range; and each mail sent, by output file, with its
+    // log status ("OK" or "Error - " and the transport's text).
+    std::vector<PlannedRange> outputs;
+    std::vector<std::pair<std::string, std::string>> mails;
 };
 
 // "Process Batch List": the job's rows in order (or, with USECURRENT, the

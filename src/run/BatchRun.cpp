@@ -205,6 +205,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         const MailCounts counts = sendMailList(settings, entries, ui, mail);
         mailsSent += counts.sent;
         mailsFailed += counts.failed;
+        mailResults.insert(mailResults.end(), counts.results.begin(), counts.results.end());
         ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
     }
     return kProcessed;

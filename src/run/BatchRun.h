@@ -40,6 +40,7 @@ public:
     MailTransport mail;
     int mailsSent = 0;
     int mailsFailed = 0;
+    std::vector<std::pair<std::string, std::string>> mailResults;  // file -> log status
 
     // The process command over `rows`, whose statuses it updates and
     // reports. Answers false when the run was refused or stopped before its
