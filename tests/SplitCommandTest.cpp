@@ -164,6 +164,7 @@ TEST(SplitCommand, BatchListRowsCarryTheirOwnSettingsOnward) {
 TEST(SplitCommand, RefusesWhatCannotRun) {
     testing::TempDir dir;
     const auto pdf = writeTenPages(dir);
+    std::ofstream(dir / "bad.pcs", std::ios::binary) << "EXTRACT;next word as filename \r\n";
     const auto out = dir / "out";
     struct Case {
         std::string arguments;
@@ -177,7 +178,9 @@ TEST(SplitCommand, RefusesWhatCannotRun) {
          1, "When using h,v position only one word is allowed in search, that word is the position\n"},
         {"split --set 'FINDSTRING=a b c d e f g h i j k l m n o p q r s t u' " + quoted(pdf), 1, "at most 20"},
         {"split --set USECURRENT=1", 1, "Please open a document first or set it to use a filename\n"},
-        {"split --set 'EXTRACT=next word as filename' " + quoted(pdf), 1,
+        {"split --set 'EXTRACT=next word as filename' " + quoted(pdf), 2,
+         "'next word as filename' is no EXTRACT mode; did you mean Next word as filename?"},
+        {"split --params " + quoted(dir / "bad.pcs") + " " + quoted(pdf), 1,
          "Unknown filename mode: \"next word as filename\". The filename modes are:\n\"Next word as filename\"\n"},
         {"split", 1,
          "Please add files to batch list to process or load a pdf and check use current to process a single pdf\n"},
