@@ -68,6 +68,10 @@ std::string suggestion(const std::vector<std::string>& near) {
 }
 
 std::string applySettings(const SettingsOptions& options, SplitSettings& settings) {
+    // The password is best kept out of the process list: in a parameters
+    // file only its owner can read, or in the environment.
+    if (const char* password = std::getenv("VELLIRA_EMAILPASSWORD"); password && *password)
+        settings.EMAILPASSWORD = password;
     for (const auto& params : options.params) {
         if (!std::ifstream(params, std::ios::binary)) return "cannot read the parameters file '" + params + "'";
         std::string name = params;
@@ -89,6 +93,10 @@ std::string applySettings(const SettingsOptions& options, SplitSettings& setting
                                                std::find(modes.begin(), modes.end(), value) == modes.end())
             return "'" + value + "' is no " + key + " mode" + suggestion(nearestNames(value, modes)) +
                    " ('vellira-batch keys' lists them all)";
+        if (key == "EMAILPASSWORD")
+            std::cerr << "vellira-batch: warning: a password given with --set can be read by every user of this "
+                         "machine while the run works; keep it in a parameters file only you can read, or in "
+                         "VELLIRA_EMAILPASSWORD\n";
         assignKey(settings, *found, value);
     }
     return {};

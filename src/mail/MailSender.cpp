@@ -3,6 +3,7 @@
 #include "core/Platform.h"
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
+#include "mail/MailMessage.h"
 
 #include <curl/curl.h>
 
@@ -16,6 +17,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -31,9 +33,25 @@ struct CurlDeleter {
 template <typename T>
 using CurlPtr = std::unique_ptr<T, CurlDeleter>;
 
-// "Name <address>", or the bare address.
-std::string mailbox(const std::string& name, const std::string& address) {
-    return name.empty() ? "<" + address + ">" : "\"" + name + "\" <" + address + ">";
+// Below this rate for the stall time, a transfer counts as stalled.
+constexpr long kStallBytesPerSecond = 64;
+
+// The message as libcurl reads it for the upload.
+struct MessageReader {
+    const std::string* text;
+    std::size_t at;
+};
+std::size_t readMessage(char* buffer, std::size_t size, std::size_t count, void* data) {
+    auto& reader = *static_cast<MessageReader*>(data);
+    const std::size_t n = std::min(size * count, reader.text->size() - reader.at);
+    std::memcpy(buffer, reader.text->data() + reader.at, n);
+    reader.at += n;
+    return n;
+}
+
+// EMAILLOGFILE, or "emails_log.txt" in the settings folder when it is empty.
+std::string mailLogPath(const SplitSettings& s) {
+    return s.EMAILLOGFILE.empty() ? pathText(settingsFolder() / "emails_log.txt") : s.EMAILLOGFILE;
 }
 
 void appendToLog(const std::string& path, const std::string& text) {
@@ -150,10 +168,19 @@ MailServer parseMailServer(std::string_view text) {
 }
 
 SendResult sendMail(const SplitSettings& s, const std::string& recipient, const std::filesystem::path& attachment,
-                    const MailTransport& transport) {
+                    const MailTransport& transport, const std::string& attachmentType) {
+    MailContent content{s.EMAILFROMNAME, s.EMAILFROM,      recipient,  addressList(s.EMAILCC), s.EMAILSUBJECT,
+                        s.EMAILMSG,      s.EMAILHTML != 0, attachment, attachmentType};
+    std::string message;
+    try {
+        message = buildMessage(content);
+    } catch (const std::runtime_error& error) {
+        return {false, error.what(), {}};
+    }
+
     const MailServer server = parseMailServer(s.EMAILSMTP);
     CurlPtr<CURL> curl(curl_easy_init());
-    if (!curl) return {false, "cannot start the mail transport"};
+    if (!curl) return {false, "cannot start the mail transport", {}};
     CURL* c = curl.get();
     std::string url = server.ssl ? "smtps://" : "smtp://";
     url += server.host;
@@ -171,38 +198,38 @@ SendResult sendMail(const SplitSettings& s, const std::string& recipient, const 
         curl_easy_setopt(c, CURLOPT_USERNAME, s.EMAILLOGIN.c_str());
         curl_easy_setopt(c, CURLOPT_PASSWORD, s.EMAILPASSWORD.c_str());
     }
+    // A large file on a slow link takes the time it needs; a transfer that
+    // stalls fails.
     curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 30L);
-    curl_easy_setopt(c, CURLOPT_TIMEOUT, transport.timeoutSeconds);
+    curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, kStallBytesPerSecond);
+    curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, transport.stallSeconds);
     curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
     const std::string from = "<" + s.EMAILFROM + ">";
     curl_easy_setopt(c, CURLOPT_MAIL_FROM, from.c_str());
-    CurlPtr<curl_slist> recipients(curl_slist_append(nullptr, ("<" + recipient + ">").c_str()));
-    if (!s.EMAILCC.empty()) recipients.reset(curl_slist_append(recipients.release(), ("<" + s.EMAILCC + ">").c_str()));
-    curl_easy_setopt(c, CURLOPT_MAIL_RCPT, recipients.get());
+    curl_easy_setopt(c, CURLOPT_UPLOAD, 1L);
+    curl_easy_setopt(c, CURLOPT_READFUNCTION, readMessage);
+    curl_easy_setopt(c, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(message.size()));
 
-    CurlPtr<curl_slist> headers(curl_slist_append(nullptr, ("Subject: " + s.EMAILSUBJECT).c_str()));
-    const auto add = [&](const std::string& line) {
-        headers.reset(curl_slist_append(headers.release(), line.c_str()));
+    // One transaction for the recipient, then one for each copy: a copy
+    // that is refused does not fail the mail.
+    const auto transmit = [&](const std::string& to) -> std::string {
+        MessageReader reader{&message, 0};
+        curl_easy_setopt(c, CURLOPT_READDATA, &reader);
+        CurlPtr<curl_slist> rcpt(curl_slist_append(nullptr, ("<" + to + ">").c_str()));
+        curl_easy_setopt(c, CURLOPT_MAIL_RCPT, rcpt.get());
+        error[0] = 0;
+        const CURLcode code = curl_easy_perform(c);
+        if (code == CURLE_OK) return {};
+        return error[0] ? std::string(error) : std::string(curl_easy_strerror(code));
     };
-    add("From: " + mailbox(s.EMAILFROMNAME, s.EMAILFROM));
-    add("To: " + mailbox(recipient, recipient));
-    if (!s.EMAILCC.empty()) add("Cc: " + mailbox(s.EMAILCC, s.EMAILCC));
-    curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers.get());
-
-    CurlPtr<curl_mime> mime(curl_mime_init(c));
-    curl_mimepart* body = curl_mime_addpart(mime.get());
-    curl_mime_data(body, s.EMAILMSG.c_str(), CURL_ZERO_TERMINATED);
-    curl_mime_type(body, s.EMAILHTML ? "text/html; charset=utf-8" : "text/plain; charset=utf-8");
-    curl_mimepart* file = curl_mime_addpart(mime.get());
-    const std::string path = attachment.string();
-    if (curl_mime_filedata(file, path.c_str()) != CURLE_OK) return {false, "cannot read the attachment " + path};
-    curl_mime_type(file, "application/pdf");
-    curl_mime_encoder(file, "base64");
-    curl_easy_setopt(c, CURLOPT_MIMEPOST, mime.get());
-
-    const CURLcode code = curl_easy_perform(c);
-    if (code == CURLE_OK) return {true, {}};
-    return {false, error[0] ? std::string(error) : std::string(curl_easy_strerror(code))};
+    SendResult result;
+    result.error = transmit(recipient);
+    result.sent = result.error.empty();
+    if (!result.sent) return result;
+    for (const auto& cc : content.cc)
+        if (const std::string refused = transmit(cc); !refused.empty())
+            result.ccErrors.push_back("copy to " + cc + ": " + refused);
+    return result;
 }
 
 std::string mailLogLine(const std::tm& when, const std::string& recipient, const std::string& status,
@@ -217,12 +244,17 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
     MailCounts counts;
     if (entries.empty()) return counts;
     if (s.EMAILCONFIRM && !ui.confirmMails(entries)) return counts;
+    const std::string log = mailLogPath(s);
     for (const auto& entry : entries) {
         if (ui.cancelled()) break;
         const std::string recipient = s.EMAILTEST ? s.EMAILFROM : entry.email;
         ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
         std::string status = "OK";
-        if (s.USEOUTLOOK) {
+        if (recipient.empty() || recipient == "-1") {
+            // Nobody to send it to: sent to the copies alone, it would look
+            // delivered while the customer got nothing.
+            status = "Error - no address found on the file's pages";
+        } else if (s.USEOUTLOOK) {
 #ifdef _WIN32
             const SendResult result = sendThroughOutlook(s, recipient, entry.file);
 #else
@@ -233,13 +265,17 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
                     ui.note("Couldn't get Outlook Application, please make sure Microsoft Outlook 2000+ installed");
                 status = "Error - " + result.error;
             }
-        } else if (const SendResult result = sendMail(s, recipient, entry.file, transport); !result.sent) {
-            appendToLog(s.EMAILLOGFILE, "error: " + result.error + "\n");
-            status = "Error - " + result.error;
+        } else {
+            const SendResult result = sendMail(s, recipient, entry.file, transport);
+            if (!result.sent) {
+                appendToLog(log, "error: " + result.error + "\n");
+                status = "Error - " + result.error;
+            }
+            for (const auto& refused : result.ccErrors) appendToLog(log, "error: " + refused + "\n");
         }
         ++counts.handled;
         ++(status == "OK" ? counts.sent : counts.failed);
-        appendToLog(s.EMAILLOGFILE, mailLogLine(localNow(), recipient, status, entry.file));
+        appendToLog(log, mailLogLine(localNow(), recipient, status, entry.file));
         counts.results.emplace_back(entry.file, status);
         ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
     }
@@ -250,7 +286,7 @@ bool sendTestMail(const SplitSettings& s, RunInterface& ui, const MailTransport&
     // The test mail carries a small attachment of its own.
     const auto sample = temporaryFolder() / "vellira_mail_test.txt";
     std::ofstream(sample, std::ios::binary) << "Vellira Batch test mail\r\n";
-    const SendResult result = sendMail(s, s.EMAILFROM, sample, transport);
+    const SendResult result = sendMail(s, s.EMAILFROM, sample, transport, "text/plain");
     std::error_code ignored;
     std::filesystem::remove(sample, ignored);
     if (result.sent) {

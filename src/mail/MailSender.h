@@ -29,7 +29,7 @@ std::string mailTransportVersion();
 // authorities trusted instead of the system's.
 struct MailTransport {
     std::string caFile;
-    long timeoutSeconds = 120;
+    long stallSeconds = 60;  // a transfer slower than a trickle for this long fails
 };
 // The transport as the environment sets it up: SSL_CERT_FILE names the
 // certificate authorities to trust instead of the system's, as for OpenSSL.
@@ -37,12 +37,16 @@ MailTransport mailTransportFromEnvironment();
 
 struct SendResult {
     bool sent = false;
-    std::string error;  // the transport's text when not sent
+    std::string error;                  // the transport's text when not sent
+    std::vector<std::string> ccErrors;  // each copy the server refused, with why
 };
 
-// Sends `attachment` to `recipient` with the e-mail settings.
+// Sends `attachment` (of `attachmentType`) to `recipient`, and a copy to each
+// CC address, with the e-mail settings. Sent means the recipient's server took
+// it; a refused copy is told in ccErrors.
 SendResult sendMail(const SplitSettings& settings, const std::string& recipient,
-                    const std::filesystem::path& attachment, const MailTransport& transport);
+                    const std::filesystem::path& attachment, const MailTransport& transport,
+                    const std::string& attachmentType = "application/pdf");
 
 struct MailCounts {
     int handled = 0;

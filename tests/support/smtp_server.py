@@ -2,8 +2,9 @@
 """A loopback SMTP server for the mail tests (Debian's python3-aiosmtpd).
 
 Every message received is unpacked into OUT/msg-N/: envelope.txt (MAIL FROM
-and RCPT TO lines), headers.txt, body.txt and each attachment under its own
-file name. The port is written to PORT_FILE once the server listens.
+and RCPT TO lines), raw.eml (the message as it came), headers.txt (decoded),
+from-name.txt, subject.txt, body.txt and each attachment under its own
+(decoded) file name. The port is written to PORT_FILE once the server listens.
 
   smtp_server.py OUT PORT_FILE MODE [--cert C --key K] [--user U --password P]
                  [--stop-after N]
@@ -46,7 +47,13 @@ class Handler:
             f.write("MAIL FROM: %s\n" % envelope.mail_from)
             for rcpt in envelope.rcpt_tos:
                 f.write("RCPT TO: %s\n" % rcpt)
+        with open(os.path.join(folder, "raw.eml"), "wb") as f:
+            f.write(envelope.original_content)
         message = email.message_from_bytes(envelope.content, policy=email.policy.default)
+        with open(os.path.join(folder, "from-name.txt"), "w") as f:
+            f.write(message["From"].addresses[0].display_name)
+        with open(os.path.join(folder, "subject.txt"), "w") as f:
+            f.write(str(message["Subject"]))
         with open(os.path.join(folder, "headers.txt"), "w") as f:
             for key, value in message.items():
                 f.write("%s: %s\n" % (key, value))
@@ -58,8 +65,9 @@ class Handler:
                 with open(os.path.join(folder, os.path.basename(name)), "wb") as f:
                     f.write(part.get_payload(decode=True))
             else:
+                text = part.get_payload(decode=True).decode(part.get_content_charset() or "ascii")
                 with open(os.path.join(folder, "body.txt"), "wb") as f:
-                    f.write(part.get_payload(decode=True))
+                    f.write(text.encode("utf-8"))
                 with open(os.path.join(folder, "body-type.txt"), "w") as f:
                     f.write(part.get_content_type())
         return "250 OK"
