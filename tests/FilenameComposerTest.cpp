@@ -96,8 +96,9 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
              s.FILENAME = "/in/Report.pdf";
          },
          "x", "/out/extract_xReport.pdf"},
-        {"at most 255 characters, never half of one", [](SplitSettings& s) { s.PREFIXFILENAME = ""; },
-         std::string(254, 'a') + "éé", "/out/" + std::string(254, 'a') + "é.pdf"},
+        {"a name fits the folder's 255 bytes, cut before .pdf on a character boundary",
+         [](SplitSettings& s) { s.PREFIXFILENAME = ""; }, std::string(250, 'a') + "éé",
+         "/out/" + std::string(250, 'a') + ".pdf"},
         {"no mode at all names by the text", [](SplitSettings& s) { s.EXTRACT = ""; }, "x", "/out/extract_x.pdf"},
         {"unknown mode keeps the last name", [](SplitSettings& s) { s.EXTRACT = "no such mode"; }, "x", ""},
     };

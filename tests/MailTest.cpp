@@ -360,7 +360,7 @@ TEST_F(MailRun, TestMailReportsSuccessOrWhereTheErrorWent) {
 
     const auto refused = testing::runProgram(dir, "mail-test " + settings + " --set EMAILPASSWORD=wrong");
     EXPECT_NE(refused.err.find("warning: a password given with --set can be read by every user"), std::string::npos);
-    const auto errorFile = dir / "tmp" / "vellira_mail_error.txt";
+    const auto errorFile = dir / "tmp" / ("vellira-" + std::to_string(getuid())) / "vellira_mail_error.txt";
     EXPECT_EQ(refused.status, 1);
     EXPECT_TRUE(refused.err.find("Error in configuration, message not sent to: billing@vendor.test\nError "
                                  "report output to file: " +

@@ -1,6 +1,9 @@
 #include "engine/PageWords.h"
 #include "fixtures/PdfFixture.h"
 #include "host/MupdfHost.h"
+#include "run/BatchJob.h"
+#include "support/Jobs.h"
+#include "support/RecordingInterface.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -197,10 +200,13 @@ TEST_F(MupdfHostTest, UnreadableFilesRaiseTheHostsErrorAndNothingElse) {
 }
 
 // Outside files may be broken or hostile: a damaged PDF gets HostError, or
-// opens repaired, and never crashes any read path.
+// opens repaired, and never crashes any read path, nor a split at its
+// bookmarks or at its matches.
 TEST_F(MupdfHostTest, DamagedCopiesOfARealFileNeverCrash) {
-    auto document = namedPages(4);
-    document.bookmarks = {{"A", 0, Destination::Named, {{"A1", 1, Destination::GoToAction, {}}}}};
+    fixtures::Document document;
+    for (int i = 0; i < 4; ++i) document.pages.push_back(fixtures::textPage({"account: " + std::to_string(100 + i)}));
+    document.bookmarks = {{"A", 0, Destination::Named, {{"A1", 1, Destination::GoToAction, {}}}},
+                          {"B", 2, Destination::Explicit, {}}};
     std::ifstream in(write(document), std::ios::binary);
     const std::string good((std::istreambuf_iterator<char>(in)), {});
     std::vector<std::string> damaged;
@@ -235,6 +241,17 @@ TEST_F(MupdfHostTest, DamagedCopiesOfARealFileNeverCrash) {
             host.closeDocument(doc);
         } catch (const HostError& error) {
             EXPECT_FALSE(error.text().empty()) << i;
+        }
+        for (const auto& [extract, filename] : {std::pair{"Bookmarks", "Use bookmark as filename"},
+                                                std::pair{"Matched page only", "Page start-end as filename"}}) {
+            auto job = testing::jobIn(dir, {path.string()});
+            job.settings.PAGEEXTRACT = extract;
+            job.settings.EXTRACT = filename;
+            job.settings.KEEPBOOKMARKS = 1;
+            job.settings.OUTPUTDIR = (dir / "out").string();
+            MupdfHost splitter;
+            testing::RecordingInterface ui;
+            EXPECT_NO_THROW(runBatch(job, splitter, ui)) << i << " " << extract;
         }
     }
     EXPECT_GT(opened, 0);  // MuPDF repairs most of them: the read paths really ran

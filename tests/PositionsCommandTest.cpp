@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <fstream>
 
 namespace vellira {
@@ -25,7 +26,7 @@ TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPosition) {
 
     const auto result = run(dir, "positions '" + pdf.string() + "' --page 2");
     ASSERT_EQ(result.status, 0) << result.err;
-    const auto positions = dir / "tmp" / "page_positions.txt";
+    const auto positions = dir / "tmp" / ("vellira-" + std::to_string(getuid())) / "page_positions.txt";
     const std::string expected =
         "Vellira Batch v4.01  -= Ornwick Software =-\r\n\r\n"
         "View file: " +

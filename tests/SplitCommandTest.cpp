@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <chrono>
@@ -331,6 +332,83 @@ TEST(SplitCommand, SetupFilesAndJsonForScripts) {
     EXPECT_EQ(listed, "Done\n" + o + "extract_C100.pdf 1 3 C100\n" + o + "extract_C400.pdf 4 8 C400\n" + o +
                           "extract_C900.pdf 9 10 C900\n");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(out), {}), 3);
+}
+
+// PDFs that lie about themselves cost what their real size costs, and a
+// bookmark that points nowhere does not cut.
+TEST(SplitCommand, HostilePdfsStayCheap) {
+    testing::TempDir dir;
+    const auto honest = writeTenPages(dir);
+    const std::string bytes = readFile(honest);
+    for (const std::string claim : {"50000000", "2147483647", "-5"}) {
+        std::string lying = bytes;
+        const auto count = lying.find("/Count 10");
+        ASSERT_NE(count, std::string::npos);
+        lying.replace(count, 9, "/Count " + claim);
+        const auto pdf = dir / ("count" + claim + ".pdf");
+        std::ofstream(pdf, std::ios::binary) << lying;
+        const auto start = std::chrono::steady_clock::now();
+        const auto result = runProgram(dir, "split --set OUTPUTDIR=" + quoted(dir / "out") + " " + quoted(pdf));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << claim;
+        EXPECT_NE(result.status, 2) << claim << "\n" << result.err;
+    }
+
+    fixtures::Document book;
+    for (int page = 1; page <= 4; ++page) book.pages.push_back(fixtures::textPage({"p" + std::to_string(page)}));
+    book.bookmarks = {{"A", 0}, {"Nowhere", 99}, {"B", 2}};
+    fixtures::writePdf(book, dir / "book.pdf");
+    const auto out = dir / "chapters";
+    const auto result = runProgram(dir,
+                                   "split --set PAGEEXTRACT=Bookmarks --set 'EXTRACT=Use bookmark as filename' "
+                                   "--set PREFIXFILENAME= --set OUTPUTDIR=" +
+                                       quoted(out) + " " + quoted(dir / "book.pdf"));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(pageMarkers(out / "A.pdf"), (std::vector<std::string>{"p1", "p2"}));
+    EXPECT_EQ(pageMarkers(out / "B.pdf"), (std::vector<std::string>{"p3", "p4"}));
+}
+
+// Whatever the text of a PDF says, nothing is written outside the output
+// folder, no planted link is followed and no pipe holds the run.
+TEST(SplitCommand, HostileNamesStayInTheirFolder) {
+    testing::TempDir dir;
+    fixtures::Document document;
+    document.pages = {fixtures::textPage({"account: .."}), fixtures::textPage({"account: /etc/passwd"}),
+                      fixtures::textPage({"account: C3"}), fixtures::Page{612, 792, 0, {{"../../../x", 300, 100}}}};
+    const auto pdf = dir / "run.pdf";
+    fixtures::writePdf(document, pdf);
+    const auto out = dir / "a" / "out";
+    std::filesystem::create_directories(out);
+    std::ofstream(dir / "victim.txt") << "keep";
+    std::filesystem::create_symlink(dir / "victim.txt", dir / "run.pdf_report.csv");
+    ASSERT_EQ(mkfifo((out / "extract_C3.pdf").c_str(), 0600), 0);
+    struct Case {
+        std::string what, settings;
+    } const cases[] = {
+        {"captured text as a folder", "--set 'PREFIXFILENAME=[EXTRACTTEXTDIR]/'"},
+        {"a word of the page in the name",
+         "--set 'PREFIXFILENAME=[POS300,100]_' --set EXTRACT=\"Page start as filename\""},
+        {"a planted report link", "--set REPORTOPTIONSCSV=1"},
+    };
+    for (const auto& c : cases) {
+        const auto result =
+            runProgram(dir, "split " + c.settings + " --set OUTPUTDIR=" + quoted(out) + " " + quoted(pdf));
+        EXPECT_NE(result.status, 2) << c.what << "\n" << result.err;
+        EXPECT_EQ(readFile(dir / "victim.txt"), "keep") << c.what;
+        // Only the source, the victim, its link, the settings and the output tree.
+        std::vector<std::string> outside;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path())) {
+            const auto relative = std::filesystem::relative(entry.path(), dir.path()).string();
+            if (!relative.starts_with("a") && !relative.starts_with("config") && !relative.starts_with("tmp") &&
+                relative != "run.pdf" && relative != "victim.txt" && relative != "run.pdf_report.csv" &&
+                relative != "stderr.txt")
+                outside.push_back(relative);
+        }
+        EXPECT_EQ(outside, std::vector<std::string>{}) << c.what;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(dir / "a"))
+            EXPECT_TRUE(entry.path().string().starts_with(out.string())) << c.what << ": " << entry.path();
+    }
+    EXPECT_TRUE(std::filesystem::is_directory(out / "__")) << "the captured \"..\" is a folder of its own";
+    EXPECT_TRUE(std::filesystem::exists(out / "etcpasswd" / "etcpasswd.pdf"));
 }
 
 }  // namespace

@@ -19,7 +19,9 @@ namespace vellira::cli {
 
 namespace {
 
-// Ctrl-C sets the Stop flag: the range being written is finished, then the run ends.
+// Ctrl-C (or a TERM signal, from a shutdown or a time limit) sets the Stop
+// flag: the range being written is finished and the reports are closed, then
+// the run ends.
 RunInterface* interrupted = nullptr;
 extern "C" void onInterrupt(int) {
     if (interrupted) interrupted->requestCancel();
@@ -29,9 +31,11 @@ struct StopOnInterrupt {
     explicit StopOnInterrupt(RunInterface& ui) {
         interrupted = &ui;
         std::signal(SIGINT, onInterrupt);
+        std::signal(SIGTERM, onInterrupt);
     }
     ~StopOnInterrupt() {
         std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
         interrupted = nullptr;
     }
 };

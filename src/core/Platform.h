@@ -2,6 +2,7 @@
 // local time, paths as UTF-8 text, and C files opened by path.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -29,7 +30,33 @@ struct FileCloser {
 };
 using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
 
-// fopen by path, whatever characters the path holds.
+// fopen by path, whatever characters the path holds. Only a plain file is
+// opened: a pipe, a device or a folder at the name gives none, and a file
+// opened for writing is never reached through a link planted at its name.
 FileHandle openFile(const std::filesystem::path& path, const char* mode);
+
+// The temporary file a file is written into before it is renamed into place:
+// beside it, under a short name of fixed length (".vellira-PID-UNIQUE.tmp")
+// that names the process writing it.
+std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique);
+// Removes from a folder the temporary files of processes that no longer run
+// (left by a run that was killed).
+void removeStaleTemporaries(const std::filesystem::path& folder);
+
+// Holds a folder for this process alone while it lives, against other
+// processes that hold it too (appends of two runs to one output file).
+class FolderLock {
+public:
+    explicit FolderLock(const std::filesystem::path& folder);
+    ~FolderLock();
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+private:
+    int fd_ = -1;
+};
+
+// Whether nothing, or a plain file (or a link to one), stands at a path.
+bool isPlainFileOrMissing(const std::filesystem::path& path);
 
 }  // namespace vellira

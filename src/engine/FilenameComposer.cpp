@@ -37,6 +37,20 @@ std::pair<int, int> boundsOf(std::string_view text) {
 
 bool within(int value, int low, int high) { return (low == -1 || low <= value) && (high == -1 || value <= high); }
 
+// Folders take names of at most 255 bytes: a longer last component is cut
+// before its ".pdf", on a character boundary, so the save does not fail.
+std::string fitLastComponent(std::string path) {
+    constexpr std::size_t kMaxNameBytes = 255;
+    const auto slash = path.find_last_of(kSeparator == '/' ? "/" : "\\/");
+    const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
+    if (path.size() - start <= kMaxNameBytes) return path;
+    const std::string extension = path.substr(path.size() - 4);
+    std::size_t cut = start + kMaxNameBytes - extension.size();
+    while (cut > start && (static_cast<unsigned char>(path[cut]) & 0xC0) == 0x80) --cut;
+    path.resize(cut);
+    return path + extension;
+}
+
 }  // namespace
 
 void FilenameComposer::takeMode(std::string_view extract) {
@@ -48,6 +62,10 @@ std::string FilenameComposer::cleanName(std::string_view text) {
     cleaned.reserve(text.size());
     for (const char c : text)
         if (keptInName(static_cast<unsigned char>(c))) cleaned += c;
+    // "." and ".." name folders, not files: a text of dots alone could climb
+    // out of the output folder.
+    if (!cleaned.empty() && cleaned.find_first_not_of('.') == std::string::npos)
+        std::replace(cleaned.begin(), cleaned.end(), '.', '_');
     return std::string(firstCharacters(cleaned, kMaxNameChars));
 }
 
@@ -169,6 +187,7 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
             break;
         default: result_ = head + body + postfix + ".pdf"; break;
     }
+    result_ = fitLastComponent(std::move(result_));
     if (namesAfterText(*mode)) nameTextUsed = true;
     return result_;
 }
@@ -193,7 +212,8 @@ std::string FilenameComposer::GetPos(std::string_view text, int firstPage, int l
     const auto [vertStart, vertEnd] = boundsOf(box.substr(comma + 1));
     if (trace_.on())
         trace_.write("GetPos pos: %s, szFilename: %s\r\n", std::string(box).c_str(), settings_.FILENAME.c_str());
-    std::string found = GetDataFromPDF2(horizStart, horizEnd, vertStart, vertEnd, firstPage, lastPage);
+    // Words of the page go into a path: cleaned like every captured name.
+    std::string found = cleanName(GetDataFromPDF2(horizStart, horizEnd, vertStart, vertEnd, firstPage, lastPage));
     if (trace_.on()) trace_.write("GetPos found: %s\r\n", found.c_str());
     return found;
 }

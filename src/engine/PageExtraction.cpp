@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #ifdef _WIN32
@@ -41,7 +42,7 @@ bool fileInUse(const std::filesystem::path& path, bool forWriting) {
     }
     return errno == EACCES;
 #else
-    const int fd = ::open(path.c_str(), (forWriting ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+    const int fd = ::open(path.c_str(), (forWriting ? O_WRONLY : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
     if (fd >= 0) {
         ::close(fd);
         return false;
@@ -189,6 +190,18 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         ++run.rangesFailed;
         return false;
     }
+    if (!isPlainFileOrMissing(hostPath)) {
+        // A pipe, a device or a folder at the name is never opened.
+        ui.note("Abort!! Save Error message: not a plain file, file: '" + outFile + "'");
+        ++run.rangesFailed;
+        return false;
+    }
+    if (run.tidiedFolders.insert(pathText(hostPath.parent_path())).second)
+        removeStaleTemporaries(hostPath.parent_path());
+    // Appends of two runs to one output are one after the other: the old
+    // file is read and the new one saved under the folder's lock.
+    std::optional<FolderLock> appending;
+    if (settings.ALWAYSAPPEND) appending.emplace(hostPath.parent_path());
     std::error_code ignored;
     const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
     DocHandle target;

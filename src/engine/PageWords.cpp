@@ -3,7 +3,7 @@
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
 
-#include <fstream>
+#include <sstream>
 
 namespace vellira {
 
@@ -68,7 +68,11 @@ bool PageWordStore::tooManyWords(RunInterface& ui) const {
     return true;
 }
 
-std::filesystem::path pagePositionsPath() { return temporaryFolder() / "page_positions.txt"; }
+std::filesystem::path pagePositionsPath() {
+    // In the user's own temporary folder: a name in the shared one could be
+    // planted by someone else.
+    return privateTemporaryFolder().value_or(settingsFolder()) / "page_positions.txt";
+}
 
 std::string pagePositionsLine(std::string_view word, int h, int v) {
     return padRight(word, 20) + "\t" + padRight(std::to_string(h), 3) + "\t" + padRight(std::to_string(v), 3) + "\r\n";
@@ -84,11 +88,7 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
     }
     const auto path = pagePositionsPath();
     const std::string shownPath = pathText(path);
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file) {
-        ui.note("file error! can't write to page positions file: " + shownPath);
-        return std::nullopt;
-    }
+    std::ostringstream file;
     file << "Vellira Batch " << kVersionText << "  -= Ornwick Software =-\r\n\r\n"
          << "View file: " << shownPath << "\r\n"
          << "Source PDF File: " << settings.FILENAME << "\r\n\r\n"
@@ -107,8 +107,10 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
         ui.note("Abort!! Find Word Error message: " + error.text());
         return std::nullopt;
     }
-    file.close();
-    if (!file) {
+    const std::string text = file.str();
+    FileHandle written = openFile(path, "wb");
+    if (!written || std::fwrite(text.data(), 1, text.size(), written.get()) != text.size() ||
+        std::fclose(written.release()) != 0) {
         ui.note("file error! can't write to page positions file: " + shownPath);
         return std::nullopt;
     }

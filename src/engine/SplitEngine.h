@@ -25,6 +25,7 @@
 #include <filesystem>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -52,6 +53,8 @@ struct RunState {
     Trace trace;
     // A dry run: the ranges are listed here instead of being written.
     std::vector<PlannedRange>* plan = nullptr;
+    // The output folders whose leftover temporary files were removed.
+    std::unordered_set<std::string> tidiedFolders;
     // The source documents of the run: no output may replace one of them.
     std::vector<std::filesystem::path> sources;
     // What the run's ranges came to, over all its documents.

@@ -14,6 +14,15 @@ namespace vellira {
 
 namespace {
 
+// A text of a page (a name, a title) with its control characters as blanks,
+// so that it cannot break a report's lines.
+std::string printable(std::string_view text) {
+    std::string out(text);
+    for (char& c : out)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    return out;
+}
+
 // Writes text to a report and answers its length.
 long put(std::FILE* file, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), file);
@@ -58,8 +67,13 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
         std::string copy;
         if (redirectedCopy(pathText(paths.text), copy) == 0) std::filesystem::remove(copy, ignored);
     }
-    text_ = openFile(paths.text, "wb");
-    csv_ = openFile(paths.csv, "wb");
+    // A report switched off is written to the null device, the one file
+    // here that is not a plain one.
+    const auto openReport = [](const std::filesystem::path& path) {
+        return path == nullDevice() ? FileHandle(std::fopen(pathText(path).c_str(), "wb")) : openFile(path, "wb");
+    };
+    text_ = openReport(paths.text);
+    csv_ = openReport(paths.csv);
     for (const auto* failed : {text_ ? nullptr : &paths.text, csv_ ? nullptr : &paths.csv}) {
         if (!failed) continue;
         text_.reset();
@@ -82,10 +96,15 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
 void Reports::rangeLine(int first, int last, std::string_view name, std::string_view output) {
     const std::string from = padRight(std::to_string(first), 2);
     const std::string to = padRight(std::to_string(last), 2);
-    const std::string shown = padRight(name, 30);
-    g_nWrittenRep =
-        put(text_.get(), "Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + std::string(output) + "\r\n");
-    csvWritten_ = put(csv_.get(), from + "," + to + "," + shown + "," + std::string(output) + "\r\n");
+    const std::string shown = padRight(printable(name), 30);
+    const std::string path = printable(output);
+    g_nWrittenRep = put(text_.get(), "Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + path + "\r\n");
+    // A spreadsheet takes a cell opening with = + - @ for a formula.
+    const auto cell = [](const std::string& text) {
+        return !text.empty() && std::string_view("=+-@").find(text.front()) != std::string_view::npos ? "'" + text
+                                                                                                      : text;
+    };
+    csvWritten_ = put(csv_.get(), from + "," + to + "," + cell(shown) + "," + cell(path) + "\r\n");
 }
 
 void Reports::takeBack() {

@@ -7,6 +7,11 @@
 #include <vector>
 #endif
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -201,6 +206,22 @@ std::string resolvePath(std::string_view path, const std::filesystem::path& base
     const std::filesystem::path named = pathFromText(path);
     if (base.empty() || named.is_absolute() || named.has_root_name()) return std::string(path);
     return pathText(base / named);
+}
+
+std::optional<std::filesystem::path> privateTemporaryFolder() {
+#ifdef _WIN32
+    return temporaryFolder();  // the user's own already
+#else
+    const auto folder = temporaryFolder() / ("vellira-" + std::to_string(::getuid()));
+    ::mkdir(folder.c_str(), 0700);
+    // Only a real folder of this user's, closed to others, will do: not a
+    // link or a folder someone else made first.
+    struct stat status;
+    if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != ::getuid() ||
+        (status.st_mode & 077) != 0)
+        return std::nullopt;
+    return folder;
+#endif
 }
 
 std::filesystem::path temporaryFolder() {

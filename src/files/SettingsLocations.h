@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,10 @@ std::string resolvePath(std::string_view path, const std::filesystem::path& base
 
 // The system's temporary folder.
 std::filesystem::path temporaryFolder();
+// A folder of the user's own in the temporary folder, made when missing and
+// reachable by nobody else, for files whose names other users must not be
+// able to plant; none when such a folder cannot be had.
+std::optional<std::filesystem::path> privateTemporaryFolder();
 
 // The folder of the product's own settings: on Windows the folder the product
 // is installed in; elsewhere $XDG_CONFIG_HOME/vellira (~/.config/vellira).

@@ -115,6 +115,42 @@ struct MupdfHost::Impl {
         mupdfGuarded(ctx, std::forward<Body>(body));
     }
 
+    // MuPDF 1.21 answers every look-up of a page through the page map (a page
+    // loaded, grafted, or asked its rotation) with a reference to the page
+    // object that nobody gives back: each page read would stay in memory
+    // until the process ends, long after its document is closed. Held around
+    // such a look-up, a PageLookup gives back whatever references the page
+    // object gained in the meantime.
+    class PageLookup {
+    public:
+        PageLookup(Impl& impl, const Document& doc, int page) : ctx_(impl.ctx) {
+#if FZ_VERSION_MAJOR == 1 && FZ_VERSION_MINOR <= 21
+            pdf_document* pdf = doc.pdf;
+            if (!pdf->fwd_page_map || page < 0 || page >= pdf->map_page_count) return;
+            try {
+                impl.guarded([&] { object_ = pdf_load_object(ctx_, pdf, pdf->fwd_page_map[page]); });
+            } catch (const HostError&) {
+                return;  // the look-up itself reports it
+            }
+            refs_ = pdf_obj_refs(ctx_, object_);
+#else
+            (void)impl, (void)doc, (void)page;
+#endif
+        }
+        ~PageLookup() {
+            if (!object_) return;
+            for (int gained = pdf_obj_refs(ctx_, object_) - refs_; gained > 0; --gained) pdf_drop_obj(ctx_, object_);
+            pdf_drop_obj(ctx_, object_);
+        }
+        PageLookup(const PageLookup&) = delete;
+        PageLookup& operator=(const PageLookup&) = delete;
+
+    private:
+        fz_context* ctx_;
+        pdf_obj* object_ = nullptr;
+        int refs_ = 0;
+    };
+
     Document& document(DocHandle handle) {
         const auto it = documents.find(handle.id);
         if (it == documents.end()) throw HostError(HostError::kArgument, "no such document");
@@ -168,8 +204,6 @@ struct MupdfHost::Impl {
         Document& doc = document(handle);
         if (doc.outline) return *doc.outline;
         doc.outline.emplace();
-        // With the page tree loaded, resolving a destination's page is a lookup.
-        guarded([&] { pdf_load_page_tree(ctx, doc.pdf); });
         try {
             if (const BookmarkHandle root = host.bookmarkRoot(handle)) {
                 std::set<int> seen;
@@ -178,7 +212,6 @@ struct MupdfHost::Impl {
         } catch (const HostError&) {
             // A broken outline keeps the bookmarks read before the break.
         }
-        pdf_drop_page_tree(ctx, doc.pdf);
         return *doc.outline;
     }
 
@@ -222,6 +255,7 @@ struct MupdfHost::Impl {
         checkPage(doc, pageNumber);
         fz_stext_page* text = nullptr;
         fz_matrix toUser = fz_identity;
+        const PageLookup lookup(*this, doc, pageNumber);
         guarded([&] {
             fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
             fz_try(ctx) {
@@ -323,15 +357,22 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
     const std::string name = pathText(path);
     pdf_document* pdf = nullptr;
     bool locked = false;
+    bool pageMap = false;
     try {
         impl_->guarded([&] {
             pdf = pdf_open_document(ctx, name.c_str());
-            if (pdf_needs_password(ctx, pdf) && !pdf_authenticate_password(ctx, pdf, ""))
+            if (pdf_needs_password(ctx, pdf) && !pdf_authenticate_password(ctx, pdf, "")) {
                 locked = true;
-            else
+            } else {
+                // A page count the file's objects cannot hold is not believed:
+                // a page map is as large as the count claims, whatever the
+                // file holds, so such a file is read page by page instead.
+                const int claimed = pdf_count_pages(ctx, pdf);
+                pageMap = claimed >= 0 && claimed <= pdf_xref_len(ctx, pdf);
                 // A broken page tree fails here, not later. Sources are only
                 // read, so their page map stays valid while they are open.
-                pdf_load_page_tree(ctx, pdf);
+                if (pageMap) pdf_load_page_tree(ctx, pdf);
+            }
         });
     } catch (const HostError& error) {
         pdf_drop_document(ctx, pdf);
@@ -344,7 +385,7 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
         throw HostError(HostError::kNeedsPassword, "cannot authenticate password: " + name);
     }
     const int id = impl_->nextId++;
-    impl_->documents[id] = Impl::Document{pdf, name, {}, {}, true};
+    impl_->documents[id] = Impl::Document{pdf, name, {}, {}, pageMap};
     if (makeCurrent) impl_->current = id;
     return DocHandle{id};
 }
@@ -370,9 +411,11 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     const int base = impl_->pageCount(to);
     impl_->guarded([&] {
         if (!map) map = pdf_new_graft_map(ctx, to.pdf);
-        for (int page = firstPage; page < firstPage + count; ++page)
-            pdf_graft_mapped_page(ctx, map, -1, from.pdf, page);
     });
+    for (int page = firstPage; page < firstPage + count; ++page) {
+        const Impl::PageLookup lookup(*impl_, from, page);
+        impl_->guarded([&] { pdf_graft_mapped_page(ctx, map, -1, from.pdf, page); });
+    }
     if (!bookmarks) return;
 
     to.outline.reset();
@@ -402,11 +445,9 @@ void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     std::filesystem::path temporary;
     std::error_code ignored;
     do {
-        const std::uint64_t unique = (static_cast<std::uint64_t>(::getpid()) << 40) ^
-                                     (reinterpret_cast<std::uintptr_t>(impl_.get()) << 8) ^ impl_->saves++;
-        char name[32];
-        std::snprintf(name, sizeof name, ".vellira-%016llx.tmp", static_cast<unsigned long long>(unique));
-        temporary = path.parent_path() / name;
+        const auto unique = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(impl_.get()) >> 4) ^
+                            (impl_->saves++ * 2654435761u);
+        temporary = temporaryBeside(path, unique);
     } while (std::filesystem::exists(temporary, ignored));
     const std::string temporaryName = pathText(temporary);
     try {
@@ -453,6 +494,7 @@ int MupdfHost::pageRotation(DocHandle handle, int page) {
     impl_->checkPage(doc, page);
     fz_context* ctx = impl_->ctx;
     int rotate = 0;
+    const Impl::PageLookup lookup(*impl_, doc, page);
     impl_->guarded([&] {
         pdf_obj* pageObj = pdf_lookup_page_obj(ctx, doc.pdf, page);
         rotate = pdf_to_int(ctx, pdf_dict_get_inheritable(ctx, pageObj, PDF_NAME(Rotate)));
@@ -481,6 +523,7 @@ MupdfHost::PageImage MupdfHost::renderPage(DocHandle handle, int pageNumber, flo
     impl_->checkPage(doc, pageNumber);
     PageImage image;
     fz_pixmap* pixmap = nullptr;
+    const Impl::PageLookup lookup(*impl_, doc, pageNumber);
     impl_->guarded([&] {
         fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
         fz_try(ctx) pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(zoom, zoom), fz_device_rgb(ctx), 0);
@@ -504,6 +547,7 @@ std::pair<float, float> MupdfHost::pageSize(DocHandle handle, int pageNumber) {
     auto& doc = impl_->document(handle);
     impl_->checkPage(doc, pageNumber);
     fz_rect bounds = fz_empty_rect;
+    const Impl::PageLookup lookup(*impl_, doc, pageNumber);
     impl_->guarded([&] {
         fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
         fz_try(ctx) bounds = fz_bound_page(ctx, page);
@@ -574,9 +618,8 @@ int MupdfHost::bookmarkPage(BookmarkHandle bookmark) {
             page = pdf_lookup_page_number(ctx, doc.pdf, target);
         }
     });
-    if (!points) return -1;
-    if (page < 0 || page >= pages)
-        throw HostError(HostError::kSyntax, "bookmark destination is not a page of the document");
+    // A destination that is no page of the document points nowhere.
+    if (!points || page < 0 || page >= pages) return -1;
     return page;
 }
 

@@ -14,10 +14,12 @@ constexpr std::size_t kMaxPartWords = 255;
 bool below(int bound, int value) { return bound == -1 || bound <= value; }
 bool above(int bound, int value) { return bound == -1 || bound >= value; }
 
-// Text drawn twice at the same place (or one unit off) counts once.
+// Text drawn twice at the same place (or one unit off) counts once. The
+// distances are taken in 64 bits: positions span the whole range of int.
 bool doubled(const Word& a, const Word& b) {
     if (a.text != b.text) return false;
-    const int dv = std::abs(a.v - b.v), dh = std::abs(a.h - b.h);
+    const long long dv = std::llabs(static_cast<long long>(a.v) - b.v);
+    const long long dh = std::llabs(static_cast<long long>(a.h) - b.h);
     return (dv == 0 && dh <= 1) || (dh == 0 && dv == 1);
 }
 

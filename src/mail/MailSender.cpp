@@ -56,8 +56,7 @@ std::string mailLogPath(const SplitSettings& s) {
 
 void appendToLog(const std::string& path, const std::string& text) {
     if (path.empty()) return;
-    std::ofstream log(pathFromText(path), std::ios::binary | std::ios::app);
-    log << text;
+    if (FileHandle log = openFile(pathFromText(path), "ab")) std::fwrite(text.data(), 1, text.size(), log.get());
 }
 
 #ifdef _WIN32
@@ -284,8 +283,9 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
 
 bool sendTestMail(const SplitSettings& s, RunInterface& ui, const MailTransport& transport) {
     // The test mail carries a small attachment of its own.
-    const auto sample = temporaryFolder() / "vellira_mail_test.txt";
-    std::ofstream(sample, std::ios::binary) << "Vellira Batch test mail\r\n";
+    const auto own = privateTemporaryFolder().value_or(settingsFolder());
+    const auto sample = own / "vellira_mail_test.txt";
+    if (FileHandle file = openFile(sample, "wb")) std::fputs("Vellira Batch test mail\r\n", file.get());
     const SendResult result = sendMail(s, s.EMAILFROM, sample, transport, "text/plain");
     std::error_code ignored;
     std::filesystem::remove(sample, ignored);
@@ -293,8 +293,8 @@ bool sendTestMail(const SplitSettings& s, RunInterface& ui, const MailTransport&
         ui.note("Message(s) Sent Successfully.\n\nNOTE: mailto and cc message sent to from address.");
         return true;
     }
-    const auto errorFile = temporaryFolder() / "vellira_mail_error.txt";
-    std::ofstream(errorFile, std::ios::binary) << result.error << "\r\n";
+    const auto errorFile = own / "vellira_mail_error.txt";
+    if (FileHandle file = openFile(errorFile, "wb")) std::fprintf(file.get(), "%s\r\n", result.error.c_str());
     ui.note("Error in configuration, message not sent to: " + s.EMAILFROM +
             "\nError report output to file: " + errorFile.string());
     ui.showFile(errorFile.string());

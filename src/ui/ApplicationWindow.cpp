@@ -111,7 +111,9 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     showDocument();
 }
 
-ApplicationWindow::~ApplicationWindow() = default;
+// The main dialog saves its settings when it goes, reading the batch list's
+// folders from this window: it goes first, while the window is still whole.
+ApplicationWindow::~ApplicationWindow() { delete mainDialog_; }
 
 OpenAction ApplicationWindow::opener() {
     return [window = QPointer<ApplicationWindow>(this)](const QString& path) {
