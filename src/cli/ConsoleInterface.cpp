@@ -30,7 +30,10 @@ bool ConsoleInterface::question(std::string_view message) {
 
 void ConsoleInterface::progress(const Progress& progress) {
     if (quiet_) return;
-    if (progress.file != document_.file) documentDone();
+    if (progress.file != document_.file) {
+        documentDone();
+        documentFiles_ = 0;
+    }
     document_ = progress;
     if (!terminal_) return;
     std::fprintf(stderr, "\r\033[K%s: page %d of %d, %d file(s) written", progress.file.c_str(), progress.page,
@@ -41,13 +44,14 @@ void ConsoleInterface::progress(const Progress& progress) {
 void ConsoleInterface::documentDone() {
     if (terminal_ || document_.pages == 0) return;
     std::fprintf(stderr, "%s: %d page(s), %d file(s) written\n", document_.file.c_str(), document_.pages,
-                 document_.filesWritten);
+                 documentFiles_);
 }
 
 void ConsoleInterface::endProgress() {
     clearProgress();
     documentDone();
     document_ = {};
+    documentFiles_ = 0;
 }
 
 void ConsoleInterface::status(std::string_view text) {
@@ -60,6 +64,7 @@ void ConsoleInterface::status(std::string_view text) {
 void ConsoleInterface::showFile(std::string_view path) { note(path); }
 
 void ConsoleInterface::fileWritten(std::string_view path, int, int) {
+    ++documentFiles_;
     const auto cut = path.find_last_of(static_cast<char>(std::filesystem::path::preferred_separator));
     const std::string folder(cut == std::string_view::npos ? std::string_view(".") : path.substr(0, cut));
     const auto known =

@@ -35,6 +35,7 @@ private:
 
     std::vector<std::pair<std::string, int>> folders_;  // folder -> files written into it
     Progress document_;
+    int documentFiles_ = 0;  // files saved from document_, as the summary counts them
     bool answerYes_;
     bool quiet_;
     bool terminal_;
