@@ -7,8 +7,8 @@
 #include "host/MupdfHost.h"
 #include "mail/AddressCapture.h"
 #include "run/BatchJob.h"
+#include "support/TempDir.h"
 
-#include <unistd.h>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -30,24 +30,7 @@ public:
     void fileWritten(std::string_view path, int, int) override { written.emplace_back(path); }
 };
 
-// A fresh folder for one input, removed with everything in it afterwards.
-class Scratch {
-public:
-    Scratch() : path_(std::filesystem::temp_directory_path() / ("vellira-fuzz-pdf-" + std::to_string(::getpid()))) {
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
+using testing::TempDir;  // a fresh folder for one input, removed afterwards
 
 void walkOutline(DocumentHost& host, BookmarkHandle parent, std::set<int>& seen) {
     for (BookmarkHandle item = host.firstChild(parent); item; item = host.nextSibling(item)) {
@@ -101,7 +84,7 @@ constexpr Modes kModes[] = {
     {"Bookmarks Level 2", "Use bookmark as filename", "", "", true, false},
 };
 
-void splitInEveryMode(const Scratch& scratch, const std::filesystem::path& pdf) {
+void splitInEveryMode(const TempDir& scratch, const std::filesystem::path& pdf) {
     for (const Modes& modes : kModes) {
         BatchJob job;
         job.settingsFile = scratch / "VelliraBatch.ini";
@@ -133,7 +116,7 @@ void splitInEveryMode(const Scratch& scratch, const std::filesystem::path& pdf) 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const Scratch scratch;
+    const TempDir scratch;
     const auto pdf = scratch / "in.pdf";
     std::ofstream(pdf, std::ios::binary).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     readEverything(pdf);

@@ -13,8 +13,8 @@
 #include "mail/AddressCapture.h"
 #include "run/BatchJob.h"
 #include "support/ScriptedHost.h"
+#include "support/TempDir.h"
 
-#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -42,25 +42,7 @@ using testing::ScriptedPage;
     std::abort();
 }
 
-// A fresh folder for one input, removed with everything in it afterwards.
-class Scratch {
-public:
-    Scratch() : path_(std::filesystem::temp_directory_path() / ("vellira-fuzz-split-" + std::to_string(::getpid()))) {
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_ / "source");
-        std::filesystem::create_directories(path_ / "reports");
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
+using testing::TempDir;  // a fresh folder for one input, removed afterwards
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
@@ -181,7 +163,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view settings = input.substr(0, cut);
     const std::string_view body = cut == std::string_view::npos ? std::string_view() : input.substr(cut + 5);
 
-    const Scratch scratch;
+    const TempDir scratch;
+    std::filesystem::create_directories(scratch / "source");
+    std::filesystem::create_directories(scratch / "reports");
     const auto source = scratch / "source" / "in.pdf";
     std::ofstream(source).put('\n');  // a row's file must be there to be split
     const std::string sourceText = source.string();
