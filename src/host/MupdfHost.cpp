@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <unistd.h>
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +19,7 @@ extern "C" {
 #include <memory>
 #include <mutex>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 namespace vellira {
@@ -41,6 +43,67 @@ int countCarried(const std::vector<CarriedBookmark>& nodes) {
     for (const auto& node : nodes) total += 1 + countCarried(node.children);
     return total;
 }
+
+// A source's whole outline, read once, with an index by page: the bookmarks
+// of a range are found without walking the outline for every range.
+class OutlineIndex {
+public:
+    // Adds an item after all items read so far (reading order); `parent` is
+    // the index of its parent item, -1 for a top-level item. Answers its index.
+    int add(std::string title, int page, int parent) {
+        nodes_.push_back({std::move(title), page, parent});
+        return static_cast<int>(nodes_.size()) - 1;
+    }
+    // Sorts the index by page; call once after the last add.
+    void seal() {
+        byPage_.resize(nodes_.size());
+        for (std::size_t i = 0; i < nodes_.size(); ++i) byPage_[i] = static_cast<int>(i);
+        std::stable_sort(byPage_.begin(), byPage_.end(),
+                         [this](int a, int b) { return nodes_[a].page < nodes_[b].page; });
+    }
+
+    // The bookmarks whose page lies in [first, last], each under its nearest
+    // kept ancestor, in reading order.
+    std::vector<CarriedBookmark> inRange(int first, int last) const {
+        const auto pageOf = [this](int node) { return nodes_[node].page; };
+        auto from = std::lower_bound(byPage_.begin(), byPage_.end(), first,
+                                     [&](int node, int page) { return pageOf(node) < page; });
+        auto to = std::upper_bound(from, byPage_.end(), last, [&](int page, int node) { return page < pageOf(node); });
+        std::vector<int> kept(from, to);
+        std::sort(kept.begin(), kept.end());
+        std::unordered_map<int, std::size_t> slot;  // node -> its place in kept
+        for (std::size_t i = 0; i < kept.size(); ++i) slot.emplace(kept[i], i);
+        std::vector<std::vector<std::size_t>> children(kept.size());
+        std::vector<std::size_t> roots;
+        for (std::size_t i = 0; i < kept.size(); ++i) {
+            int ancestor = nodes_[kept[i]].parent;
+            while (ancestor >= 0 && !slot.count(ancestor)) ancestor = nodes_[ancestor].parent;
+            (ancestor < 0 ? roots : children[slot[ancestor]]).push_back(i);
+        }
+        std::vector<CarriedBookmark> out;
+        build(kept, children, roots, out);
+        return out;
+    }
+
+private:
+    struct Node {
+        std::string title;
+        int page = -1;
+        int parent = -1;
+    };
+
+    void build(const std::vector<int>& kept, const std::vector<std::vector<std::size_t>>& children,
+               const std::vector<std::size_t>& level, std::vector<CarriedBookmark>& out) const {
+        for (const std::size_t i : level) {
+            const Node& node = nodes_[kept[i]];
+            out.push_back({node.title, node.page, {}});
+            build(kept, children, children[i], out.back().children);
+        }
+    }
+
+    std::vector<Node> nodes_;
+    std::vector<int> byPage_;  // node indices ordered by page
+};
 
 // The process's one MuPDF context, made with locks so that it can be cloned:
 // each host works on its own clone, and clones share MuPDF's caches safely
@@ -82,8 +145,9 @@ struct MupdfHost::Impl {
         pdf_document* pdf = nullptr;
         std::string path;
         std::map<int, pdf_graft_map*> graftMaps;              // by source document id
-        std::optional<std::vector<CarriedBookmark>> outline;  // read when first carried
+        std::optional<OutlineIndex> outline;  // read when first carried
         bool pageMap = false;  // a source read through the page map: pages found in constant time
+        int pages = -1;        // a source's page count, once known (sources are never changed)
     };
 
     fz_context* ctx = nullptr;
@@ -158,8 +222,10 @@ struct MupdfHost::Impl {
     }
 
     int pageCount(Document& doc) {
+        if (doc.pages >= 0) return doc.pages;
         int count = 0;
         guarded([&] { count = pdf_count_pages(ctx, doc.pdf); });
+        if (doc.pageMap) doc.pages = count;
         return count;
     }
 
@@ -200,23 +266,24 @@ struct MupdfHost::Impl {
     // The whole outline of a source document with every item's page (-1 when
     // it points nowhere or cannot be read), read once per document. A cycle
     // ends the walk where it closes.
-    const std::vector<CarriedBookmark>& outlineOf(MupdfHost& host, DocHandle handle) {
+    const OutlineIndex& outlineOf(MupdfHost& host, DocHandle handle) {
         Document& doc = document(handle);
         if (doc.outline) return *doc.outline;
         doc.outline.emplace();
         try {
             if (const BookmarkHandle root = host.bookmarkRoot(handle)) {
                 std::set<int> seen;
-                readOutline(host, root, 0, seen, *doc.outline);
+                readOutline(host, root, -1, 0, seen, *doc.outline);
             }
         } catch (const HostError&) {
             // A broken outline keeps the bookmarks read before the break.
         }
+        doc.outline->seal();
         return *doc.outline;
     }
 
-    void readOutline(MupdfHost& host, BookmarkHandle parent, int depth, std::set<int>& seen,
-                     std::vector<CarriedBookmark>& out) {
+    void readOutline(MupdfHost& host, BookmarkHandle parent, int parentIndex, int depth, std::set<int>& seen,
+                     OutlineIndex& out) {
         if (depth > kMaxOutlineDepth) return;
         for (BookmarkHandle item = host.firstChild(parent); item; item = host.nextSibling(item)) {
             if (!seen.insert(item.item).second) return;
@@ -226,22 +293,8 @@ struct MupdfHost::Impl {
             } catch (const HostError&) {
                 page = -1;
             }
-            out.push_back({host.bookmarkTitle(item), page, {}});
-            readOutline(host, item, depth + 1, seen, out.back().children);
-        }
-    }
-
-    // Keeps the bookmarks whose page lies in [first, last], each under its
-    // nearest kept ancestor.
-    static void keepInRange(const std::vector<CarriedBookmark>& all, int first, int last,
-                            std::vector<CarriedBookmark>& out) {
-        for (const auto& item : all) {
-            if (item.page >= first && item.page <= last) {
-                out.push_back({item.title, item.page, {}});
-                keepInRange(item.children, first, last, out.back().children);
-            } else {
-                keepInRange(item.children, first, last, out);
-            }
+            const int index = out.add(host.bookmarkTitle(item), page, parentIndex);
+            readOutline(host, item, index, depth + 1, seen, out);
         }
     }
 
@@ -372,6 +425,11 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
                 // A broken page tree fails here, not later. Sources are only
                 // read, so their page map stays valid while they are open.
                 if (pageMap) pdf_load_page_tree(ctx, pdf);
+                // What is read so far (the catalog, the page tree, every page
+                // object) is kept for as long as the document is open: giving
+                // memory back later drops only what the pages' contents
+                // brought in.
+                pdf_mark_xref(ctx, pdf);
             }
         });
     } catch (const HostError& error) {
@@ -419,8 +477,8 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     if (!bookmarks) return;
 
     to.outline.reset();
-    std::vector<CarriedBookmark> carried;
-    Impl::keepInRange(impl_->outlineOf(*this, source), firstPage, firstPage + count - 1, carried);
+    const std::vector<CarriedBookmark> carried =
+        impl_->outlineOf(*this, source).inRange(firstPage, firstPage + count - 1);
     if (carried.empty()) return;
     impl_->guarded([&] {
         pdf_obj* catalog = pdf_dict_get(ctx, pdf_trailer(ctx, to.pdf), PDF_NAME(Root));
@@ -480,10 +538,11 @@ void MupdfHost::closeDocument(DocHandle doc) {
 
 DocHandle MupdfHost::reopenDocument(DocHandle handle) {
     // Reading the file again would only rebuild what is kept: dropping the
-    // objects nothing else holds gives back the same memory at a fraction of
-    // the cost.
+    // objects read since the document was opened, which nothing else holds,
+    // gives back the same memory at a fraction of the cost. The page tree
+    // stays, so finding a page never means parsing it again.
     auto& doc = impl_->document(handle);
-    impl_->guarded([&] { pdf_clear_xref(impl_->ctx, doc.pdf); });
+    impl_->guarded([&] { pdf_clear_xref_to_mark(impl_->ctx, doc.pdf); });
     return handle;
 }
 
