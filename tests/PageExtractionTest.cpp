@@ -17,7 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <thread>
+#include <tuple>
 
 namespace vellira {
 namespace {
@@ -375,34 +375,99 @@ TEST(PageExtraction, LongRunsOnLargeSourcesReopenThemEveryHundredRanges) {
     }
 }
 
-TEST(PageExtraction, TwoRunsOnTwoThreadsWriteWhatOneRunWrites) {
+// Every file under a folder (reports without their dated first line), by its
+// path inside the folder.
+std::map<std::string, std::string> folderFiles(const std::filesystem::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (!entry.is_regular_file()) continue;
+        std::string bytes = readFile(entry.path());
+        if (entry.path().string().find("_report.") != std::string::npos) bytes.erase(0, bytes.find('\n'));
+        files[std::filesystem::relative(entry.path(), folder).string()] = bytes;
+    }
+    return files;
+}
+
+TEST(PageExtraction, WorkSideBySideWritesWhatOneJobWrites) {
     testing::TempDir dir;
-    const auto source = dir / "run.pdf";
-    fixtures::writePdf(fixtures::statements(500, 5), source);
-    // Each run with a host of its own, into a folder of its own.
-    const auto splitInto = [&](const std::string& name) {
-        MupdfHost host;
+    // One long source with bookmarks and addresses, whose pages are read by
+    // workers; then a list whose rows are split side by side, with rows
+    // that depend on the rows before them: a parameters file that stays in
+    // force, sequential names, and two rows appending to the same outputs.
+    const auto folder = dir / "run";
+    const auto runWith = [&](int jobs) {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+        fixtures::writePdf(fixtures::statements(600, 5, {.email = true, .bookmarks = true}), folder / "long.pdf");
+        std::vector<BatchRow> rows;
+        const auto add = [&](const std::string& name, int pages, const std::string& params) {
+            const auto pdf = folder / (name + ".pdf");
+            fixtures::writePdf(fixtures::statements(pages, 5), pdf);
+            std::string paramsFile;
+            if (!params.empty()) {
+                paramsFile = (folder / (name + ".pcs")).string();
+                std::ofstream(paramsFile, std::ios::binary) << params;
+            }
+            rows.push_back({"Yes", pdf.string(), "Ready.", paramsFile});
+        };
+        add("a", 40, "");
+        add("b", 35, "PREFIXFILENAME;b_ \r\n");
+        add("c", 30, "");
+        add("d", 25, "EXTRACT;Sequential Number \r\nPREFIXFILENAME;seq_ \r\n");
+        add("e", 20, "");
+        add("f", 30, "EXTRACT;Next word as filename \r\nPREFIXFILENAME;joined_ \r\nALWAYSAPPEND;1 \r\n");
+        add("g", 45, "");
+        add("h", 50, "ALWAYSAPPEND;0 \r\nPREFIXFILENAME;h_ \r\n");
+        add("i", 15, "");
+        rows.push_back({"Yes", (folder / "missing.pdf").string(), "Ready.", ""});
+
         testing::RecordingInterface ui;
-        BatchJob job = testing::jobIn(dir, {source.string()});
-        job.settingsFile = dir / (name + ".ini");
-        job.settings.OUTPUTDIR = (dir / name).string();
-        job.settings.KEEPBOOKMARKS = 1;
-        return runBatch(job, host, ui).filesWritten;
+        MupdfHost host;
+        std::vector<std::string> heard;
+        std::vector<BatchResult> results;
+        for (const bool list : {false, true}) {
+            BatchJob job = testing::jobIn(dir);
+            job.settingsFile = folder / "settings.ini";
+            job.jobs = jobs;
+            job.newHost = [] { return std::make_unique<MupdfHost>(); };
+            job.settings.OUTPUTDIR = (folder / "out").string();
+            job.settings.REPORTOPTIONSTXT = job.settings.REPORTOPTIONSCSV = 1;
+            if (list) {
+                job.rows = rows;
+            } else {
+                job.rows = {{"Yes", (folder / "long.pdf").string(), "Ready.", ""}};
+                job.settings.KEEPBOOKMARKS = job.settings.EMAILENABLE = job.settings.EMAILCONFIRM = 1;
+                job.settings.EMAILMATCHVERT = job.settings.EMAILMATCHVERTTO = -1;
+                job.settings.EMAILMATCHHORIZ = job.settings.EMAILMATCHHORIZTO = -1;
+                job.settings.OUTPUTDIR = (folder / "long").string();
+            }
+            results.push_back(runBatch(job, host, ui));
+        }
+        return std::tuple{folderFiles(folder), ui.notes, ui.statuses, ui.written, results};
     };
-    ASSERT_EQ(splitInto("alone"), 100);
-    int written[2] = {};
-    std::thread first([&] { written[0] = splitInto("first"); });
-    std::thread second([&] { written[1] = splitInto("second"); });
-    first.join();
-    second.join();
-    EXPECT_EQ(written[0], 100);
-    EXPECT_EQ(written[1], 100);
-    const auto names = folderEntries(dir / "alone");
-    ASSERT_EQ(names.size(), 100u);
-    for (const char* side : {"first", "second"}) {
-        EXPECT_EQ(folderEntries(dir / side), names) << side;
-        for (const auto& name : names)
-            ASSERT_EQ(readFile(dir / side / name), readFile(dir / "alone" / name)) << side << " " << name;
+    const auto [serialFiles, serialNotes, serialStatuses, serialWritten, serialResults] = runWith(1);
+    const auto [files, notes, statuses, written, results] = runWith(2);
+    EXPECT_EQ(serialResults[0].filesWritten, 120);
+    EXPECT_GT(serialResults[1].filesWritten, 40);
+    EXPECT_EQ(serialResults[1].rows.back().status, "file error");
+    EXPECT_TRUE(serialFiles.count("out/seq_000001.pdf") && serialFiles.count("out/b_100000.pdf"));
+    // Every statement's address is found on its own pages.
+    const std::string mailLine = "customer00119@example.com\t" + (folder / "long" / "extract_100119.pdf").string();
+    EXPECT_TRUE(std::any_of(serialNotes.begin(), serialNotes.end(),
+                            [&](const std::string& note) { return note.find(mailLine) != std::string::npos; }));
+
+    ASSERT_EQ(files.size(), serialFiles.size());
+    for (const auto& [path, bytes] : serialFiles) {
+        const auto found = files.find(path);
+        ASSERT_NE(found, files.end()) << path;
+        EXPECT_EQ(found->second, bytes) << path;
+    }
+    EXPECT_EQ(notes, serialNotes);
+    EXPECT_EQ(statuses, serialStatuses);
+    EXPECT_EQ(written, serialWritten);
+    for (std::size_t run = 0; run < results.size(); ++run) {
+        EXPECT_EQ(results[run].filesWritten, serialResults[run].filesWritten);
+        EXPECT_EQ(results[run].outputs.size(), serialResults[run].outputs.size());
     }
 }
 

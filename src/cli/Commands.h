@@ -33,6 +33,7 @@ struct SplitOptions {
     std::string trace;
     std::string list;
     std::vector<std::string> pdfs;
+    int jobs = 0;  // 0: one per core
 };
 int runSplit(const SplitOptions& options);
 

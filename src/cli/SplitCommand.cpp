@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <thread>
 
 namespace vellira::cli {
 
@@ -192,6 +193,8 @@ int runSplit(const SplitOptions& options) {
     if (job.settings.USECURRENT) job.currentDocument = job.settings.FILENAME;
     job.trace = options.trace;
     job.mail = mailTransportFromEnvironment();
+    job.jobs = options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    job.newHost = [] { return std::make_unique<MupdfHost>(); };
 
     MupdfHost host;
     BatchResult result;

@@ -64,6 +64,12 @@ int main(int argc, char** argv) {
     splitCommand->add_flag("--json", split.json,
                            "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
                            "instead of the status lines");
+    splitCommand
+        ->add_option("--jobs", split.jobs,
+                     "work on N threads: up to N PDFs of the list side by side, or the pages of one PDF read by N "
+                     "workers; the files, reports and messages are those of --jobs 1 (default: one per core)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 256));
     splitCommand->add_option("--trace", split.trace, "write the debug trace into FILE")->type_name("FILE");
     splitCommand
         ->add_option("--list", split.list,

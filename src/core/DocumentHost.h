@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -140,5 +141,9 @@ public:
 protected:
     virtual DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) = 0;
 };
+
+// Makes a host of the same kind as a run's own, for a worker thread: hosts
+// are used from one thread at a time, so work side by side needs several.
+using HostFactory = std::function<std::unique_ptr<DocumentHost>()>;
 
 }  // namespace vellira

@@ -229,10 +229,19 @@ std::string FilenameComposer::GetDataFromPDF2(int horizStart, int horizEnd, int 
     std::string found;
     int collected = 0;
     for (int page = pageStart; page <= pageEnd; ++page) {
-        try {
-            store_.readPage(host_, *doc, page - 1, settings_.ROTATED != 0, ui_);
-        } catch (const HostError&) {
-            return {};  // the store has said why
+        // The scan has the words of the pages it read last: taken from there
+        // unless the page is more than a page store takes.
+        const std::vector<Word>* kept = recentPages ? recentPages->words(page - 1) : nullptr;
+        if (kept && kept->size() <= static_cast<std::size_t>(PageWordStore::kLimit)) {
+            store_.words.assign(kept->begin(), kept->end());
+            if (settings_.ROTATED)
+                for (Word& word : store_.words) std::swap(word.h, word.v);
+        } else {
+            try {
+                store_.readPage(host_, *doc, page - 1, settings_.ROTATED != 0, ui_);
+            } catch (const HostError&) {
+                return {};  // the store has said why
+            }
         }
         if (store_.tooManyWords(ui_)) return {};
         collected += store_.count();

@@ -11,6 +11,7 @@
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 #include "core/Trace.h"
+#include "engine/PageReader.h"
 #include "engine/PageWords.h"
 
 #include <ctime>
@@ -41,6 +42,9 @@ public:
     bool nameTextUsed = false;
     // Off for a dry run: "[EXTRACTTEXTDIR]" then makes no folder.
     bool makeFolders = true;
+    // The pages the scan read last, whose words "[POSh,v]" takes rather than
+    // reading the pages again.
+    const RecentPages* recentPages = nullptr;
     // The filename mode names are composed by; none for a text that names no
     // mode, which answers the previous path again.
     std::optional<FilenameMode> mode = FilenameMode::NextWord;

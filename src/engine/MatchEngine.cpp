@@ -160,6 +160,18 @@ void SplitEngine::captureLineWord(const Word& word, bool nextPageLine) {
     appendLimited(line, text);
 }
 
+MatchState MatchState::carried() const {
+    MatchState kept = *this;
+    kept.wdbuf.clear();
+    kept.rings.multiBuf.clear();
+    kept.rings.multiEndBuf.clear();
+    kept.rings.multiFilenameBuf.clear();
+    kept.line.lLineWordCount = 0;
+    if (!kept.line.bConcatLine) kept.line.lLineCoord = -1;
+    if (!kept.position.bMatch) kept.position.lastPositionWord.clear();
+    return kept;
+}
+
 bool SplitEngine::onWord(const Word& word) {
     if (doc.bStopScan) return false;
     const PageExtractMode mode = run.lAquireType;

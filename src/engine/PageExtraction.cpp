@@ -80,8 +80,17 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
     waitWhileInUse(ui, hostPath, true);
     try {
         // The host writes beside the target and renames into place, so an
-        // existing file is replaced only by a complete one.
-        host.saveDocument(target, hostPath);
+        // existing file is replaced only by a complete one. A staged output
+        // stays under a temporary name of its own until its row's turn.
+        if (run.staging) {
+            std::filesystem::path staged;
+            do staged = temporaryBeside(hostPath, run.stagingId++);
+            while (std::filesystem::exists(staged, ignored));
+            host.saveDocument(target, staged);
+            run.staged.emplace_back(staged, hostPath);
+        } else {
+            host.saveDocument(target, hostPath);
+        }
         host.closeDocument(target);
     } catch (const HostError& error) {
         host.closeDocument(target);
@@ -121,10 +130,11 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     // A row that switched the split list on after the run opened none still
     // gets its PDFs.
     bool saved = false;
+    bool appended = false;
     if (run.plan) {
         // A dry run writes nothing.
     } else if (!run.g_createList || !run.splitList.isOpen()) {
-        saved = writeRange(source, outFile, start, end);
+        saved = writeRange(source, outFile, start, end, appended);
     } else {
         int sourcePages = 0;
         try {
@@ -163,10 +173,13 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 
     if (settings.EMAILENABLE) {
         const auto [known, added] = doc.mailIndex.try_emplace(outFile, doc.mailList.size());
-        if (added)
-            doc.mailList.push_back({outFile, start + 1, end + 1});
-        else
-            doc.mailList[known->second].last = end + 1;
+        MailRange& mail = added ? doc.mailList.emplace_back(MailRange{outFile, start + 1, end + 1, {}})
+                                : doc.mailList[known->second];
+        mail.last = end + 1;
+        // A file that holds exactly this range's pages has their words.
+        mail.address.reset();
+        if (saved && !appended && addressFromWords)
+            if (auto words = recentWords(start, end)) mail.address = addressFromWords(std::move(*words));
     }
     ++doc.outputFiles;
     ++doc.ranges;
@@ -183,7 +196,20 @@ bool SplitEngine::isRunSource(const std::filesystem::path& path) const {
     return false;
 }
 
-bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end) {
+std::optional<std::vector<Word>> SplitEngine::recentWords(int first, int last) const {
+    std::vector<Word> words;
+    for (int page = first; page <= last; ++page) {
+        const std::vector<Word>* kept = doc.recent.words(page);
+        if (!kept || kept->size() + words.size() > static_cast<std::size_t>(PageWordStore::kLimit)) return std::nullopt;
+        for (const Word& word : *kept) {
+            Word& copy = words.emplace_back(word);
+            if (settings.ROTATED) std::swap(copy.h, copy.v);
+        }
+    }
+    return words;
+}
+
+bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
     const auto hostPath = host.makeHostPath(outFile);
     if (isRunSource(hostPath)) {
         ui.note("Abort!! Save Error message: the output would replace its source, file: '" + outFile + "'");
@@ -204,6 +230,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     if (settings.ALWAYSAPPEND) appending.emplace(hostPath.parent_path());
     std::error_code ignored;
     const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
+    appended = append;
     DocHandle target;
     try {
         target = host.createDocument();
@@ -247,23 +274,27 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     }
     ++run.filesWritten;
     ui.fileWritten(outFile, start + 1, end + 1);
+    if (!run.staging) noteRewritten(run, ui, outFile, {settings.FILENAME, start + 1, end + 1}, append);
+    return true;
+}
+
+void noteRewritten(RunState& run, RunInterface& ui, const std::string& outFile, const RunState::Written& now,
+                   bool appended) {
     // Two ranges of one name: unless the later one holds the earlier one's
     // pages (or was appended to it), the earlier pages are gone. Say so.
-    const RunState::Written now{settings.FILENAME, start + 1, end + 1};
     const auto [earlier, first] = run.written.try_emplace(outFile, now);
-    if (first) return true;
+    if (first) return;
     RunState::Written& before = earlier->second;
     const bool holdsEarlier = before.source == now.source && now.first <= before.first && now.last >= before.last;
-    if (!append && !holdsEarlier)
+    if (!appended && !holdsEarlier)
         ui.note(
             formatText("Warning: '%s' was written again with pages %d-%d, replacing pages %d-%d written earlier "
                        "in this run",
                        outFile.c_str(), now.first, now.last, before.first, before.last));
-    if (append && before.source == now.source)
+    if (appended && before.source == now.source)
         before = {now.source, std::min(before.first, now.first), std::max(before.last, now.last)};
     else
         before = now;
-    return true;
 }
 
 // A long run on a very large source reopens it every hundred ranges, so the

@@ -3,6 +3,8 @@
 // page ranges.
 #include "engine/SplitEngine.h"
 
+#include "core/Text.h"
+
 #include <algorithm>
 
 namespace vellira {
@@ -23,7 +25,9 @@ constexpr std::string_view kNoMatches =
 }  // namespace
 
 SplitEngine::SplitEngine(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_, RunState& run_)
-    : host(host_), ui(ui_), settings(settings_), run(run_), composer(settings_, host_, ui_, run_.trace) {}
+    : host(host_), ui(ui_), settings(settings_), run(run_), composer(settings_, host_, ui_, run_.trace) {
+    composer.recentPages = &doc.recent;
+}
 
 bool SplitEngine::beginRun(const std::tm& now) {
     composer.runTime = now;
@@ -64,6 +68,18 @@ bool SplitEngine::takeSettings() {
         }
     }
     return true;
+}
+
+std::unique_ptr<PageReader> SplitEngine::pageReader(int first, int last) {
+    // Workers pay for a copy of the source each: not for a few pages.
+    constexpr int kPagesPerWorker = 16;
+    if (pageWorkers > 1 && newHost && last - first >= kPagesPerWorker * 2) {
+        const std::string path = host.filePath(doc.source);
+        if (!path.empty())
+            return std::make_unique<ParallelPageReader>(newHost, pageWorkers, host.makeHostPath(path), first, last,
+                                                        host, doc.source);
+    }
+    return std::make_unique<HostPageReader>(host, doc.source);
 }
 
 void SplitEngine::beginDocument() {
@@ -175,8 +191,11 @@ void SplitEngine::scan(ScanView view) {
         last = std::min<long long>(settings.TOPAGE, pages);
     const long long first = std::max(settings.STARTFROMPAGE - 1LL, 0LL);
     const auto limit = streamedWordLimit(settings.TAKENCHARSFORFILENAME);
+    const int firstPage = static_cast<int>(std::min(first, last));
+    std::unique_ptr<PageReader> reader = pageReader(firstPage, static_cast<int>(last));
+    doc.recent.clear();
 
-    for (int page = static_cast<int>(std::min(first, last)); page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
+    for (int page = firstPage; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
         match.line.lLineWordCount = 0;
         if (run.trace.on()) run.trace.write("Processing PageNum: %d\r\n", page);
         match.line.bConcatLine2 = false;
@@ -190,14 +209,32 @@ void SplitEngine::scan(ScanView view) {
         }
         if (run.trace.on()) run.trace.write("------ Scanning page: %d out of %lld\r\n", page + 1, last - first);
         ui.progress({settings.FILENAME, page + 1, pages, doc.outputFiles});
+        // Pages before the open range (or the one a unique name may carry
+        // on) are not looked at again.
+        int keepFrom = page;
+        for (const int start : {doc.lStartPage, doc.lUniqueStartPage})
+            if (start >= 0) keepFrom = std::min(keepFrom, start);
+        doc.recent.dropBefore(keepFrom);
+        const PageText* text = nullptr;
         try {
-            pageRotation_ = page < pages ? host.pageRotation(doc.source, page) : 0;
-            streamPageWords(host, doc.source, page, limit, [this](const Word& word) { return onWord(word); });
+            text = &doc.recent.add(reader->read(page));
         } catch (const HostError& error) {
             ui.note("Abort!! Find Word Error message: " + error.text());
             return;
         }
+        pageRotation_ = text->rotation;
+        for (const Word& word : text->words) {
+            const std::size_t kept = limit ? firstCharacters(word.text, *limit).size() : word.text.size();
+            if (kept == word.text.size()) {
+                if (!onWord(word)) break;
+                continue;
+            }
+            Word cut = word;
+            cut.text.resize(kept);
+            if (!onWord(cut)) break;
+        }
     }
+    reader.reset();
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
     if (doc.lStartPage >= 0 && view == ScanView::Split) {

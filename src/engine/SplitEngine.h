@@ -17,12 +17,16 @@
 #include "core/Trace.h"
 #include "engine/FilenameComposer.h"
 #include "engine/MatchRules.h"
+#include "engine/PageReader.h"
 #include "engine/PageWords.h"
 #include "files/Reports.h"
 
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -73,13 +77,29 @@ struct RunState {
         int last = 0;
     };
     std::unordered_map<std::string, Written> written;
+    // For a row worked on beside others: outputs are saved under a temporary
+    // name beside their own and listed here (temporary, output), in the order
+    // saved, to be put in place when the row's turn comes. Nothing about
+    // other rows is known, so outputs written again are told then.
+    bool staging = false;
+    std::uint32_t stagingId = 0;  // numbers the temporary names; each row starts from its own
+    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged;
 };
+
+// Tells (as a warning) when an output saved in this run is written again
+// with pages that do not hold the ones it had, and keeps what it holds now.
+void noteRewritten(RunState& run, RunInterface& ui, const std::string& outFile, const RunState::Written& now,
+                   bool appended);
 
 // One output file of a document, for mailing.
 struct MailRange {
     std::string path;
     int first = 0;  // 1-based
     int last = 0;
+    // The address on the pages the file holds, found from the words the scan
+    // read; none when the file must be read to find it (it was appended to,
+    // or not written by this range).
+    std::optional<std::string> address;
 };
 
 // Per source document; reset when the document's processing starts.
@@ -101,12 +121,14 @@ struct DocumentState {
     std::vector<MailRange> mailList;
     std::unordered_map<std::string, std::size_t> mailIndex;  // output path -> its entry in mailList
     Reports reports;
+    RecentPages recent;  // the pages the scan read last
 };
 
 // The last words seen, for search texts of more than one word. It goes on
 // across lines and pages.
 class RecentWords {
 public:
+    bool operator==(const RecentWords&) const = default;
     void clear();
     // Adds a word and answers the last `count` words joined by single blanks.
     const std::string& add(std::string_view word, int count);
@@ -130,6 +152,7 @@ struct MatchState {
         std::string multiBuf;
         std::string multiEndBuf;
         std::string multiFilenameBuf;
+        bool operator==(const RecentWordRings&) const = default;
     } rings;
 
     // The line capture: the words of the line that names a range, from the
@@ -141,6 +164,7 @@ struct MatchState {
         int lLineCoord = -1;        // the line coordinate being captured
         long lLineWordCount = 0;
         bool bFirstFileMatch = true;  // no "use as filename" text seen in this range yet
+        bool operator==(const LineCapture&) const = default;
     } line;
 
     // The position state: what the word before matched, whether an open range
@@ -153,7 +177,16 @@ struct MatchState {
         bool fromMatchUntil = false;
         bool fromMatchUntilPos = false;
         std::string lastPositionWord;
+        bool operator==(const Position&) const = default;
     } position;
+
+    bool operator==(const MatchState&) const = default;
+    // What of the state a later document can see: the word in hand and the
+    // joined buffers are replaced at its first word, the line word count at
+    // its first page; the line coordinate counts only while a line is
+    // captured, and the last position word only while a match waits for
+    // its range.
+    MatchState carried() const;
 };
 
 class SplitEngine {
@@ -167,6 +200,13 @@ public:
     FilenameComposer composer;
     DocumentState doc;
     MatchState match;
+    // Pages are read by this many workers, each on a host newHost makes,
+    // when the source has enough pages; one reads them on `host`.
+    int pageWorkers = 1;
+    HostFactory newHost;
+    // The mail address among a range's words (in reading order, h and v
+    // swapped for rotated text as the settings say); set when mail is on.
+    std::function<std::string(std::vector<Word>)> addressFromWords;
 
     // Prepares a run: word counts of the search texts, the modes, the run's
     // clock and counters. Answers false after saying why when the split mode
@@ -207,9 +247,15 @@ private:
     bool textMatches(std::string_view wanted, int words, const std::string& single, const std::string& multi) const;
     int lineCoordinate(int h, int v) const;
     void reopenSource();
+    std::unique_ptr<PageReader> pageReader(int first, int last);
+    // The words of 0-based pages first..last as the scan read them, h and v
+    // swapped for ROTATED; none when a page is no longer kept or holds more
+    // words than a page store takes.
+    std::optional<std::vector<Word>> recentWords(int first, int last) const;
     // Writes one range to its PDF (created, or appended to), unless that
-    // file is a source of the run. Answers whether it was saved.
-    bool writeRange(DocHandle source, const std::string& outFile, int start, int end);
+    // file is a source of the run. Answers whether it was saved, and tells
+    // whether it was appended to an existing file.
+    bool writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended);
     bool isRunSource(const std::filesystem::path& path) const;
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.

@@ -58,19 +58,33 @@ ReportPaths reportPaths(const SplitSettings& settings, std::string_view source) 
     return paths;
 }
 
-bool Reports::open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui) {
+namespace {
+
+void removeEarlierTextReport(const std::filesystem::path& text) {
+    if (text == nullDevice()) return;
+    std::error_code ignored;
+    std::filesystem::remove(text, ignored);
+    // Also a copy the system redirected into the user's own folder.
+    std::string copy;
+    if (redirectedCopy(pathText(text), copy) == 0) std::filesystem::remove(copy, ignored);
+}
+
+}  // namespace
+
+bool Reports::open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui,
+                   std::optional<std::uint32_t> staging) {
     const auto paths = reportPaths(settings, source);
-    if (paths.text != nullDevice()) {
-        std::error_code ignored;
-        std::filesystem::remove(paths.text, ignored);
-        // Also a copy the system redirected into the user's own folder.
-        std::string copy;
-        if (redirectedCopy(pathText(paths.text), copy) == 0) std::filesystem::remove(copy, ignored);
-    }
+    staged_.clear();
+    if (!staging) removeEarlierTextReport(paths.text);
     // A report switched off is written to the null device, the one file
-    // here that is not a plain one.
-    const auto openReport = [](const std::filesystem::path& path) {
-        return path == nullDevice() ? FileHandle(std::fopen(pathText(path).c_str(), "wb")) : openFile(path, "wb");
+    // here that is not a plain one. A staged report is written under a
+    // temporary name beside its own.
+    const auto openReport = [&](const std::filesystem::path& path) {
+        if (path == nullDevice()) return FileHandle(std::fopen(pathText(path).c_str(), "wb"));
+        if (!staging) return openFile(path, "wb");
+        const auto temporary = temporaryBeside(path, (*staging)++);
+        staged_.emplace_back(temporary, path);
+        return openFile(temporary, "wb");
     };
     text_ = openReport(paths.text);
     csv_ = openReport(paths.csv);
@@ -78,6 +92,7 @@ bool Reports::open(const SplitSettings& settings, std::string_view source, const
         if (!failed) continue;
         text_.reset();
         csv_.reset();
+        discardStaged();
         ui.note("file error! can't write to report file: " + pathText(*failed));
         return false;
     }
@@ -116,6 +131,21 @@ void Reports::footer(int files, int ranges) {
     const std::string count = std::to_string(files == 0 && ranges > 0 ? 1 : files);
     put(text_.get(), "\r\n\t" + count + " PDF file(s)\r\n");
     put(csv_.get(), "\r\n," + count + ", PDF file(s)\r\n");
+}
+
+void Reports::discardStaged() {
+    std::error_code ignored;
+    for (const auto& [temporary, report] : staged_) std::filesystem::remove(temporary, ignored);
+    staged_.clear();
+}
+
+void Reports::putStagedInPlace() {
+    for (const auto& [temporary, report] : staged_) {
+        if (report.extension() == ".txt") removeEarlierTextReport(report);
+        std::error_code ignored;
+        std::filesystem::rename(temporary, report, ignored);
+    }
+    staged_.clear();
 }
 
 void Reports::close() {

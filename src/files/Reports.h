@@ -9,9 +9,13 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace vellira {
 
@@ -36,7 +40,10 @@ public:
     // Deletes an earlier text report, opens both reports and writes their
     // headers, stamped with `now`. Shows "file error! can't write to report
     // file: %s" and answers false when either cannot be opened.
-    bool open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui);
+    // With `staging`, both are written under temporary names (numbered from
+    // it) beside their own, and put in place by putStagedInPlace.
+    bool open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui,
+              std::optional<std::uint32_t> staging = std::nullopt);
     // One line per range written: 1-based first and last page, the captured
     // name and the output path.
     void rangeLine(int first, int last, std::string_view name, std::string_view output);
@@ -47,6 +54,10 @@ public:
     void footer(int files, int ranges);
     // Ends both files where the last write ended.
     void close();
+    // After close: staged reports replace the reports of their names, or
+    // are removed.
+    void putStagedInPlace();
+    void discardStaged();
 
 private:
     using File = FileHandle;
@@ -54,6 +65,7 @@ private:
     File csv_;
     long g_nWrittenRep = 0;  // length of the last range line of the text report
     long csvWritten_ = 0;    // the same for the CSV report
+    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged_;  // temporary, report
 };
 
 // The split list of a run: one line per range instead of a PDF.

@@ -10,14 +10,12 @@ extern "C" {
 
 #include <unistd.h>
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <unordered_map>
 #include <vector>
@@ -105,38 +103,20 @@ private:
     std::vector<int> byPage_;  // node indices ordered by page
 };
 
-// The process's one MuPDF context, made with locks so that it can be cloned:
-// each host works on its own clone, and clones share MuPDF's caches safely
-// from any thread. It is made on first use and lives until the process ends.
-class RootContext {
-public:
-    static RootContext& instance() {
-        static RootContext root;
-        return root;
-    }
-    fz_context* clone() { return fz_clone_context(ctx_); }
-
-private:
-    RootContext() {
-        locks_.user = this;
-        locks_.lock = [](void* user, int lock) { static_cast<RootContext*>(user)->mutexes_[lock].lock(); };
-        locks_.unlock = [](void* user, int lock) { static_cast<RootContext*>(user)->mutexes_[lock].unlock(); };
-        ctx_ = fz_new_context(nullptr, &locks_, FZ_STORE_DEFAULT);
-        if (!ctx_) return;
-        // MuPDF writes its warnings and errors to stderr by default; the
-        // library reports failures through HostError only. Clones inherit
-        // these callbacks.
-        fz_set_warning_callback(
-            ctx_, [](void*, const char*) {}, nullptr);
-        fz_set_error_callback(
-            ctx_, [](void*, const char*) {}, nullptr);
-    }
-    ~RootContext() { fz_drop_context(ctx_); }
-
-    std::array<std::mutex, FZ_LOCK_MAX> mutexes_;
-    fz_locks_context locks_{};
-    fz_context* ctx_ = nullptr;
-};
+// A MuPDF context of a host's own. Contexts that share nothing need no
+// locks: hosts on several threads then never wait on each other, not even
+// for memory, which MuPDF would otherwise take under one lock for all.
+fz_context* newContext() {
+    fz_context* ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
+    if (!ctx) return nullptr;
+    // MuPDF writes its warnings and errors to stderr by default; the library
+    // reports failures through HostError only.
+    fz_set_warning_callback(
+        ctx, [](void*, const char*) {}, nullptr);
+    fz_set_error_callback(
+        ctx, [](void*, const char*) {}, nullptr);
+    return ctx;
+}
 
 }  // namespace
 
@@ -157,7 +137,7 @@ struct MupdfHost::Impl {
     unsigned saves = 0;  // numbers the temporary files of this host's saves
 
     Impl() {
-        ctx = RootContext::instance().clone();
+        ctx = newContext();
         if (!ctx) throw HostError(HostError::kGeneric, "cannot create MuPDF context");
     }
 

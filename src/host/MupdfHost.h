@@ -1,8 +1,9 @@
 // MupdfHost: the document host on MuPDF.
 //
-// Each host works on its own clone of the process's one MuPDF context, so
+// Each host works on a MuPDF context of its own that shares nothing, so
 // hosts on several threads open, read and save side by side, even the same
-// file. One host is used from one thread at a time.
+// file, without waiting on each other. One host is used from one thread at a
+// time.
 #pragma once
 
 #include "core/DocumentHost.h"

@@ -19,6 +19,10 @@ struct JobRun {
         batch.legacyFolder = job.legacyFolder;
         batch.mail = job.mail;
         batch.run.overwrite = job.overwrite;
+        batch.jobs = job.jobs;
+        batch.newHost = job.newHost;
+        batch.engine.pageWorkers = job.jobs;
+        batch.engine.newHost = job.newHost;
     }
 
     // Opens what the run needs before its first row: the trace file and the

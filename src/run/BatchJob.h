@@ -39,6 +39,11 @@ struct BatchJob {
     // While on, an existing output is replaced (or appended to); while off, a
     // free "_partNNN" name is taken instead. The dialog keeps it on.
     bool overwrite = true;
+    // Work side by side: up to `jobs` rows of the list split at once, or one
+    // document's pages read by `jobs` workers, each on a host newHost makes.
+    // What is written, reported and told is the same as with one job.
+    int jobs = 1;
+    HostFactory newHost;
 
     // A job with the platform's settings locations.
     BatchJob();

@@ -32,7 +32,9 @@ constexpr std::string_view kPositionOneWord =
 }  // namespace
 
 BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
-    : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {}
+    : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {
+    engine.addressFromWords = [this](std::vector<Word> words) { return addressAmong(std::move(words), settings); };
+}
 
 void BatchRun::setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status) {
     rows[row].status = status;
@@ -83,54 +85,60 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
             "Please add files to batch list to process or load a pdf and check use current to process a single pdf");
         completed = false;
     } else {
-        for (std::size_t index = 0; index < rows.size(); ++index) {
-            const BatchRow& row = rows[index];
-            if (ui.cancelled()) {
-                completed = false;
-                break;
-            }
-            inBatch = true;
-            if (row.use != "Yes") continue;
-            if (!readableFile(host.makeHostPath(row.path))) {
-                setStatus(rows, index, "file error");
-                continue;
-            }
-            setStatus(rows, index, "Processing");
-            if (row.params.size() > 1) {
-                // A row's own settings stay in force for the rows after it.
-                std::string params = row.params;
-                readParameters(params, settings, {legacyFolder, false});
-                if (!engine.takeSettings()) {
-                    setStatus(rows, index, "Can't open");
-                    errorFlag = true;
-                    continue;
-                }
-            }
-            settings.USECURRENT = 0;
-            settings.FILENAME = row.path;
-            if (settings.FILENAME.empty()) {
-                ui.note(
-                    "No filename specified, click 'Use current open PDF document' if you want to use current open "
-                    "document");
-                completed = false;
-                break;
-            }
-            switch (processDocument(false)) {
-                case kNotOpened:
-                    setStatus(rows, index, "Can't open");
-                    errorFlag = true;
-                    break;
-                case kLocked:
-                    setStatus(rows, index, "Permissions error");
-                    errorFlag = true;
-                    break;
-                case kProcessed: setStatus(rows, index, "Done"); break;
-            }
-        }
+        completed = sideBySide(rows) ? processSideBySide(rows) : processInOrder(rows);
         if (errorFlag) ui.note("Done, some errors occurred.");
     }
     run.splitList.close();
     return completed;
+}
+
+bool BatchRun::processInOrder(std::vector<BatchRow>& rows) {
+    for (std::size_t index = 0; index < rows.size(); ++index) {
+        if (ui.cancelled()) return false;
+        if (!processRow(rows, index)) return false;
+    }
+    return true;
+}
+
+bool BatchRun::processRow(std::vector<BatchRow>& rows, std::size_t index) {
+    const BatchRow& row = rows[index];
+    inBatch = true;
+    if (row.use != "Yes") return true;
+    if (!readableFile(host.makeHostPath(row.path))) {
+        setStatus(rows, index, "file error");
+        return true;
+    }
+    setStatus(rows, index, "Processing");
+    if (row.params.size() > 1) {
+        // A row's own settings stay in force for the rows after it.
+        std::string params = row.params;
+        readParameters(params, settings, {legacyFolder, false});
+        if (!engine.takeSettings()) {
+            setStatus(rows, index, "Can't open");
+            errorFlag = true;
+            return true;
+        }
+    }
+    settings.USECURRENT = 0;
+    settings.FILENAME = row.path;
+    if (settings.FILENAME.empty()) {
+        ui.note(
+            "No filename specified, click 'Use current open PDF document' if you want to use current open "
+            "document");
+        return false;
+    }
+    switch (processDocument(false)) {
+        case kNotOpened:
+            setStatus(rows, index, "Can't open");
+            errorFlag = true;
+            break;
+        case kLocked:
+            setStatus(rows, index, "Permissions error");
+            errorFlag = true;
+            break;
+        case kProcessed: setStatus(rows, index, "Done"); break;
+    }
+    return true;
 }
 
 DocumentResult BatchRun::processDocument(bool useCurrent) {
@@ -158,7 +166,12 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     if (settings.FILENAME.empty()) return kNotOpened;
 
     ui.progress({settings.FILENAME, 0, 0, 0});
-    if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui)) return kNotOpened;
+    std::optional<std::uint32_t> staging;
+    if (run.staging) {
+        staging = run.stagingId;
+        run.stagingId += 2;  // one for each report
+    }
+    if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui, staging)) return kNotOpened;
     if (!useCurrent) {
         try {
             doc.source = host.openDocument(host.makeHostPath(settings.FILENAME));
@@ -201,7 +214,8 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         std::vector<MailEntry> entries;
         for (const auto& range : doc.mailList)
             entries.push_back({range.path, range.first, range.last,
-                               captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+                               range.address ? *range.address
+                                             : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
         const MailCounts counts = sendMailList(settings, entries, ui, mail);
         mailsSent += counts.sent;
         mailsFailed += counts.failed;

@@ -41,6 +41,10 @@ public:
     int mailsSent = 0;
     int mailsFailed = 0;
     std::vector<std::pair<std::string, std::string>> mailResults;  // file -> log status
+    // Work side by side: up to `jobs` rows at once, or one document's pages
+    // read by `jobs` workers, each on a host newHost makes.
+    int jobs = 1;
+    HostFactory newHost;
 
     // The process command over `rows`, whose statuses it updates and
     // reports. Answers false when the run was refused or stopped before its
@@ -65,6 +69,15 @@ private:
     // refusal of a multi-word search with a position mode.
     bool beginRun();
     void setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status);
+    // One row of the list: its own parameters file, then its document.
+    // Answers false when the run must stop.
+    bool processRow(std::vector<BatchRow>& rows, std::size_t index);
+    bool processInOrder(std::vector<BatchRow>& rows);
+    // Whether rows are split side by side: several jobs and several rows,
+    // and nothing that the run as a whole keeps in order (a split list, a
+    // trace, free "_partNNN" names). One row has its pages read side by side.
+    bool sideBySide(const std::vector<BatchRow>& rows) const;
+    bool processSideBySide(std::vector<BatchRow>& rows);
 };
 
 }  // namespace vellira

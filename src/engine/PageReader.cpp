@@ -1,0 +1,137 @@
+#include "engine/PageReader.h"
+
+#include "core/Text.h"
+#include "engine/PageWords.h"
+
+namespace vellira {
+
+namespace {
+
+// Pages a worker reads between two give-backs of what its copy cached.
+constexpr int kWorkerReopenEvery = 256;
+// Pages read ahead per worker.
+constexpr int kAheadPerWorker = 8;
+
+}  // namespace
+
+PageText readPageText(DocumentHost& host, DocHandle doc, int page) {
+    PageText text;
+    text.page = page;
+    text.rotation = host.pageRotation(doc, page);
+    host.enumerateWords(doc, page, [&](const Word& word) {
+        Word& kept = text.words.emplace_back(word);
+        kept.text.resize(firstCharacters(word.text, kMaxWordChars).size());
+        return true;
+    });
+    return text;
+}
+
+ParallelPageReader::ParallelPageReader(const HostFactory& newHost, int workers, const std::filesystem::path& source,
+                                       int first, int last, DocumentHost& host, const DocHandle& doc)
+    : host_(host), doc_(doc), last_(last), slots_(static_cast<std::size_t>(workers) * kAheadPerWorker), next_(first) {
+    for (int k = 0; k < workers && first + k < last; ++k) {
+        std::unique_ptr<DocumentHost> own;
+        try {
+            own = newHost();
+        } catch (const HostError&) {
+            own.reset();  // its pages are then read on the scan's host
+        }
+        threads_.emplace_back(&ParallelPageReader::work, this, std::move(own), source, first + k, workers);
+    }
+}
+
+ParallelPageReader::~ParallelPageReader() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    for (auto& thread : threads_) thread.join();
+}
+
+void ParallelPageReader::work(std::unique_ptr<DocumentHost> host, const std::filesystem::path& source, int page,
+                              int step) {
+    DocHandle doc;
+    if (host) {
+        try {
+            doc = host->openDocumentUnseen(source);
+        } catch (const HostError&) {
+            doc = {};
+        }
+    }
+    for (int read = 0; page < last_; page += step) {
+        {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [&] { return stopping_ || page < next_ + static_cast<int>(slots_.size()); });
+            if (stopping_) break;
+        }
+        Slot done;
+        done.page = page;
+        done.ready = true;
+        done.failed = !doc;
+        if (doc) {
+            try {
+                done.text = readPageText(*host, doc, page);
+            } catch (const HostError&) {
+                done.failed = true;
+            }
+            try {
+                if (++read % kWorkerReopenEvery == 0) doc = host->reopenDocument(doc);
+            } catch (const HostError&) {
+                doc = {};  // the rest of its pages are read by the scan
+            }
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            slotOf(page) = std::move(done);
+        }
+        changed_.notify_all();
+    }
+    if (doc) host->closeDocument(doc);
+}
+
+PageText ParallelPageReader::read(int page) {
+    if (page != next_ || page >= last_) return readPageText(host_, doc_, page);
+    Slot taken;
+    {
+        std::unique_lock lock(mutex_);
+        Slot& slot = slotOf(page);
+        changed_.wait(lock, [&] { return slot.ready && slot.page == page; });
+        taken = std::move(slot);
+        slot = Slot{};
+        next_ = page + 1;
+    }
+    changed_.notify_all();
+    if (taken.failed) return readPageText(host_, doc_, page);
+    return std::move(taken.text);
+}
+
+const PageText& RecentPages::add(PageText page) {
+    words_ += page.words.size();
+    pages_.push_back(std::move(page));
+    while (words_ > kMaxWords && pages_.size() > 1) {
+        words_ -= pages_.front().words.size();
+        pages_.pop_front();
+    }
+    return pages_.back();
+}
+
+void RecentPages::dropBefore(int page) {
+    while (!pages_.empty() && pages_.front().page < page) {
+        words_ -= pages_.front().words.size();
+        pages_.pop_front();
+    }
+}
+
+void RecentPages::clear() {
+    pages_.clear();
+    words_ = 0;
+}
+
+const std::vector<Word>* RecentPages::words(int page) const {
+    if (pages_.empty() || page < pages_.front().page || page > pages_.back().page) return nullptr;
+    const PageText& kept = pages_[static_cast<std::size_t>(page - pages_.front().page)];
+    return kept.page == page ? &kept.words : nullptr;
+}
+
+}  // namespace vellira
