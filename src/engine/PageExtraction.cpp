@@ -173,8 +173,8 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
 
     if (settings.EMAILENABLE) {
         const auto [known, added] = doc.mailIndex.try_emplace(outFile, doc.mailList.size());
-        MailRange& mail = added ? doc.mailList.emplace_back(MailRange{outFile, start + 1, end + 1, {}})
-                                : doc.mailList[known->second];
+        MailRange& mail =
+            added ? doc.mailList.emplace_back(MailRange{outFile, start + 1, end + 1, {}}) : doc.mailList[known->second];
         mail.last = end + 1;
         // A file that holds exactly this range's pages has their words.
         mail.address.reset();

@@ -6,10 +6,10 @@
 #include "core/RunInterface.h"
 #include "core/SplitSettings.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

@@ -124,10 +124,10 @@ struct MupdfHost::Impl {
     struct Document {
         pdf_document* pdf = nullptr;
         std::string path;
-        std::map<int, pdf_graft_map*> graftMaps;              // by source document id
-        std::optional<OutlineIndex> outline;  // read when first carried
-        bool pageMap = false;  // a source read through the page map: pages found in constant time
-        int pages = -1;        // a source's page count, once known (sources are never changed)
+        std::map<int, pdf_graft_map*> graftMaps;  // by source document id
+        std::optional<OutlineIndex> outline;      // read when first carried
+        bool pageMap = false;                     // a source read through the page map: pages found in constant time
+        int pages = -1;                           // a source's page count, once known (sources are never changed)
     };
 
     fz_context* ctx = nullptr;

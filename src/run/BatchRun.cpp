@@ -213,9 +213,9 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     if (settings.EMAILENABLE && !ui.cancelled()) {
         std::vector<MailEntry> entries;
         for (const auto& range : doc.mailList)
-            entries.push_back({range.path, range.first, range.last,
-                               range.address ? *range.address
-                                             : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+            entries.push_back(
+                {range.path, range.first, range.last,
+                 range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
         const MailCounts counts = sendMailList(settings, entries, ui, mail);
         mailsSent += counts.sent;
         mailsFailed += counts.failed;

@@ -44,9 +44,9 @@ struct Carried {
 };
 
 Carried carriedOf(const BatchRun& batch) {
-    return {batch.engine.match.carried(),         batch.run.lAquireType,
-            batch.run.lExtractOnCharsNumWords,    batch.run.lExtractUntilCharsNumWords,
-            batch.run.lExtractFilenameNumWords,   batch.engine.composer.mode};
+    return {batch.engine.match.carried(),       batch.run.lAquireType,
+            batch.run.lExtractOnCharsNumWords,  batch.run.lExtractUntilCharsNumWords,
+            batch.run.lExtractFilenameNumWords, batch.engine.composer.mode};
 }
 
 void takeCarried(BatchRun& batch, const Carried& carried) {

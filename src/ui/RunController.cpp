@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QThread>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <optional>
@@ -143,6 +144,10 @@ bool RunController::start(Kind kind, BatchJob job) {
     connect(status_, &StatusDialog::stopRequested, this, &RunController::stop);
     if (kind == Kind::Batch) status_->show();
     progressTimer_.start();
+    // As many rows (or pages of one document) side by side as there are
+    // cores; what the run writes and tells is the same as with one.
+    job.jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    job.newHost = [] { return std::make_unique<MupdfHost>(); };
     worker_ = std::thread([this, kind, job = std::move(job)] {
         MupdfHost host;
         const BatchResult result = kind == Kind::Batch ? runBatch(job, host, *bridge_) : runShow(job, host, *bridge_);
