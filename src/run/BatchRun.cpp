@@ -12,13 +12,6 @@ namespace vellira {
 namespace {
 
 // The next-match position modes take one word only: that word is the position.
-// A file a row can be read from: a plain file (a folder, a device or a pipe
-// is not one), open for reading.
-bool readableFile(const std::filesystem::path& path) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).good();
-}
-
 // The until position mode is deliberately not refused.
 bool refusesMultiWordPosition(const SplitSettings& settings) {
     const auto mode = pageExtractModeOf(settings.PAGEEXTRACT);
@@ -30,6 +23,11 @@ constexpr std::string_view kPositionOneWord =
     "When using h,v position only one word is allowed in search, that word is the position";
 
 }  // namespace
+
+bool readableFile(const std::filesystem::path& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).good();
+}
 
 BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
     : host(host_), ui(ui_), settings(settings_), engine(host_, ui_, settings_, run) {

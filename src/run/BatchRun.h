@@ -23,6 +23,10 @@ enum DocumentResult : int {
     kLocked = 2,  // the source needs a password
 };
 
+// A file a row can be read from: a plain file (a folder, a device or a pipe
+// is not one), open for reading.
+bool readableFile(const std::filesystem::path& path);
+
 class BatchRun {
 public:
     BatchRun(DocumentHost& host, RunInterface& ui, SplitSettings& settings);

@@ -24,7 +24,6 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
@@ -65,11 +64,6 @@ bool keptInOrder(const SplitSettings& settings) {
     const auto namesFolder = [](const std::string& text) { return text.find("[EXTRACTTEXTDIR]") != std::string::npos; };
     return settings.EMAILENABLE || settings.ALWAYSAPPEND || naming == FilenameMode::SequentialNumber ||
            namesFolder(settings.PREFIXFILENAME) || namesFolder(settings.POSTFIXFILENAME);
-}
-
-bool readableFile(const std::filesystem::path& path) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).good();
 }
 
 // What a row split beside others tells its interface, kept to be told in
