@@ -37,6 +37,24 @@ struct SplitOptions {
 };
 int runSplit(const SplitOptions& options);
 
+// "plan": the split options, and the plan file to write.
+struct PlanOptions {
+    SplitOptions split;
+    std::string output;
+};
+int runPlan(const PlanOptions& options);
+
+// "apply": one shard of a plan written, or a plan finished.
+struct ApplyOptions {
+    std::string plan;
+    std::string shard;  // "I/N"
+    bool finish = false;
+    bool yes = false;
+    bool quiet = false;
+    bool json = false;
+};
+int runApply(const ApplyOptions& options);
+
 int runMailTest(const SettingsOptions& options);
 
 struct ShowOptions {

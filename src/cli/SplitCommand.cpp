@@ -1,12 +1,14 @@
 // split and show: the "Process Batch List" and "&Show" commands.
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
+#include "core/Json.h"
 #include "core/Text.h"
 #include "files/BatchListFile.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 #include "run/BatchJob.h"
+#include "run/BatchPlan.h"
 
 #include <algorithm>
 #include <csignal>
@@ -14,6 +16,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <sstream>
 #include <thread>
 
 namespace vellira::cli {
@@ -117,26 +121,6 @@ int runMailTest(const SettingsOptions& options) {
     return sendTestMail(settings, ui, mailTransportFromEnvironment()) ? 0 : 1;
 }
 
-// A text as a JSON string.
-std::string jsonString(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
-            default:
-                if (static_cast<unsigned char>(c) < 0x20)
-                    out += formatText("\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-                else
-                    out += c;
-        }
-    }
-    return out + "\"";
-}
-
 // The run as one JSON document: each row with its status, each output saved
 // with its pages, captured name and mail status (null when not mailed), and
 // the counts.
@@ -181,13 +165,11 @@ int exitStatus(const BatchResult& result) {
     return warned ? 3 : 0;
 }
 
-int runSplit(const SplitOptions& options) {
-    BatchJob job;
+int buildJob(const SplitOptions& options, const char* command, BatchJob& job, ConsoleInterface& ui) {
     if (const auto error = applySettings(options.settings, job.settings); !error.empty()) {
-        std::cerr << "vellira-batch split: " << error << "\n";
+        std::cerr << "vellira-batch " << command << ": " << error << "\n";
         return 2;
     }
-    ConsoleInterface ui(options.yes, options.quiet);
     if (!options.list.empty() && !loadBatchList(options.list, job.rows, ui)) return 1;
     for (const auto& pdf : options.pdfs) job.rows.push_back(BatchRow{"Yes", pdf, "Ready.", ""});
     if (job.settings.USECURRENT) job.currentDocument = job.settings.FILENAME;
@@ -195,15 +177,12 @@ int runSplit(const SplitOptions& options) {
     job.mail = mailTransportFromEnvironment();
     job.jobs = options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     job.newHost = [] { return std::make_unique<MupdfHost>(); };
+    return 0;
+}
 
-    MupdfHost host;
-    BatchResult result;
-    {
-        StopOnInterrupt stop(ui);
-        result = runBatch(job, host, ui);
-    }
+int reportResult(const BatchResult& result, ConsoleInterface& ui, bool json, bool quiet) {
     ui.endProgress();
-    if (options.json) {
+    if (json) {
         std::cout << jsonReport(result);
     } else {
         for (const auto& row : result.rows) std::cout << row.status << "\t" << row.path << "\n";
@@ -213,8 +192,165 @@ int runSplit(const SplitOptions& options) {
     if (result.rangesFailed > 0) summary += "; " + std::to_string(result.rangesFailed) + " save(s) failed";
     if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
     // Quiet, the line is left out unless something failed.
-    if (!options.quiet || result.rangesFailed > 0 || result.mailsFailed > 0) std::cerr << summary << "\n";
+    if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0) std::cerr << summary << "\n";
     return std::cout ? exitStatus(result) : 1;
+}
+
+int runSplit(const SplitOptions& options) {
+    BatchJob job;
+    ConsoleInterface ui(options.yes, options.quiet);
+    if (const int status = buildJob(options, "split", job, ui); status != 0) return status;
+    MupdfHost host;
+    BatchResult result;
+    {
+        StopOnInterrupt stop(ui);
+        result = runBatch(job, host, ui);
+    }
+    return reportResult(result, ui, options.json, options.quiet);
+}
+
+namespace {
+
+std::filesystem::path shardResultPath(const std::string& plan, int shard, int shards) {
+    return plan + ".shard-" + std::to_string(shard) + "-of-" + std::to_string(shards) + ".json";
+}
+
+// Writes a JSON document whole or not at all.
+bool writeJson(const std::filesystem::path& path, const JsonValue& json) {
+    const auto temporary = temporaryBeside(path, 0);
+    const std::string text = json.text() + "\n";
+    FileHandle file = openFile(temporary, "wb");
+    const bool written =
+        file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fclose(file.release()) == 0;
+    std::error_code failed;
+    if (written) std::filesystem::rename(temporary, path, failed);
+    if (!written || failed) {
+        std::filesystem::remove(temporary, failed);
+        return false;
+    }
+    return true;
+}
+
+std::optional<JsonValue> readJson(const std::filesystem::path& path, const char* what) {
+    const auto text = readWholeFile(path);
+    if (!text) {
+        std::cerr << "vellira-batch apply: cannot read the " << what << " '" << pathText(path) << "'\n";
+        return std::nullopt;
+    }
+    try {
+        return parseJson(*text);
+    } catch (const JsonError& error) {
+        std::cerr << "vellira-batch apply: '" << pathText(path) << "': " << error.what() << "\n";
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+int runPlan(const PlanOptions& options) {
+    BatchJob job;
+    ConsoleInterface ui(options.split.yes, options.split.quiet);
+    if (const int status = buildJob(options.split, "plan", job, ui); status != 0) return status;
+    if (job.settings.USECURRENT || job.rows.empty()) {
+        std::cerr << "vellira-batch plan: give the PDFs to plan (or --list); a plan does not work on a current "
+                     "document\n";
+        return 2;
+    }
+    MupdfHost host;
+    BatchPlan plan;
+    {
+        StopOnInterrupt stop(ui);
+        plan = planBatch(job, host, ui);
+    }
+    ui.endProgress();
+    if (!writeJson(options.output, planJson(plan))) {
+        std::cerr << "vellira-batch plan: cannot write '" << options.output << "'\n";
+        return 1;
+    }
+    if (!options.split.quiet)
+        std::cerr << plan.writes.size() << " output(s) of " << plan.rows.size() << " row(s) planned in "
+                  << options.output << "\n";
+    return plan.completed ? 0 : 1;
+}
+
+int runApply(const ApplyOptions& options) {
+    const auto json = readJson(options.plan, "plan");
+    if (!json) return 1;
+    BatchPlan plan;
+    try {
+        plan = planFromJson(*json);
+    } catch (const JsonError& error) {
+        std::cerr << "vellira-batch apply: '" << options.plan << "': " << error.what() << "\n";
+        return 1;
+    }
+    ConsoleInterface ui(options.yes, options.quiet);
+    if (!options.finish) {
+        int shard = 1;
+        int shards = 1;
+        char slash = 0;
+        std::istringstream given(options.shard.empty() ? "1/1" : options.shard);
+        if (!(given >> shard >> slash >> shards) || slash != '/' || !given.eof() || shards < 1 || shard < 1 ||
+            shard > shards) {
+            std::cerr << "vellira-batch apply: --shard takes I/N with 1 <= I <= N, not '" << options.shard << "'\n";
+            return 2;
+        }
+        MupdfHost host;
+        ShardResult result;
+        {
+            StopOnInterrupt stop(ui);
+            result = applyShard(plan, shard, shards, host, ui);
+        }
+        ui.endProgress();
+        if (ui.cancelled()) return 3;
+        if (!writeJson(shardResultPath(options.plan, shard, shards), shardJson(result))) {
+            std::cerr << "vellira-batch apply: cannot write '" << pathText(shardResultPath(options.plan, shard, shards))
+                      << "'\n";
+            return 1;
+        }
+        if (!options.quiet) std::cerr << ui.writtenSummary() << "\n";
+        return result.failed.empty() ? 0 : 3;
+    }
+    // Every shard of one count must have been written.
+    std::vector<ShardResult> shards;
+    const std::filesystem::path planPath(options.plan);
+    const std::string prefix = pathText(planPath.filename()) + ".shard-";
+    std::error_code error;
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(
+             planPath.has_parent_path() ? planPath.parent_path() : std::filesystem::path("."), error)) {
+        const std::string name = pathText(entry.path().filename());
+        const auto of = name.find("-of-");
+        if (!name.starts_with(prefix) || of == std::string::npos) continue;
+        const int found = std::atoi(name.c_str() + of + 4);
+        if (count != 0 && found != count) {
+            std::cerr << "vellira-batch apply: shards of " << count << " and of " << found
+                      << " were written for this plan; remove the older ones\n";
+            return 1;
+        }
+        count = found;
+    }
+    for (int shard = 1; shard <= count; ++shard) {
+        const auto result = readJson(shardResultPath(options.plan, shard, count), "shard result");
+        if (!result) return 1;
+        try {
+            shards.push_back(shardFromJson(*result));
+        } catch (const JsonError& failed) {
+            std::cerr << "vellira-batch apply: shard " << shard << ": " << failed.what() << "\n";
+            return 1;
+        }
+    }
+    if (count == 0 && !plan.writes.empty()) {
+        std::cerr << "vellira-batch apply: no shard of this plan has been written; run 'apply PLAN --shard I/N' "
+                     "first\n";
+        return 1;
+    }
+    const char* password = std::getenv("VELLIRA_EMAILPASSWORD");
+    BatchResult result;
+    {
+        StopOnInterrupt stop(ui);
+        result = finishPlan(plan, shards, password ? password : "", mailTransportFromEnvironment(), ui);
+    }
+    return reportResult(result, ui, options.json, options.quiet);
 }
 
 int runSetup(const SetupOptions& options) {

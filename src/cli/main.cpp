@@ -24,6 +24,27 @@ void addSettingsOptions(CLI::App* command, vellira::cli::SettingsOptions& option
         ->allow_extra_args(false);
 }
 
+void addSplitOptions(CLI::App* command, vellira::cli::SplitOptions& options) {
+    addSettingsOptions(command, options.settings);
+    command->add_flag("--yes", options.yes, "answer yes to the run's questions (the default answer is no)");
+    command->add_flag("-q,--quiet", options.quiet, "show only the run's messages: no progress, no summary line");
+    command->add_flag("--json", options.json,
+                      "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
+                      "instead of the status lines");
+    command
+        ->add_option("--jobs", options.jobs,
+                     "work on N threads: up to N PDFs of the list side by side, or the pages of one PDF read by N "
+                     "workers; the files, reports and messages are those of --jobs 1 (default: one per core)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 256));
+    command->add_option("--trace", options.trace, "write the debug trace into FILE")->type_name("FILE");
+    command
+        ->add_option("--list", options.list,
+                     "a batch list file (.lst): its rows are processed first, each with its own parameters file")
+        ->type_name("FILE");
+    command->add_option("PDF", options.pdfs, "the PDFs to split, in order, after the rows of --list");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -58,24 +79,29 @@ int main(int argc, char** argv) {
         "split",
         "Split each PDF at its search text into named PDFs, with text and CSV reports. Prints each PDF's status "
         "(Done, file error, Can't open, Permissions error) and path when it ends.");
-    addSettingsOptions(splitCommand, split.settings);
-    splitCommand->add_flag("--yes", split.yes, "answer yes to the run's questions (the default answer is no)");
-    splitCommand->add_flag("-q,--quiet", split.quiet, "show only the run's messages: no progress, no summary line");
-    splitCommand->add_flag("--json", split.json,
-                           "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
-                           "instead of the status lines");
-    splitCommand
-        ->add_option("--jobs", split.jobs,
-                     "work on N threads: up to N PDFs of the list side by side, or the pages of one PDF read by N "
-                     "workers; the files, reports and messages are those of --jobs 1 (default: one per core)")
-        ->type_name("N")
-        ->check(CLI::Range(1, 256));
-    splitCommand->add_option("--trace", split.trace, "write the debug trace into FILE")->type_name("FILE");
-    splitCommand
-        ->add_option("--list", split.list,
-                     "a batch list file (.lst): its rows are processed first, each with its own parameters file")
-        ->type_name("FILE");
-    splitCommand->add_option("PDF", split.pdfs, "the PDFs to split, in order, after the rows of --list");
+    addSplitOptions(splitCommand, split);
+
+    vellira::cli::PlanOptions plan;
+    auto* planCommand = app.add_subcommand(
+        "plan",
+        "Scan the PDFs as split would and write a plan (JSON) of every output, with the rows' settings, reports and "
+        "messages, writing no PDF: 'apply' then writes it in shards, on other machines, and finishes it.");
+    addSplitOptions(planCommand, plan.split);
+    planCommand->add_option("-o,--output", plan.output, "the plan file to write")->type_name("PLAN.json")->required();
+
+    vellira::cli::ApplyOptions apply;
+    auto* applyCommand = app.add_subcommand(
+        "apply",
+        "Write the outputs of one shard of a plan (--shard I/N; rows sharing an output are in one shard), beside "
+        "which its result is kept; then, once every shard is written, --finish writes the reports, prints the "
+        "statuses and sends the mail, as split does.");
+    applyCommand->add_option("PLAN", apply.plan, "the plan file 'plan' wrote")->required();
+    applyCommand->add_option("--shard", apply.shard, "the shard to write, I of N (1-based); 1/1 by default")
+        ->type_name("I/N");
+    applyCommand->add_flag("--finish", apply.finish, "finish the plan once all its shards are written");
+    applyCommand->add_flag("--yes", apply.yes, "answer yes to the run's questions (the default answer is no)");
+    applyCommand->add_flag("-q,--quiet", apply.quiet, "show only the run's messages");
+    applyCommand->add_flag("--json", apply.json, "with --finish: print the rows and outputs as split --json does");
 
     vellira::cli::ShowOptions show;
     auto* showCommand =
@@ -131,6 +157,8 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : 2;
     }
     if (*splitCommand) return vellira::cli::runSplit(split);
+    if (*planCommand) return vellira::cli::runPlan(plan);
+    if (*applyCommand) return vellira::cli::runApply(apply);
     if (*showCommand) return vellira::cli::runShow(show);
     if (*positionsCommand) return vellira::cli::runPositions(positions);
     if (*mailTestCommand) return vellira::cli::runMailTest(mailTest);

@@ -2,6 +2,7 @@
 // for it and the output path it would be written to.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace vellira {
@@ -11,6 +12,23 @@ struct PlannedRange {
     int last = 0;
     std::string name;
     std::string path;
+};
+
+// One output a planned run would save, for another process to write: the
+// source's 1-based pages, the output path, the name captured and the
+// sequence number taken, whether the source's bookmarks come along and
+// whether the pages are appended to the output as it stands then. `row` is
+// the batch list row it comes from.
+struct PlannedWrite {
+    std::size_t row = 0;
+    std::string source;
+    int first = 0;
+    int last = 0;
+    std::string output;
+    std::string name;
+    long sequence = 0;
+    bool bookmarks = false;
+    bool append = false;
 };
 
 }  // namespace vellira

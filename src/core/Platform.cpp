@@ -12,6 +12,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <string_view>
 
 namespace vellira {
@@ -88,6 +90,15 @@ std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::
     std::snprintf(name, sizeof name, ".vellira-%08lx-%08lx.tmp", static_cast<unsigned long>(processId()) & 0xFFFFFFFFul,
                   static_cast<unsigned long>(unique));
     return target.parent_path() / name;
+}
+
+std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return std::nullopt;
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    if (file.bad()) return std::nullopt;
+    return bytes.str();
 }
 
 void removeStaleTemporaries(const std::filesystem::path& folder) {

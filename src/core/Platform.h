@@ -7,6 +7,7 @@
 #include <ctime>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -39,6 +40,9 @@ FileHandle openFile(const std::filesystem::path& path, const char* mode);
 // beside it, under a short name of fixed length (".vellira-PID-UNIQUE.tmp")
 // that names the process writing it.
 std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique);
+
+// A whole file's bytes; none when it cannot be read.
+std::optional<std::string> readWholeFile(const std::filesystem::path& path);
 // Removes from a folder the temporary files of processes that no longer run
 // (left by a run that was killed).
 void removeStaleTemporaries(const std::filesystem::path& folder);

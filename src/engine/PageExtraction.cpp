@@ -178,8 +178,12 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         mail.last = end + 1;
         // A file that holds exactly this range's pages has their words.
         mail.address.reset();
-        if (saved && !appended && addressFromWords)
-            if (auto words = recentWords(start, end)) mail.address = addressFromWords(std::move(*words));
+        if (saved && !appended && addressFromWords) {
+            auto words = recentWords(start, end);
+            // A planned output is never there to be read later.
+            if (!words && run.planned) words = sourceWords(start, end);
+            if (words) mail.address = addressFromWords(std::move(*words));
+        }
     }
     ++doc.outputFiles;
     ++doc.ranges;
@@ -209,6 +213,49 @@ std::optional<std::vector<Word>> SplitEngine::recentWords(int first, int last) c
     return words;
 }
 
+std::optional<std::vector<Word>> SplitEngine::sourceWords(int first, int last) {
+    std::vector<Word> words;
+    PageWordStore store;
+    for (int page = first; page <= last; ++page) {
+        try {
+            store.readPage(host, doc.source, page, settings.ROTATED != 0, ui);
+        } catch (const HostError&) {
+            return std::nullopt;
+        }
+        if (store.count() + words.size() > static_cast<std::size_t>(PageWordStore::kLimit)) return std::nullopt;
+        words.insert(words.end(), store.words.begin(), store.words.end());
+    }
+    return words;
+}
+
+bool SplitEngine::planRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
+    std::error_code ignored;
+    appended = settings.ALWAYSAPPEND &&
+               (run.plannedOutputs.count(outFile) || std::filesystem::exists(host.makeHostPath(outFile), ignored));
+    int pages = 0;
+    try {
+        pages = host.pageCount(source);
+    } catch (const HostError& error) {
+        ui.note("Abort!! Extract Error message: " + error.text() + ", file: '" + outFile + "'");
+        ++run.rangesFailed;
+        return false;
+    }
+    if (start < 0 || end < start || end >= pages) {
+        // What the host says of pages that are not there.
+        ui.note("Extract Pages Abort!! Error message: invalid page range: " + std::to_string(start + 1) + "-" +
+                std::to_string(end + 1) + " of " + std::to_string(pages));
+        ++run.rangesFailed;
+        return false;
+    }
+    run.planned->push_back({run.plannedRow, settings.FILENAME, start + 1, end + 1, outFile, doc.g_szBuf,
+                            composer.sequence, settings.KEEPBOOKMARKS != 0, appended});
+    run.plannedOutputs.insert(outFile);
+    ++run.filesWritten;
+    ui.fileWritten(outFile, start + 1, end + 1);
+    noteRewritten(run, ui, outFile, {settings.FILENAME, start + 1, end + 1}, appended);
+    return true;
+}
+
 bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
     const auto hostPath = host.makeHostPath(outFile);
     if (isRunSource(hostPath)) {
@@ -222,6 +269,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         ++run.rangesFailed;
         return false;
     }
+    if (run.planned) return planRange(source, outFile, start, end, appended);
     if (run.tidiedFolders.insert(pathText(hostPath.parent_path())).second)
         removeStaleTemporaries(hostPath.parent_path());
     // Appends of two runs to one output are one after the other: the old

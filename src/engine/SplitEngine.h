@@ -81,6 +81,11 @@ struct RunState {
     // name beside their own and listed here (temporary, output), in the order
     // saved, to be put in place when the row's turn comes. Nothing about
     // other rows is known, so outputs written again are told then.
+    // A planned run: no PDF is made; each output a range would save is
+    // listed here instead, for other processes to write.
+    std::vector<PlannedWrite>* planned = nullptr;
+    std::size_t plannedRow = 0;                      // the row being planned
+    std::unordered_set<std::string> plannedOutputs;  // outputs the plan has saved so far
     bool staging = false;
     std::uint32_t stagingId = 0;  // numbers the temporary names; each row starts from its own
     std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged;
@@ -256,6 +261,11 @@ private:
     // file is a source of the run. Answers whether it was saved, and tells
     // whether it was appended to an existing file.
     bool writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended);
+    // The same for a planned run: the output listed, not written.
+    bool planRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended);
+    // The words of 0-based pages first..last read from the source (for a
+    // range the scan no longer keeps), as a page store reads them.
+    std::optional<std::vector<Word>> sourceWords(int first, int last);
     bool isRunSource(const std::filesystem::path& path) const;
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.

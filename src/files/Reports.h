@@ -58,6 +58,8 @@ public:
     // are removed.
     void putStagedInPlace();
     void discardStaged();
+    // The staged reports: (temporary, report).
+    const std::vector<std::pair<std::filesystem::path, std::filesystem::path>>& staged() const { return staged_; }
 
 private:
     using File = FileHandle;

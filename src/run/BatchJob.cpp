@@ -2,7 +2,11 @@
 
 #include "engine/PageWords.h"
 #include "files/SettingsLocations.h"
+#include "run/BatchPlan.h"
 #include "run/BatchRun.h"
+#include "run/EventRecorder.h"
+
+#include <mutex>
 
 namespace vellira {
 
@@ -86,6 +90,23 @@ std::optional<std::filesystem::path> runPagePositions(const BatchJob& job, Docum
     JobRun run(job, host, ui);
     if (!run.open(job, host, ui)) return std::nullopt;
     return writePagePositions(host, ui, run.settings, page);
+}
+
+BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
+    BatchPlan plan;
+    plan.rows = job.rows;
+    plan.rowSettings.resize(job.rows.size());
+    std::mutex asking;
+    EventRecorder planning(ui, asking, true);
+    JobRun run(job, host, planning);
+    run.batch.planned = &plan;
+    run.batch.run.planned = &plan.writes;
+    if (run.open(job, host, planning)) plan.completed = run.batch.process(plan.rows);
+    plan.rangesFailed = run.batch.run.rangesFailed;
+    plan.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
+    plan.stopped = ui.cancelled();
+    plan.events = std::move(planning.events);
+    return plan;
 }
 
 }  // namespace vellira

@@ -1,5 +1,7 @@
 #include "run/BatchRun.h"
 
+#include "run/BatchPlan.h"
+
 #include "core/Text.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
@@ -119,6 +121,12 @@ bool BatchRun::processRow(std::vector<BatchRow>& rows, std::size_t index) {
     }
     settings.USECURRENT = 0;
     settings.FILENAME = row.path;
+    if (planned) {
+        SplitSettings kept = settings;
+        kept.EMAILPASSWORD.clear();
+        planned->rowSettings[index] = parametersText(kept, false);
+        run.plannedRow = index;
+    }
     if (settings.FILENAME.empty()) {
         ui.note(
             "No filename specified, click 'Use current open PDF document' if you want to use current open "
@@ -165,7 +173,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
 
     ui.progress({settings.FILENAME, 0, 0, 0});
     std::optional<std::uint32_t> staging;
-    if (run.staging) {
+    if (run.staging || planned) {
         staging = run.stagingId;
         run.stagingId += 2;  // one for each report
     }
@@ -182,6 +190,12 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     if (doc.ranges == 0 && !ui.cancelled()) ++run.documentsWithoutRanges;
     doc.reports.footer(doc.outputFiles, doc.extractCnt);
     doc.reports.close();
+    if (planned) {
+        // A plan carries its reports, to be written when its outputs are.
+        for (const auto& [temporary, report] : doc.reports.staged())
+            planned->files.emplace_back(pathText(report), readWholeFile(temporary).value_or(""));
+        doc.reports.discardStaged();
+    }
 
     const auto closeSource = [&] {
         if (!useCurrent && doc.source) host.closeDocument(doc.source);
@@ -214,6 +228,10 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
             entries.push_back(
                 {range.path, range.first, range.last,
                  range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+        if (planned) {
+            planned->mails.push_back({planned->rows.empty() ? 0 : run.plannedRow, std::move(entries)});
+            return kProcessed;
+        }
         const MailCounts counts = sendMailList(settings, entries, ui, mail);
         mailsSent += counts.sent;
         mailsFailed += counts.failed;

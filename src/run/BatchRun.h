@@ -49,6 +49,9 @@ public:
     // read by `jobs` workers, each on a host newHost makes.
     int jobs = 1;
     HostFactory newHost;
+    // A planned run: outputs, reports, row settings and mail lists go into
+    // the plan instead of being written and sent.
+    struct BatchPlan* planned = nullptr;
 
     // The process command over `rows`, whose statuses it updates and
     // reports. Answers false when the run was refused or stopped before its

@@ -18,6 +18,7 @@
 #include "core/Text.h"
 #include "files/ParametersFile.h"
 #include "run/BatchRun.h"
+#include "run/EventRecorder.h"
 
 #include <algorithm>
 #include <chrono>
@@ -66,56 +67,13 @@ bool keptInOrder(const SplitSettings& settings) {
            namesFolder(settings.PREFIXFILENAME) || namesFolder(settings.POSTFIXFILENAME);
 }
 
-// What a row split beside others tells its interface, kept to be told in
-// its turn. Questions cannot wait: they are asked at once, one at a time.
-class RowRecorder final : public RunInterface {
-public:
-    struct Event {
-        enum Kind { Note, Status, Progressed, ShownFile, RowStatus, Written } kind;
-        std::string text;
-        int row = 0;
-        int first = 0;
-        int last = 0;
-        Progress progress;
-    };
-
-    RowRecorder(RunInterface& ui, std::mutex& asking) : ui_(ui), asking_(asking) {}
-
-    void note(std::string_view message) override { events.push_back({Event::Note, std::string(message)}); }
-    bool question(std::string_view message) override {
-        const std::lock_guard lock(asking_);
-        return ui_.question(message);
-    }
-    void progress(const Progress& now) override {
-        // Only where the row stands last is worth telling.
-        if (!events.empty() && events.back().kind == Event::Progressed)
-            events.back().progress = now;
-        else
-            events.push_back({Event::Progressed, {}, 0, 0, 0, now});
-    }
-    void status(std::string_view text) override { events.push_back({Event::Status, std::string(text)}); }
-    void showFile(std::string_view path) override { events.push_back({Event::ShownFile, std::string(path)}); }
-    void rowStatus(int row, std::string_view status) override {
-        events.push_back({Event::RowStatus, std::string(status), row});
-    }
-    void fileWritten(std::string_view path, int first, int last) override {
-        events.push_back({Event::Written, std::string(path), 0, first, last});
-    }
-
-    std::vector<Event> events;
-
-private:
-    RunInterface& ui_;
-    std::mutex& asking_;
-};
-
 // One row on its way: split on a worker, or (for `worker` false) a row this
 // thread takes in its turn.
 struct RowTask {
     std::size_t index = 0;
     bool worker = false;
     std::unique_ptr<DocumentHost> host;
-    std::unique_ptr<RowRecorder> ui;
+    std::unique_ptr<EventRecorder> ui;
     SplitSettings settings;
     std::unique_ptr<BatchRun> batch;
     std::vector<BatchRow> rows;
@@ -137,7 +95,7 @@ struct RowTask {
 
 bool BatchRun::sideBySide(const std::vector<BatchRow>& rows) const {
     const auto used = std::count_if(rows.begin(), rows.end(), [](const BatchRow& row) { return row.use == "Yes"; });
-    return jobs > 1 && newHost && used > 1 && !run.g_createList && !run.trace.on() && run.overwrite;
+    return jobs > 1 && newHost && used > 1 && !planned && !run.g_createList && !run.trace.on() && run.overwrite;
 }
 
 bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
@@ -179,7 +137,7 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             if (task->host) {
                 task->worker = true;
                 task->settings = ahead;
-                task->ui = std::make_unique<RowRecorder>(ui, asking);
+                task->ui = std::make_unique<EventRecorder>(ui, asking);
                 task->batch = std::make_unique<BatchRun>(*task->host, *task->ui, task->settings);
                 BatchRun& batch = *task->batch;
                 batch.legacyFolder = legacyFolder;
@@ -241,22 +199,11 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
         }
         batch.engine.doc.reports.putStagedInPlace();
         const std::string& source = task.rows[task.index].path;
-        for (const auto& event : task.ui->events) {
-            switch (event.kind) {
-                case RowRecorder::Event::Note: ui.note(event.text); break;
-                case RowRecorder::Event::Status: ui.status(event.text); break;
-                case RowRecorder::Event::Progressed: ui.progress(event.progress); break;
-                case RowRecorder::Event::ShownFile: ui.showFile(event.text); break;
-                case RowRecorder::Event::RowStatus:
-                    rows[static_cast<std::size_t>(event.row)].status = event.text;
-                    ui.rowStatus(event.row, event.text);
-                    break;
-                case RowRecorder::Event::Written:
-                    ui.fileWritten(event.text, event.first, event.last);
-                    noteRewritten(run, ui, event.text, {source, event.first, event.last}, false);
-                    break;
-            }
-        }
+        rows[task.index].status = task.rows[task.index].status;
+        EventRecorder::replay(task.ui->events, ui, [&](const EventRecorder::Event& event, std::size_t) {
+            ui.fileWritten(event.text, event.first, event.last);
+            noteRewritten(run, ui, event.text, {source, event.first, event.last}, false);
+        });
         run.filesWritten += batch.run.filesWritten;
         run.rangesFailed += batch.run.rangesFailed;
         run.documentsWithoutRanges += batch.run.documentsWithoutRanges;
