@@ -24,13 +24,15 @@ void addSettingsOptions(CLI::App* command, vellira::cli::SettingsOptions& option
         ->allow_extra_args(false);
 }
 
-void addSplitOptions(CLI::App* command, vellira::cli::SplitOptions& options) {
+// The options of split; plan takes them too, but for --json.
+void addSplitOptions(CLI::App* command, vellira::cli::SplitOptions& options, bool json = true) {
     addSettingsOptions(command, options.settings);
     command->add_flag("--yes", options.yes, "answer yes to the run's questions (the default answer is no)");
     command->add_flag("-q,--quiet", options.quiet, "show only the run's messages: no progress, no summary line");
-    command->add_flag("--json", options.json,
-                      "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
-                      "instead of the status lines");
+    if (json)
+        command->add_flag("--json", options.json,
+                          "print one JSON document of the rows and the outputs written (path, pages, name, mail) "
+                          "instead of the status lines");
     command
         ->add_option("--jobs", options.jobs,
                      "work on N threads: up to N PDFs of the list side by side, or the pages of one PDF read by N "
@@ -86,7 +88,7 @@ int main(int argc, char** argv) {
         "plan",
         "Scan the PDFs as split would and write a plan (JSON) of every output, with the rows' settings, reports and "
         "messages, writing no PDF: 'apply' then writes it in shards, on other machines, and finishes it.");
-    addSplitOptions(planCommand, plan.split);
+    addSplitOptions(planCommand, plan.split, false);
     planCommand->add_option("-o,--output", plan.output, "the plan file to write")->type_name("PLAN.json")->required();
 
     vellira::cli::ApplyOptions apply;
