@@ -198,6 +198,7 @@ _vellira_batch() {
         --list) _vellira_batch_files "$cur" lst; return 0 ;;
         --trace) _vellira_batch_files "$cur"; return 0 ;;
         --save) _vellira_batch_files "$cur" pcs; return 0 ;;
+        -o | --output) _vellira_batch_files "$cur" json; return 0 ;;
         -*)
             # Any other option that takes a value (a number): nothing to offer.
             local options=${_vellira_batch_data[options:$command]-${_vellira_batch_data[options]}}
@@ -217,7 +218,8 @@ _vellira_batch() {
         return 0
     fi
     case $command in
-        split | show | positions) _vellira_batch_files "$cur" pdf ;;
+        split | show | positions | plan) _vellira_batch_files "$cur" pdf ;;
+        apply) _vellira_batch_files "$cur" json ;;
         keys) _vellira_batch_offer escape "$cur" "${_vellira_batch_keys[@]}" ;;
     esac
     return 0
