@@ -10,6 +10,8 @@
 #include "run/BatchJob.h"
 #include "run/BatchPlan.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -274,6 +276,14 @@ int runPlan(const PlanOptions& options) {
 }
 
 int runApply(const ApplyOptions& options) {
+    // A plan says which files to write: one that anybody may change is not
+    // followed.
+    struct stat status {};
+    if (::stat(options.plan.c_str(), &status) == 0 && (status.st_mode & S_IWOTH)) {
+        std::cerr << "vellira-batch apply: every user of this machine can change the plan '" << options.plan
+                  << "'; make it theirs alone first (chmod o-w)\n";
+        return 1;
+    }
     const auto json = readJson(options.plan, "plan");
     if (!json) return 1;
     BatchPlan plan;
