@@ -135,4 +135,26 @@ bool isPlainFileOrMissing(const std::filesystem::path& path) {
     return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
 }
 
+#ifdef _WIN32
+void FileSet::add(const std::filesystem::path& path) { paths_.push_back(path); }
+
+bool FileSet::contains(const std::filesystem::path& path) const {
+    for (const auto& known : paths_) {
+        std::error_code unknown;
+        if (std::filesystem::equivalent(path, known, unknown)) return true;
+    }
+    return false;
+}
+#else
+void FileSet::add(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0) ids_.emplace(status.st_dev, status.st_ino);
+}
+
+bool FileSet::contains(const std::filesystem::path& path) const {
+    struct stat status {};
+    return !ids_.empty() && ::stat(path.c_str(), &status) == 0 && ids_.count({status.st_dev, status.st_ino}) > 0;
+}
+#endif
+
 }  // namespace vellira

@@ -8,8 +8,11 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace vellira {
 
@@ -62,5 +65,22 @@ private:
 
 // Whether nothing, or a plain file (or a link to one), stands at a path.
 bool isPlainFileOrMissing(const std::filesystem::path& path);
+
+// Files known by what they are, not by the path that names them: a path
+// that reaches one of them by another spelling or a link still counts.
+// Answers with one look-up of the path asked about.
+class FileSet {
+public:
+    // Adds the file at `path`; nothing when there is none.
+    void add(const std::filesystem::path& path);
+    bool contains(const std::filesystem::path& path) const;
+
+private:
+#ifdef _WIN32
+    std::vector<std::filesystem::path> paths_;
+#else
+    std::set<std::pair<std::uintmax_t, std::uintmax_t> > ids_;  // device, inode
+#endif
+};
 
 }  // namespace vellira

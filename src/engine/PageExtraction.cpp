@@ -192,14 +192,6 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     ui.progress({settings.FILENAME, end + 1, doc.totalPages, doc.outputFiles});
 }
 
-bool SplitEngine::isRunSource(const std::filesystem::path& path) const {
-    for (const auto& source : run.sources) {
-        std::error_code unknown;
-        if (std::filesystem::equivalent(path, source, unknown)) return true;
-    }
-    return false;
-}
-
 std::optional<std::vector<Word>> SplitEngine::recentWords(int first, int last) const {
     std::vector<Word> words;
     for (int page = first; page <= last; ++page) {
@@ -258,7 +250,7 @@ bool SplitEngine::planRange(DocHandle source, const std::string& outFile, int st
 
 bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
     const auto hostPath = host.makeHostPath(outFile);
-    if (isRunSource(hostPath)) {
+    if (run.sources.contains(hostPath)) {
         ui.note("Abort!! Save Error message: the output would replace its source, file: '" + outFile + "'");
         ++run.rangesFailed;
         return false;

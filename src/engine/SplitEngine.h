@@ -60,7 +60,7 @@ struct RunState {
     // The output folders whose leftover temporary files were removed.
     std::unordered_set<std::string> tidiedFolders;
     // The source documents of the run: no output may replace one of them.
-    std::vector<std::filesystem::path> sources;
+    FileSet sources;
     // What the run's ranges came to, over all its documents.
     int filesWritten = 0;            // PDFs saved
     int rangesFailed = 0;            // ranges whose PDF could not be made or saved
@@ -266,7 +266,6 @@ private:
     // The words of 0-based pages first..last read from the source (for a
     // range the scan no longer keeps), as a page store reads them.
     std::optional<std::vector<Word>> sourceWords(int first, int last);
-    bool isRunSource(const std::filesystem::path& path) const;
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.
     bool restOfLineNames() const;

@@ -74,7 +74,7 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
     if (!prepare()) return false;
     // No output may replace a source of the run.
     for (const auto& row : rows)
-        if (row.use == "Yes") run.sources.push_back(host.makeHostPath(row.path));
+        if (row.use == "Yes") run.sources.add(host.makeHostPath(row.path));
     if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui)) return false;
 
     bool completed = true;
@@ -167,7 +167,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
             return kNotOpened;
         }
         settings.FILENAME = host.filePath(current);
-        run.sources.push_back(host.makeHostPath(settings.FILENAME));
+        run.sources.add(host.makeHostPath(settings.FILENAME));
     }
     if (settings.FILENAME.empty()) return kNotOpened;
 
