@@ -65,11 +65,13 @@ constexpr std::string_view kTemporaryEnd = ".tmp";
 constexpr std::size_t kTemporaryLength = 9 + 8 + 1 + 8 + 4;
 
 long processId() {
+    // Asked for every file saved: taken once, it never changes.
 #ifdef _WIN32
-    return static_cast<long>(GetCurrentProcessId());
+    static const long id = static_cast<long>(GetCurrentProcessId());
 #else
-    return static_cast<long>(::getpid());
+    static const long id = static_cast<long>(::getpid());
 #endif
+    return id;
 }
 
 bool processRuns(long pid) {

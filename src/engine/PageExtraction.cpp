@@ -76,7 +76,8 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
     const auto hostPath = host.makeHostPath(destination);
     // Every level of a missing output folder; a folder that cannot be made
     // fails the save below with the host's own words.
-    if (hostPath.has_parent_path()) std::filesystem::create_directories(hostPath.parent_path(), ignored);
+    if (hostPath.has_parent_path() && run.madeFolders.insert(pathText(hostPath.parent_path())).second)
+        std::filesystem::create_directories(hostPath.parent_path(), ignored);
     waitWhileInUse(ui, hostPath, true);
     try {
         // The host writes beside the target and renames into place, so an
@@ -250,12 +251,17 @@ bool SplitEngine::planRange(DocHandle source, const std::string& outFile, int st
 
 bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
     const auto hostPath = host.makeHostPath(outFile);
-    if (run.sources.contains(hostPath)) {
+    // A name nothing stands at yet is neither a source nor anything but a
+    // plain file to be.
+    std::error_code unknown;
+    const auto status = std::filesystem::status(hostPath, unknown);
+    const bool there = std::filesystem::exists(status);
+    if (there && run.sources.contains(hostPath)) {
         ui.note("Abort!! Save Error message: the output would replace its source, file: '" + outFile + "'");
         ++run.rangesFailed;
         return false;
     }
-    if (!isPlainFileOrMissing(hostPath)) {
+    if (there && !std::filesystem::is_regular_file(status)) {
         // A pipe, a device or a folder at the name is never opened.
         ui.note("Abort!! Save Error message: not a plain file, file: '" + outFile + "'");
         ++run.rangesFailed;
@@ -268,8 +274,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     // file is read and the new one saved under the folder's lock.
     std::optional<FolderLock> appending;
     if (settings.ALWAYSAPPEND) appending.emplace(hostPath.parent_path());
-    std::error_code ignored;
-    const bool append = settings.ALWAYSAPPEND && std::filesystem::exists(hostPath, ignored);
+    const bool append = settings.ALWAYSAPPEND && there;
     appended = append;
     DocHandle target;
     try {

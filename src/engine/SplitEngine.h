@@ -57,8 +57,10 @@ struct RunState {
     Trace trace;
     // A dry run: the ranges are listed here instead of being written.
     std::vector<PlannedRange>* plan = nullptr;
-    // The output folders whose leftover temporary files were removed.
+    // The output folders whose leftover temporary files were removed, and
+    // those made (or found) for a save.
     std::unordered_set<std::string> tidiedFolders;
+    std::unordered_set<std::string> madeFolders;
     // The source documents of the run: no output may replace one of them.
     FileSet sources;
     // What the run's ranges came to, over all its documents.

@@ -278,12 +278,12 @@ struct MupdfHost::Impl {
         }
     }
 
-    // Every word of a 0-based page in MuPDF's reading order, with the box it
-    // covers on the page as drawn (points, origin top-left, rotation
+    // Every word of a 0-based page in MuPDF's reading order, with (kBoxes)
+    // the box it covers on the page as drawn (points, origin top-left, rotation
     // applied), until `onWord` answers false. Words are maximal runs of
     // non-blank characters within MuPDF's lines; a word's h, v are the
     // bottom-left corner of its first character in PDF user space.
-    template <typename OnWord>
+    template <bool kBoxes, typename OnWord>
     void walkWords(Document& doc, int pageNumber, OnWord&& onWord) {
         checkPage(doc, pageNumber);
         fz_stext_page* text = nullptr;
@@ -327,8 +327,8 @@ struct MupdfHost::Impl {
                         const fz_point corner = fz_transform_point(ch->quad.ll, toUser);
                         word.h = truncateCoordinate(corner.x);
                         word.v = truncateCoordinate(corner.y);
-                        box = fz_rect_from_quad(ch->quad);
-                    } else {
+                        if constexpr (kBoxes) box = fz_rect_from_quad(ch->quad);
+                    } else if constexpr (kBoxes) {
                         box = fz_union_rect(box, fz_rect_from_quad(ch->quad));
                     }
                     word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
@@ -543,13 +543,13 @@ int MupdfHost::pageRotation(DocHandle handle, int page) {
 }
 
 void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallback& onWord) {
-    impl_->walkWords(impl_->document(handle), pageNumber,
-                     [&](const Word& word, const fz_rect&) { return onWord(word); });
+    impl_->walkWords<false>(impl_->document(handle), pageNumber,
+                            [&](const Word& word, const fz_rect&) { return onWord(word); });
 }
 
 std::vector<MupdfHost::WordBox> MupdfHost::wordBoxes(DocHandle handle, int page) {
     std::vector<WordBox> boxes;
-    impl_->walkWords(impl_->document(handle), page, [&](const Word& word, const fz_rect& box) {
+    impl_->walkWords<true>(impl_->document(handle), page, [&](const Word& word, const fz_rect& box) {
         boxes.push_back({word, box.x0, box.y0, box.x1, box.y1});
         return true;
     });
