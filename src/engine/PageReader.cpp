@@ -8,9 +8,9 @@ namespace vellira {
 namespace {
 
 // Pages a worker reads between two give-backs of what its copy cached.
-constexpr int kWorkerReopenEvery = 256;
+constexpr int kWorkerReopenEvery = 1024;
 // Pages read ahead per worker.
-constexpr int kAheadPerWorker = 8;
+constexpr int kAheadPerWorker = 256;
 
 }  // namespace
 

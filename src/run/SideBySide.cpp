@@ -106,11 +106,19 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
     std::vector<std::unique_ptr<DocumentHost>> idleHosts;
     SplitSettings ahead = settings;  // as the rows handed out so far leave them
     std::size_t next = 0;
-    int running = 0;
+    int running = 0;       // workers under way, under the lock
     bool blocked = false;  // a row kept in order waits for its turn
+    // Rows done ahead of their turn wait with their outputs under temporary
+    // names: not too many.
+    const std::size_t mostPending = static_cast<std::size_t>(jobs) * 8;
+    const auto canHandOut = [&] {
+        return next < rows.size() && running < jobs && pending.size() < mostPending && !blocked && !ui.cancelled();
+    };
 
     const auto handOut = [&] {
-        while (next < rows.size() && running < jobs && !blocked && !ui.cancelled()) {
+        std::unique_lock guard(lock);
+        while (canHandOut()) {
+            guard.unlock();
             auto task = std::make_unique<RowTask>();
             task->index = next;
             const BatchRow& row = rows[next];
@@ -123,15 +131,16 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             if (document && keptInOrder(after)) {
                 blocked = true;
             } else if (document) {
-                if (idleHosts.empty()) {
-                    try {
-                        task->host = newHost();
-                    } catch (const HostError&) {
-                        task->host.reset();  // the row is then split here, in its turn
-                    }
-                } else {
+                guard.lock();
+                if (!idleHosts.empty()) {
                     task->host = std::move(idleHosts.back());
                     idleHosts.pop_back();
+                }
+                guard.unlock();
+                try {
+                    if (!task->host) task->host = newHost();
+                } catch (const HostError&) {
+                    task->host.reset();  // the row is then split here, in its turn
                 }
             }
             if (task->host) {
@@ -152,38 +161,50 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 task->assumed = carriedOf(*this);
                 takeCarried(batch, task->assumed);
                 task->rows = rows;
-                task->thread = std::thread([&lock, &changed, t = task.get()] {
+                guard.lock();
+                ++running;
+                guard.unlock();
+                task->thread = std::thread([&, t = task.get()] {
                     try {
                         t->keepGoing = t->batch->processRow(t->rows, t->index);
                     } catch (...) {
                         t->failure = std::current_exception();
                     }
                     {
-                        const std::lock_guard guard(lock);
+                        // Its host is free for the next row at once.
+                        const std::lock_guard done(lock);
                         t->done = true;
+                        --running;
+                        idleHosts.push_back(std::move(t->host));
                     }
                     changed.notify_all();
                 });
-                ++running;
             }
             ahead = std::move(after);
             pending.push_back(std::move(task));
             ++next;
+            guard.lock();
         }
     };
 
-    // Waits for a worker, passing Stop on to every row under way.
+    // Waits for a worker, passing Stop on to every row under way, and
+    // handing out rows as other workers finish theirs.
     const auto waitFor = [&](RowTask& task) {
         std::unique_lock guard(lock);
         while (!task.done) {
             if (ui.cancelled())
                 for (auto& each : pending)
                     if (each->worker) each->ui->requestCancel();
+            if (canHandOut()) {
+                guard.unlock();
+                handOut();
+                guard.lock();
+                continue;
+            }
             changed.wait_for(guard, std::chrono::milliseconds(50));
         }
         guard.unlock();
         task.thread.join();
-        --running;
     };
 
     const auto commit = [&](RowTask& task) {
@@ -251,7 +272,6 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 task.discard();
                 completed = processRow(rows, task.index);
             }
-            idleHosts.push_back(std::move(task.host));
         } else {
             completed = processRow(rows, task.index);
             if (blocked && task.index + 1 == next) {
