@@ -14,9 +14,10 @@ constexpr int kAheadPerWorker = 256;
 
 }  // namespace
 
-PageText readPageText(DocumentHost& host, DocHandle doc, int page) {
+PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t expected) {
     PageText text;
     text.page = page;
+    text.words.reserve(expected);
     text.rotation = host.pageRotation(doc, page);
     host.enumerateWords(doc, page, [&](const Word& word) {
         Word& kept = text.words.emplace_back(word);
@@ -59,6 +60,7 @@ void ParallelPageReader::work(std::unique_ptr<DocumentHost> host, const std::fil
             doc = {};
         }
     }
+    std::size_t expected = 0;  // words, as many as the page before had
     for (int read = 0; page < last_; page += step) {
         {
             std::unique_lock lock(mutex_);
@@ -71,7 +73,8 @@ void ParallelPageReader::work(std::unique_ptr<DocumentHost> host, const std::fil
         done.failed = !doc;
         if (doc) {
             try {
-                done.text = readPageText(*host, doc, page);
+                done.text = readPageText(*host, doc, page, expected);
+                expected = done.text.words.size();
             } catch (const HostError&) {
                 done.failed = true;
             }

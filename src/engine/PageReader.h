@@ -30,8 +30,9 @@ struct PageText {
     std::vector<Word> words;
 };
 
-// Reads one page through a host. Throws HostError.
-PageText readPageText(DocumentHost& host, DocHandle doc, int page);
+// Reads one page through a host, with room for `expected` words. Throws
+// HostError.
+PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t expected = 0);
 
 class PageReader {
 public:
@@ -46,11 +47,16 @@ class HostPageReader final : public PageReader {
 public:
     // `doc` is followed as it changes: a reopened source has a new handle.
     HostPageReader(DocumentHost& host, const DocHandle& doc) : host_(host), doc_(doc) {}
-    PageText read(int page) override { return readPageText(host_, doc_, page); }
+    PageText read(int page) override {
+        PageText text = readPageText(host_, doc_, page, expected_);
+        expected_ = text.words.size();
+        return text;
+    }
 
 private:
     DocumentHost& host_;
     const DocHandle& doc_;
+    std::size_t expected_ = 0;  // words, as many as the page before had
 };
 
 // Pages first..last-1 read ahead by `workers` threads, page first + k by

@@ -39,10 +39,12 @@ std::optional<DocHandle> wordFinderDocument(DocumentHost& host, RunInterface& ui
     return doc;
 }
 
-PageWordStore::PageWordStore() { words.reserve(kLimit + 1); }
 
 void PageWordStore::readPage(DocumentHost& host, DocHandle doc, int page, bool rotated, RunInterface& ui) {
     words.clear();
+    // The room is taken when first needed: a run that never reads a page
+    // into a store does not pay for it.
+    if (words.capacity() == 0) words.reserve(kLimit + 1);
     try {
         host.enumerateWords(doc, page, [&](const Word& word) {
             // Deliberately strict: the 32769th word still fits (index 32768).

@@ -45,7 +45,6 @@ public:
 
     std::vector<Word> words;
 
-    PageWordStore();
     int count() const { return static_cast<int>(words.size()); }
 
     // Reads a 0-based page into the store. With `rotated`, h and v are saved
