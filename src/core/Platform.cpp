@@ -103,13 +103,17 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
     return bytes.str();
 }
 
+bool isTemporaryName(const std::filesystem::path& path) {
+    const std::string name = pathText(path.filename());
+    return name.size() == kTemporaryLength && name.starts_with(kTemporaryStart) && name.ends_with(kTemporaryEnd);
+}
+
 void removeStaleTemporaries(const std::filesystem::path& folder) {
     std::error_code error;
     for (auto it = std::filesystem::directory_iterator(folder.empty() ? "." : folder, error);
          !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
         const std::string name = pathText(it->path().filename());
-        if (name.size() != kTemporaryLength || !name.starts_with(kTemporaryStart) || !name.ends_with(kTemporaryEnd))
-            continue;
+        if (!isTemporaryName(it->path())) continue;
         const long pid = std::strtol(name.substr(kTemporaryStart.size(), 8).c_str(), nullptr, 16);
         std::error_code ignored;
         if (pid > 0 && !processRuns(pid) && it->is_regular_file(ignored)) std::filesystem::remove(it->path(), ignored);

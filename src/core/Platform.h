@@ -43,6 +43,8 @@ FileHandle openFile(const std::filesystem::path& path, const char* mode);
 // beside it, under a short name of fixed length (".vellira-PID-UNIQUE.tmp")
 // that names the process writing it.
 std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique);
+// Whether a path names such a temporary file.
+bool isTemporaryName(const std::filesystem::path& path);
 
 // A whole file's bytes; none when it cannot be read.
 std::optional<std::string> readWholeFile(const std::filesystem::path& path);

@@ -477,6 +477,21 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
 void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     fz_context* ctx = impl_->ctx;
     auto& document = impl_->document(doc);
+    if (isTemporaryName(path)) {
+        // A temporary file of ours is nobody's output yet: written in place,
+        // and removed when it could not be written whole.
+        try {
+            impl_->guarded([&] {
+                pdf_write_options options = pdf_default_write_options;
+                pdf_save_document(ctx, document.pdf, pathText(path).c_str(), &options);
+            });
+        } catch (const HostError&) {
+            std::error_code ignored;
+            std::filesystem::remove(path, ignored);
+            throw;
+        }
+        return;
+    }
     // Written beside the target under a short name of its own, then renamed
     // into place, so no reader ever sees half a PDF and a name the file
     // system takes for the output is never too long for the temporary file.

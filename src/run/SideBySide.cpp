@@ -155,6 +155,9 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 batch.run.sources = run.sources;
                 batch.run.overwrite = run.overwrite;
                 batch.run.staging = true;
+                // Folders already looked after are not looked at again.
+                batch.run.tidiedFolders = run.tidiedFolders;
+                batch.run.madeFolders = run.madeFolders;
                 batch.run.stagingId = static_cast<std::uint32_t>(next + 1) << 16;
                 batch.engine.composer.runTime = engine.composer.runTime;
                 batch.engine.composer.sequence = engine.composer.sequence;
@@ -236,6 +239,8 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 run.outputs[known->second] = output;
         }
         errorFlag = errorFlag || batch.errorFlag;
+        run.tidiedFolders.insert(batch.run.tidiedFolders.begin(), batch.run.tidiedFolders.end());
+        run.madeFolders.insert(batch.run.madeFolders.begin(), batch.run.madeFolders.end());
         // The state the row leaves is the next row's. A last position word
         // the row never set is the one it was given.
         std::string lastPositionWord = engine.match.position.lastPositionWord;
