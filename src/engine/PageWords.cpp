@@ -39,7 +39,6 @@ std::optional<DocHandle> wordFinderDocument(DocumentHost& host, RunInterface& ui
     return doc;
 }
 
-
 void PageWordStore::readPage(DocumentHost& host, DocHandle doc, int page, bool rotated, RunInterface& ui) {
     words.clear();
     // The room is taken when first needed: a run that never reads a page
