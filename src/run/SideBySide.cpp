@@ -163,7 +163,9 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 batch.engine.composer.sequence = engine.composer.sequence;
                 task->assumed = carriedOf(*this);
                 takeCarried(batch, task->assumed);
-                task->rows = rows;
+                // The worker sees its own row only.
+                task->rows.resize(next + 1);
+                task->rows[next] = rows[next];
                 guard.lock();
                 ++running;
                 guard.unlock();
