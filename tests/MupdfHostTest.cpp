@@ -29,13 +29,6 @@ std::vector<WordAt> wordsOf(DocumentHost& host, DocHandle doc, int page) {
     return words;
 }
 
-// The first word of every page: the fixtures below name each page by it.
-std::vector<std::string> pageNames(DocumentHost& host, DocHandle doc) {
-    std::vector<std::string> names;
-    for (int page = 0; page < host.pageCount(doc); ++page) names.push_back(std::get<0>(wordsOf(host, doc, page).at(0)));
-    return names;
-}
-
 fixtures::Document namedPages(int count) {
     fixtures::Document document;
     for (int i = 0; i < count; ++i) document.pages.push_back(fixtures::textPage({"p" + std::to_string(i + 1)}));
@@ -107,52 +100,6 @@ TEST_F(MupdfHostTest, WordsComeBackAtTheirBottomLeftCornerTruncated) {
     }
 }
 
-TEST_F(MupdfHostTest, WordsOfALineComeInReadingOrderWithTheirNumbers) {
-    fixtures::Document document;
-    document.pages.push_back(fixtures::textPage({"account: 100234 Vellira", "Balance due 980.25"}));
-    const auto doc = host.openDocument(write(document));
-    std::vector<std::string> texts;
-    std::vector<int> numbers;
-    host.enumerateWords(doc, 0, [&](const Word& word) {
-        texts.emplace_back(word.text);
-        numbers.push_back(word.number);
-        return true;
-    });
-    EXPECT_EQ(texts, (std::vector<std::string>{"account:", "100234", "Vellira", "Balance", "due", "980.25"}));
-    EXPECT_EQ(numbers, (std::vector<int>{0, 1, 2, 3, 4, 5}));
-    EXPECT_THROW(host.enumerateWords(doc, 1, [](const Word&) { return true; }), HostError);
-}
-
-TEST_F(MupdfHostTest, InsertedPagesSurviveSaveAndReopenInOrder) {
-    auto source = namedPages(6);
-    source.bookmarks = {
-        {"Alpha", 0, Destination::Explicit, {{"Alpha one", 2, Destination::Explicit, {}}}},
-        {"Beta", 3, Destination::Named, {{"Beta one", 5, Destination::GoToAction, {}}}},
-    };
-    const auto in = host.openDocument(write(source));
-
-    for (const bool bookmarks : {true, false}) {
-        const auto out = host.createDocument();
-        host.insertPages(out, in, 1, 3, bookmarks);  // pages 2-4
-        host.insertPages(out, in, 0, 1, bookmarks);  // then page 1 after them
-        const auto path = dir / (bookmarks ? "with.pdf" : "without.pdf");
-        host.saveDocument(out, path);
-        host.closeDocument(out);
-
-        const auto back = host.openDocument(path);
-        EXPECT_EQ(pageNames(host, back), (std::vector<std::string>{"p2", "p3", "p4", "p1"}));
-        const std::vector<Outline> expected =
-            bookmarks ? std::vector<Outline>{{"Alpha one", 0, 1}, {"Beta", 0, 2}, {"Alpha", 0, 3}}
-                      : std::vector<Outline>{};
-        EXPECT_EQ(outlineOf(host, back), expected) << (bookmarks ? "with" : "without") << " bookmarks";
-        host.closeDocument(back);
-    }
-    // Only the named files are left in the folder.
-    int files = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(dir.path())) ++files;
-    EXPECT_EQ(files, 3);
-}
-
 TEST_F(MupdfHostTest, BookmarkOperationsResolveEveryKindOfDestination) {
     auto document = namedPages(10);
     document.bookmarks = {
@@ -168,35 +115,6 @@ TEST_F(MupdfHostTest, BookmarkOperationsResolveEveryKindOfDestination) {
             {"A", 0, 0}, {"A1", 1, 1}, {"A1x", 2, 2}, {"B", 0, 3}, {"Nowhere", 0, -1}, {"Zürich / Q3: résumé", 0, 9}}));
     const auto plain = host.openDocument(write(namedPages(2), "plain.pdf"));
     EXPECT_FALSE(host.bookmarkRoot(plain));
-}
-
-TEST_F(MupdfHostTest, UnreadableFilesRaiseTheHostsErrorAndNothingElse) {
-    std::ofstream(dir / "notes.pdf") << "These are meeting notes, not a PDF.\n";
-    std::ofstream(dir / "damaged.pdf", std::ios::binary) << "%PDF-1.7\n1 0 obj\n<< /Type /Catalog /Pages 2 0 R";
-    fixtures::Document locked = namedPages(1);
-    locked.userPassword = "secret";
-    write(locked, "locked.pdf");
-    struct Case {
-        std::string name;
-        int code;
-        std::string textHas;
-    } const cases[] = {
-        {"missing.pdf", HostError::kIo, "missing.pdf"},
-        {"notes.pdf", HostError::kGeneric, ""},
-        {"damaged.pdf", HostError::kGeneric, ""},
-        {"locked.pdf", HostError::kNeedsPassword, "password"},
-    };
-    for (const auto& c : cases) {
-        try {
-            host.openDocument(dir / c.name);
-            ADD_FAILURE() << c.name << " opened";
-        } catch (const HostError& error) {
-            EXPECT_EQ(error.code(), c.code) << c.name << ": " << error.text();
-            EXPECT_FALSE(error.text().empty()) << c.name;
-            EXPECT_NE(error.text().find(c.textHas), std::string::npos) << c.name << ": " << error.text();
-        }
-    }
-    EXPECT_FALSE(host.activeViewDocument());
 }
 
 // Outside files may be broken or hostile: a damaged PDF gets HostError, or
@@ -255,41 +173,6 @@ TEST_F(MupdfHostTest, DamagedCopiesOfARealFileNeverCrash) {
         }
     }
     EXPECT_GT(opened, 0);  // MuPDF repairs most of them: the read paths really ran
-}
-
-TEST_F(MupdfHostTest, OpeningMakesADocumentCurrentAndClosingForgetsIt) {
-    const auto first = host.openDocument(write(namedPages(2), "a.pdf"));
-    const auto second = host.openDocument(write(namedPages(3), "b.pdf"));
-    ASSERT_TRUE(host.activeViewDocument());
-    EXPECT_EQ(host.documentOfView(*host.activeViewDocument()), second);
-    EXPECT_EQ(host.filePath(second), (dir / "b.pdf").string());
-    host.closeDocument(second);
-    EXPECT_FALSE(host.activeViewDocument());
-    host.setCurrentDocument(first);
-    EXPECT_EQ(host.pageCount(host.documentOfView(*host.activeViewDocument())), 2);
-    EXPECT_THROW(host.pageCount(second), HostError);
-}
-
-TEST_F(MupdfHostTest, BadRangesAndFailedSavesLeaveFilesAlone) {
-    const auto in = host.openDocument(write(namedPages(3)));
-    const auto out = host.createDocument();
-    EXPECT_THROW(host.insertPages(out, in, 2, 2, false), HostError);
-    EXPECT_THROW(host.insertPages(out, in, -1, 1, false), HostError);
-    EXPECT_THROW(host.insertPages(out, in, 0, 0, false), HostError);
-    host.insertPages(out, in, 2, 1, false);
-
-    const auto target = dir / "keep.pdf";
-    std::ofstream(target) << "earlier output";
-    // A folder where the file should go: the save fails, the folder stays.
-    std::filesystem::create_directory(dir / "taken.pdf");
-    std::filesystem::create_directory(dir / "taken.pdf" / "inside");
-    EXPECT_THROW(host.saveDocument(out, dir / "taken.pdf"), HostError);
-    EXPECT_TRUE(std::filesystem::is_directory(dir / "taken.pdf" / "inside"));
-    EXPECT_THROW(host.saveDocument(out, dir / "no-such-folder" / "x.pdf"), HostError);
-
-    host.saveDocument(out, target);
-    const auto back = host.openDocument(target);
-    EXPECT_EQ(pageNames(host, back), (std::vector<std::string>{"p3"}));
 }
 
 }  // namespace

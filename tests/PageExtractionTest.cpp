@@ -126,12 +126,14 @@ TEST(PageExtraction, ExistingOutputsAreAppendedToReplacedOrNumbered) {
     }
 }
 
+// Named and action destinations are carried as well as plain page ones.
 TEST(PageExtraction, BookmarksComeAlongOnlyWhenKept) {
     testing::TempDir dir;
-    const auto source = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}},
-                                        {{"Anna", 0, fixtures::Destination::Explicit, {{"Anna fees", 1}}},
-                                         {"Bo", 3, fixtures::Destination::Explicit, {{"Bo fees", 4}}},
-                                         {"Summary", 5}});
+    const auto source = writeStatements(
+        dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}},
+        {{"Anna", 0, fixtures::Destination::Explicit, {{"Anna fees", 1}}},
+         {"Bo", 3, fixtures::Destination::Named, {{"Bo fees", 4, fixtures::Destination::GoToAction, {}}}},
+         {"Summary", 5}});
     const std::string before = readFile(source);
     const auto oldFile = dir / "old.pdf";
     fixtures::writePdf({{fixtures::textPage({"old o1"}), fixtures::textPage({"old o2"})}, {{"Old", 0}}}, oldFile);

@@ -11,10 +11,7 @@ namespace vellira {
 namespace {
 
 using testing::readFile;
-
-testing::ProgramResult run(const testing::TempDir& dir, const std::string& arguments) {
-    return testing::runProgram(dir, arguments);
-}
+using testing::runProgram;
 
 TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPosition) {
     testing::TempDir dir;
@@ -24,7 +21,7 @@ TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPosition) {
     const auto pdf = dir / "statements.pdf";
     fixtures::writePdf(document, pdf);
 
-    const auto result = run(dir, "positions '" + pdf.string() + "' --page 2");
+    const auto result = runProgram(dir, "positions '" + pdf.string() + "' --page 2");
     ASSERT_EQ(result.status, 0) << result.err;
     const auto positions = dir / "tmp" / ("vellira-" + std::to_string(getuid())) / "page_positions.txt";
     const std::string expected =
@@ -66,7 +63,7 @@ TEST(PositionsCommand, BadInputGetsOneLineAndAStatus) {
         {"unknown-command", 2, "unknown-command"},
     };
     for (const auto& c : cases) {
-        const auto result = run(dir, c.arguments);
+        const auto result = runProgram(dir, c.arguments);
         EXPECT_EQ(result.status, c.status) << c.arguments << "\n" << result.err;
         EXPECT_NE(result.err.find(c.errHas), std::string::npos) << c.arguments << "\n" << result.err;
         EXPECT_EQ(result.out, "") << c.arguments;

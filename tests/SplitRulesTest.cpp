@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <regex>
 
 namespace vellira {
 namespace {
@@ -335,16 +336,26 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
     s.MATCHPOSH = "132";
     s.MATCHPOSV = "680";
     s.EXTRACT = modeText(FilenameMode::PositionMatch);
-    s.REPORTOPTIONSCSV = 1;
+    s.REPORTOPTIONSCSV = s.REPORTOPTIONSTXT = 1;
     s.REPORTOPTIONSOUTPUTFOLDER = position.dir.path().string();
     position.run();
     EXPECT_EQ(position.outputs(), (Outputs{{"extract_A.pdf", "1-5"}, {"extract_B.pdf", "6-8"}}));
     const std::string csv = testing::readFile(position.dir / "doc_report.csv");
     const std::string out = position.settings.OUTPUTDIR;
-    EXPECT_NE(csv.find("Output File\r\n1 ,5 ,A                             ," + out + "/extract_A.pdf\r\n6 ,8 ,B "),
-              std::string::npos)
+    EXPECT_TRUE(
+        std::regex_search(csv, std::regex(R"(^Vellira Batch v4\.01 Report,,\d\d/\d\d/\d\d,\d\d:\d\d:\d\d\r\n)")))
         << csv;
-    EXPECT_NE(csv.find("\r\n,2, PDF file(s)\r\n"), std::string::npos) << csv;
+    const std::string padded = std::string(29, ' ') + ",";
+    EXPECT_EQ(csv.substr(csv.find('\n') + 1), "\r\nPDF Filename:," + position.source +
+                                                  "\r\nFind:,\r\n\r\nStart Page,End Page,Matched,Output File\r\n"
+                                                  "1 ,5 ,A" +
+                                                  padded + out + "/extract_A.pdf\r\n6 ,8 ,B" + padded + out +
+                                                  "/extract_B.pdf\r\n\r\n,2, PDF file(s)\r\n");
+    const std::string txt = testing::readFile(position.dir / "doc_report.txt");
+    EXPECT_NE(txt.find("\r\n\r\nPage: 1  - 5 \tA" + std::string(29, ' ') + "\tOutput file:" + out +
+                       "/extract_A.pdf\r\nPage: 6  - 8 \tB"),
+              std::string::npos)
+        << txt;
 
     // A one-page document turns the unique mode into the plain one for the
     // rest of the run: in the next document A and A are two ranges, the

@@ -2,24 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 namespace vellira {
 namespace {
-
-TEST(SplitSettings, EachKeyReachesItsOwnFieldOnly) {
-    std::set<std::string_view> names;
-    for (const auto& key : settingsKeys()) {
-        EXPECT_TRUE(names.insert(key.name).second) << "duplicate key " << key.name;
-        SplitSettings settings;
-        assignKey(settings, key, "42 rest");
-        EXPECT_EQ(keyValueText(key, settings), key.type == KeyType::Text ? "42 rest" : "42") << key.name;
-        assignKey(settings, key, keyValueText(key, SplitSettings{}));
-        EXPECT_EQ(settings, SplitSettings{}) << key.name;
-    }
-    EXPECT_EQ(findSettingsKey("findstring"), nullptr);
-    EXPECT_EQ(findSettingsKey("UNTILWORDISFILENAME"), nullptr);
-}
 
 TEST(SplitSettings, LeadingIntegerReadsOnlyTheLeadingDigits) {
     const std::pair<std::string_view, int> cases[] = {

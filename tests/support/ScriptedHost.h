@@ -27,7 +27,6 @@ public:
     std::map<std::string, std::vector<ScriptedBookmark>> outlines;  // a file's top-level bookmarks
     bool cyclicOutline = false;  // the last top-level bookmark's next one is the first again
     int failOnPage = -1;         // enumerating this page raises a host error
-    int rotation = 0;            // every page's /Rotate
 
     std::optional<ViewHandle> activeViewDocument() override {
         if (!current_) return std::nullopt;
@@ -73,7 +72,7 @@ public:
     int pageCount(DocHandle handle) override { return static_cast<int>(doc(handle).pages.size()); }
     int pageRotation(DocHandle handle, int) override {
         doc(handle);
-        return rotation;
+        return 0;
     }
     void enumerateWords(DocHandle handle, int page, const WordCallback& onWord) override {
         auto& pages = doc(handle).pages;
