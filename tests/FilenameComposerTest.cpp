@@ -20,12 +20,8 @@ struct Composer {
 
     Composer() {
         settings.OUTPUTDIR = "/out";
-        composer.runTime.tm_year = 2024 - 1900;
-        composer.runTime.tm_mon = 6;  // July
-        composer.runTime.tm_mday = 5;
-        composer.runTime.tm_hour = 9;
-        composer.runTime.tm_min = 3;
-        composer.runTime.tm_sec = 7;
+        // 5 July 2024, 09:03:07.
+        composer.runTime = {.tm_sec = 7, .tm_min = 3, .tm_hour = 9, .tm_mday = 5, .tm_mon = 6, .tm_year = 2024 - 1900};
     }
     std::string name(std::string_view capture, NameRange range = {2, 4, 10}, std::string line = {}) {
         composer.takeMode(settings.EXTRACT);
@@ -48,10 +44,7 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
         {"page macros", [](SplitSettings& s) { s.PREFIXFILENAME = "[PAGESTART]_[PAGEEND]_[PAGES]_[TOTALPAGES]_"; }, "x",
          "/out/000003_000005_000003_000010_x.pdf"},
         {"only the start carries the offset",
-         [](SplitSettings& s) {
-             s.offsetFirstWorking = 1;
-             s.PREFIXFILENAME = "[PAGESTARTNOMASK]-[PAGEENDNOMASK]_";
-         },
+         [](SplitSettings& s) { s.offsetFirstWorking = 1, s.PREFIXFILENAME = "[PAGESTARTNOMASK]-[PAGEENDNOMASK]_"; },
          "x", "/out/4-5_x.pdf"},
         {"[YY] alone stays as typed", [](SplitSettings& s) { s.PREFIXFILENAME = "[YY]_"; }, "x", "/out/[YY]_x.pdf"},
         {"with a date it is the full year", [](SplitSettings& s) { s.POSTFIXFILENAME = "_[YY]-[MM]"; }, "x",
@@ -72,30 +65,16 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
         {"strip counts characters", [](SplitSettings& s) { s.STRIPEND = 1; }, "Grüß", "/out/extract_Grü.pdf"},
         {"until a word", [](SplitSettings& s) { s.UNTILCHARACTERFILENAME = "Ltd"; }, "SmithLtdLondon",
          "/out/extract_Smith.pdf"},
-        {"source title as prefix",
-         [](SplitSettings& s) {
-             s.USESOURCEFILENAME = 1;
-             s.FILENAME = "/in/Report.PDF";
-         },
+        {"source title as prefix", [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "/in/Report.PDF"; },
          "x", "/out/Report_x.pdf"},
         {"source title from a Windows path",
-         [](SplitSettings& s) {
-             s.USESOURCEFILENAME = 1;
-             s.FILENAME = "D:\\in\\Report.PDF";
-         },
-         "x", "/out/Report_x.pdf"},
-        {"bare source name gets no _",
-         [](SplitSettings& s) {
-             s.USESOURCEFILENAME = 1;
-             s.FILENAME = "Report.pdf";
-         },
+         [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "D:\\in\\Report.PDF"; }, "x",
+         "/out/Report_x.pdf"},
+        {"bare source name gets no _", [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "Report.pdf"; },
          "x", "/out/Reportx.pdf"},
         {"source title as postfix",
-         [](SplitSettings& s) {
-             s.USESOURCEFILENAMEPOST = 1;
-             s.FILENAME = "/in/Report.pdf";
-         },
-         "x", "/out/extract_xReport.pdf"},
+         [](SplitSettings& s) { s.USESOURCEFILENAMEPOST = 1, s.FILENAME = "/in/Report.pdf"; }, "x",
+         "/out/extract_xReport.pdf"},
         {"a name fits the folder's 255 bytes, cut before .pdf on a character boundary",
          [](SplitSettings& s) { s.PREFIXFILENAME = ""; }, std::string(250, 'a') + "éé",
          "/out/" + std::string(250, 'a') + ".pdf"},

@@ -36,10 +36,7 @@ TEST(AddressCapture, FindsTheAddressOnTheFilesPages) {
          "Sendto:bob@example.complease"},
         {"between its labels",
          {{"Send", 72, 700}, {"to:", 120, 700}, {"bob@example.com", 160, 700}, {"please", 300, 700}, {"x", 72, 650}},
-         [](SplitSettings& s) {
-             s.EMAILHORIZAFTERTEXT = "to:";
-             s.EMAILHORIZBEFORETEXT = "please";
-         },
+         [](SplitSettings& s) { s.EMAILHORIZAFTERTEXT = "to:", s.EMAILHORIZBEFORETEXT = "please"; },
          "bob@example.com"},
         {"the farther label cuts",
          {{"to:", 72, 700}, {"x", 110, 700}, {"to:", 140, 700}, {"bob@ex.com", 180, 700}, {"y", 72, 650}},
@@ -93,13 +90,7 @@ TEST(MailSender, ServerTextsAndLogLines) {
     const MailServer bare = parseMailServer("mail.example.com");
     EXPECT_EQ((std::tuple{bare.host, bare.port, bare.ssl, bare.starttls}),
               (std::tuple{std::string("mail.example.com"), 0, false, false}));
-    std::tm when{};
-    when.tm_year = 124;
-    when.tm_mon = 6;
-    when.tm_mday = 5;
-    when.tm_hour = 9;
-    when.tm_min = 3;
-    when.tm_sec = 7;
+    const std::tm when{.tm_sec = 7, .tm_min = 3, .tm_hour = 9, .tm_mday = 5, .tm_mon = 6, .tm_year = 124};
     EXPECT_EQ(
         mailLogLine(when, "bob@ex.com", "OK", "/out/a.pdf"),
         "2024-07-05 09:03:07 bob@ex.com" + std::string(90, ' ') + " OK" + std::string(78, ' ') + " /out/a.pdf\r\n");
@@ -112,19 +103,9 @@ public:
         received_ = dir / ("received-" + mode + std::to_string(++count_));
         std::filesystem::create_directories(received_);
         const auto portFile = received_.string() + ".port";
-        std::vector<std::string> args = {"/usr/bin/python3",
-                                         VELLIRA_SMTP_SERVER,
-                                         received_.string(),
-                                         portFile,
-                                         mode,
-                                         "--cert",
-                                         (dir / "cert.pem").string(),
-                                         "--key",
-                                         (dir / "key.pem").string(),
-                                         "--user",
-                                         "clerk",
-                                         "--password",
-                                         "s3cret"};
+        std::vector<std::string> args = {"/usr/bin/python3", VELLIRA_SMTP_SERVER, received_.string(), portFile, mode};
+        args.insert(args.end(), {"--cert", (dir / "cert.pem").string(), "--key", (dir / "key.pem").string(), "--user",
+                                 "clerk", "--password", "s3cret"});
         args.insert(args.end(), extra.begin(), extra.end());
         pid_ = fork();
         if (pid_ == 0) {

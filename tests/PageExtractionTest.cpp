@@ -171,38 +171,33 @@ TEST(PageExtraction, BookmarksComeAlongOnlyWhenKept) {
 TEST(PageExtraction, FoldersAreMadeOrTheSaveFailsAndTheRunGoesOn) {
     testing::TempDir dir;
     const auto source = writeStatements(dir / "run.pdf", 6, {{1, "N1"}, {4, "N4"}});
-    const auto deep = dir / "a" / "b" / "c";
-    const auto made = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = deep.string(); });
-    EXPECT_EQ(made.notes, std::vector<std::string>{});
-    EXPECT_EQ(pageMarkers(deep / "extract_N4.pdf"), markers(4, 6));
-    EXPECT_EQ(folderEntries(deep), (std::vector<std::string>{"extract_N1.pdf", "extract_N4.pdf"}))
-        << "no temporary file is left";
-
-    // A folder under a plain file cannot be made: each range says so, the run
-    // goes on.
     std::ofstream(dir / "plain") << "x";
-    const auto blocked = (dir / "plain" / "out").string();
-    const auto failed = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = blocked; });
-    EXPECT_EQ(failed.rows[0].status, "Done");
-    ASSERT_EQ(failed.notes.size(), 2u);
-    for (std::size_t i = 0; i < 2; ++i) {
-        const auto& note = failed.notes[i];
-        EXPECT_TRUE(note.starts_with("Abort!! Save Error message: ")) << note;
-        EXPECT_TRUE(note.ends_with(", file: '" + blocked + "/extract_" + (i == 0 ? "N1" : "N4") + ".pdf'")) << note;
+    std::filesystem::create_directories(dir / "taken" / "extract_N1.pdf" / "inside");
+    const std::vector<std::string> both = {"extract_N1.pdf", "extract_N4.pdf"};
+    struct Case {
+        std::string what;
+        std::filesystem::path out;
+        std::vector<std::string> failed;  // the outputs whose save fails, in order
+    } const cases[] = {
+        {"missing folders are made, no temporary file is left", dir / "a" / "b" / "c", {}},
+        // Each range says so, and the run goes on.
+        {"no folder can be made under a plain file", dir / "plain" / "out", both},
+        // That save fails, the other is written, nothing half-written is left.
+        {"a folder where one output should go", dir / "taken", {"extract_N1.pdf"}},
+    };
+    for (const auto& c : cases) {
+        const auto run = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = c.out.string(); });
+        EXPECT_EQ(run.rows[0].status, "Done") << c.what;
+        ASSERT_EQ(run.notes.size(), c.failed.size()) << c.what;
+        for (std::size_t i = 0; i < c.failed.size(); ++i) {
+            EXPECT_TRUE(run.notes[i].starts_with("Abort!! Save Error message: ")) << run.notes[i];
+            EXPECT_TRUE(run.notes[i].ends_with(", file: '" + (c.out / c.failed[i]).string() + "'")) << run.notes[i];
+        }
+        if (c.failed.size() == both.size()) continue;
+        EXPECT_EQ(pageMarkers(c.out / "extract_N4.pdf"), markers(4, 6)) << c.what;
+        EXPECT_EQ(folderEntries(c.out), both) << c.what;
     }
-
-    // A folder where one output should go: that save fails, the other is
-    // written, and nothing half-written is left behind.
-    const auto out = dir / "out";
-    std::filesystem::create_directories(out / "extract_N1.pdf" / "inside");
-    const auto taken = split(source, [&](BatchJob& job) { job.settings.OUTPUTDIR = out.string(); });
-    EXPECT_EQ(taken.rows[0].status, "Done");
-    ASSERT_EQ(taken.notes.size(), 1u);
-    EXPECT_TRUE(taken.notes[0].starts_with("Abort!! Save Error message: ")) << taken.notes[0];
-    EXPECT_TRUE(taken.notes[0].ends_with(", file: '" + (out / "extract_N1.pdf").string() + "'")) << taken.notes[0];
-    EXPECT_TRUE(std::filesystem::is_directory(out / "extract_N1.pdf" / "inside"));
-    EXPECT_EQ(pageMarkers(out / "extract_N4.pdf"), markers(4, 6));
-    EXPECT_EQ(folderEntries(out), (std::vector<std::string>{"extract_N1.pdf", "extract_N4.pdf"}));
+    EXPECT_TRUE(std::filesystem::is_directory(dir / "taken" / "extract_N1.pdf" / "inside"));
 }
 
 // A scripted host whose saves all fail, as on a full disk.

@@ -283,14 +283,52 @@ TEST(SplitRules, EverySplitModeWithTheNamingModes) {
     }
 }
 
-TEST(SplitRules, PageLimitsAndWhatTheSearchTextMatches) {
+// Page limits, what a search text matches, and names taken from the rest of a
+// line, each on a document of its own.
+TEST(SplitRules, PageLimitsSearchTextsAndNamesFromTheRestOfTheLine) {
     const auto ten = document(10, accountsOn({{1, "A1"}, {4, "B4"}, {9, "C9"}}));
     const auto named = document(10, accountsOn({{1, "Ärger"}, {4, "Mayer"}, {6, "Li"}}));
     const Outputs all = {{"extract_A1.pdf", "1-3"}, {"extract_B4.pdf", "4-8"}, {"extract_C9.pdf", "9-10"}};
+    // "Invoice" ends a line and "No" starts the next; on page 3 "Invoice"
+    // ends the page and "No" opens page 4.
+    const auto invoices = document(6, [](int n) -> std::vector<std::string> {
+        if (n == 1) return {"Dear Invoice", "No 17 due"};
+        if (n == 3) return {"total", "Invoice"};
+        if (n == 4) return {"No 42"};
+        return {"text " + std::to_string(n)};
+    });
+    const Outputs bothInvoices = {{"extract_17.pdf", "1-3"}, {"extract_42.pdf", "4-6"}};
+    // Twenty words, the most a search text may have.
+    std::string twenty;
+    for (int n = 1; n <= 20; ++n) twenty += (n > 1 ? " w" : "w") + std::to_string(n);
+    const auto longText = document(3, [&](int n) -> std::vector<std::string> {
+        if (n == 2) return {"w1 w2 w3 w4 w5 w6 w7 w8 w9 w10", "w11 w12 w13 w14 w15 w16 w17 w18 w19 w20 Name"};
+        return {"text " + std::to_string(n)};
+    });
+    // The match is the last word of page 2.
+    const auto lastWord = document(4, [](int n) -> std::vector<std::string> {
+        if (n == 2) return {"text", "account:"};
+        return {"Name" + std::to_string(n)};
+    });
+    const auto lines = document(4, [](int n) -> std::vector<std::string> {
+        if (n == 1) return {"Invoice: Smith & Sons Ltd #77 London", "Customer: Acme (UK) plc", "amount"};
+        if (n == 3) return {"Invoice: Jones (UK) plc", "Customer: Brown, Kent", "amount"};
+        if (n == 4) return {"Berlin ( Mitte ) Branch , Kent", "more"};
+        return {"text " + std::to_string(n)};
+    });
+    using Configure = std::function<void(SplitSettings&)>;
+    // The rest of an "Invoice:" line names the range, after `more`.
+    const auto restOfLine = [](Configure more) -> Configure {
+        return [more](SplitSettings& s) {
+            s.FINDSTRING = "Invoice:";
+            s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
+            more(s);
+        };
+    };
     struct Case {
         std::string name;
         std::vector<ScriptedPage> pages;
-        std::function<void(SplitSettings&)> configure;
+        Configure configure;
         Outputs expected;
     } const cases[] = {
         {"pages 2 to 8 only",
@@ -320,6 +358,43 @@ TEST(SplitRules, PageLimitsAndWhatTheSearchTextMatches) {
         {"whole words only", ten, [](SplitSettings& s) { s.FINDSTRING = "account"; }, {}},
         {"case counts", ten, [](SplitSettings& s) { s.FINDSTRING = "ACCOUNT:"; }, {}},
         {"unless told otherwise", ten, [](SplitSettings& s) { s.FINDSTRING = "ACCOUNT:", s.IGNORECASE = 1; }, all},
+        {"across lines and pages", invoices, [](SplitSettings& s) { s.FINDSTRING = "Invoice No"; }, bothInvoices},
+        {"across lines and pages, any case", invoices,
+         [](SplitSettings& s) { s.FINDSTRING = "INVOICE NO", s.IGNORECASE = 1; }, bothInvoices},
+        {"twenty words", longText, [&](SplitSettings& s) { s.FINDSTRING = twenty; }, {{"extract_Name.pdf", "2-3"}}},
+        // A match that is the last word of a page opens its range on the next.
+        {"last word of a page", lastWord, [](SplitSettings&) {}, {{"extract_Name3.pdf", "3-4"}}},
+        {"whole line",
+         lines,
+         restOfLine([](SplitSettings&) {}),
+         {{"extract_Smith&SonsLtd#77London.pdf", "1-2"}, {"extract_Jones(UK)plc.pdf", "3-4"}}},
+        {"two words, blanks between",
+         lines,
+         restOfLine([](SplitSettings& s) { s.TAKENWORDSFORFILENAME = 2, s.ADDBWORDS = " "; }),
+         {{"extract_Smith &.pdf", "1-2"}, {"extract_Jones (UK).pdf", "3-4"}}},
+        // No separator after punctuation other than ":".
+        {"until a word starting with #",
+         lines,
+         restOfLine([](SplitSettings& s) { s.FIRSTCHAROFWORD = "#", s.ADDBWORDS = "_"; }),
+         {{"extract_Smith_&Sons_Ltd.pdf", "1-2"}, {"extract_Jones_(UK)plc.pdf", "3-4"}}},
+        {"only left of h 250",
+         lines,
+         restOfLine([](SplitSettings& s) { s.UNTILHHPOSLESSTHAN = 250; }),
+         {{"extract_Smith&.pdf", "1-2"}, {"extract_Jones(UK).pdf", "3-4"}}},
+        {"the line after a label instead",
+         lines,
+         restOfLine([](SplitSettings& s) { s.EXTRACTFILENAME = "Customer:"; }),
+         {{"extract_Acme(UK)plc.pdf", "1-2"}, {"extract_Brown,Kent.pdf", "3-4"}}},
+        // On the next page's line "*" is a blank, after the "_" that joins the
+        // lines, but none after "(" nor before ","; on the match's line it is
+        // itself, which names cannot hold.
+        {"and the first line of the next page",
+         lines,
+         restOfLine([](SplitSettings& s) {
+             s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLineAndNextPage), s.ADDBWORDS = "*";
+         }),
+         {{"extract_Smith&SonsLtd#77London_ text 2.pdf", "1-2"},
+          {"extract_Jones(UK)plc_ Berlin (Mitte ) Branch, Kent.pdf", "3-4"}}},
     };
     for (const auto& c : cases) EXPECT_EQ(split(c.pages, c.configure), c.expected) << c.name;
 }
@@ -376,42 +451,6 @@ TEST(SplitRules, UniqueModesMergeRangesOfTheSameName) {
             "Warning: '" + a + "' was written again with pages 3-5, replacing pages 1-2 written earlier in this run"}));
 }
 
-TEST(SplitRules, MatchesReachAcrossLinesAndPages) {
-    // "Invoice" ends a line and "No" starts the next; on page 3 "Invoice"
-    // ends the page and "No" opens page 4.
-    const auto pages = document(6, [](int n) -> std::vector<std::string> {
-        if (n == 1) return {"Dear Invoice", "No 17 due"};
-        if (n == 3) return {"total", "Invoice"};
-        if (n == 4) return {"No 42"};
-        return {"text " + std::to_string(n)};
-    });
-    EXPECT_EQ(split(pages, [](SplitSettings& s) { s.FINDSTRING = "Invoice No"; }),
-              (Outputs{{"extract_17.pdf", "1-3"}, {"extract_42.pdf", "4-6"}}));
-    EXPECT_EQ(split(pages,
-                    [](SplitSettings& s) {
-                        s.FINDSTRING = "INVOICE NO";
-                        s.IGNORECASE = 1;
-                    }),
-              (Outputs{{"extract_17.pdf", "1-3"}, {"extract_42.pdf", "4-6"}}));
-
-    // Twenty words, the most a search text may have, still match.
-    std::string twenty;
-    for (int n = 1; n <= 20; ++n) twenty += (n > 1 ? " w" : "w") + std::to_string(n);
-    const auto longText = document(3, [&](int n) -> std::vector<std::string> {
-        if (n == 2) return {"w1 w2 w3 w4 w5 w6 w7 w8 w9 w10", "w11 w12 w13 w14 w15 w16 w17 w18 w19 w20 Name"};
-        return {"text " + std::to_string(n)};
-    });
-    EXPECT_EQ(split(longText, [&](SplitSettings& s) { s.FINDSTRING = twenty; }),
-              (Outputs{{"extract_Name.pdf", "2-3"}}));
-
-    // A match that is the last word of a page opens its range on the next page.
-    const auto last = document(4, [](int n) -> std::vector<std::string> {
-        if (n == 2) return {"text", "account:"};
-        return {"Name" + std::to_string(n)};
-    });
-    EXPECT_EQ(split(last, [](SplitSettings&) {}), (Outputs{{"extract_Name3.pdf", "3-4"}}));
-}
-
 TEST(SplitRules, IgnoringCaseFoldsLettersAndNothingElse) {
     struct Case {
         std::string_view a, b;
@@ -453,67 +492,6 @@ TEST(SplitRules, PositionsPickTheWordsThatStandThere) {
             << c.h << "," << c.v << " at " << c.wordH << "," << c.wordV << " " << c.word;
     EXPECT_TRUE(untilPositionPasses(-5, 700, 3, 700, 5));
     EXPECT_FALSE(untilPositionPasses(72, 700, 73, 700, 5));
-}
-
-TEST(SplitRules, NamesFromTheRestOfTheLine) {
-    const auto pages = document(4, [](int n) -> std::vector<std::string> {
-        if (n == 1) return {"Invoice: Smith & Sons Ltd #77 London", "Customer: Acme (UK) plc", "amount"};
-        if (n == 3) return {"Invoice: Jones (UK) plc", "Customer: Brown, Kent", "amount"};
-        if (n == 4) return {"Berlin ( Mitte ) Branch , Kent", "more"};
-        return {"text " + std::to_string(n)};
-    });
-    const auto restOfLine = [](SplitSettings& s) {
-        s.FINDSTRING = "Invoice:";
-        s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
-    };
-    struct Case {
-        std::string name;
-        std::function<void(SplitSettings&)> configure;
-        Outputs expected;
-    } const cases[] = {
-        {"whole line",
-         restOfLine,
-         {{"extract_Smith&SonsLtd#77London.pdf", "1-2"}, {"extract_Jones(UK)plc.pdf", "3-4"}}},
-        {"two words, blanks between",
-         [&](SplitSettings& s) {
-             restOfLine(s);
-             s.TAKENWORDSFORFILENAME = 2;
-             s.ADDBWORDS = " ";
-         },
-         {{"extract_Smith &.pdf", "1-2"}, {"extract_Jones (UK).pdf", "3-4"}}},
-        // No separator after punctuation other than ":".
-        {"until a word starting with #",
-         [&](SplitSettings& s) {
-             restOfLine(s);
-             s.FIRSTCHAROFWORD = "#";
-             s.ADDBWORDS = "_";
-         },
-         {{"extract_Smith_&Sons_Ltd.pdf", "1-2"}, {"extract_Jones_(UK)plc.pdf", "3-4"}}},
-        {"only left of h 250",
-         [&](SplitSettings& s) {
-             restOfLine(s);
-             s.UNTILHHPOSLESSTHAN = 250;
-         },
-         {{"extract_Smith&.pdf", "1-2"}, {"extract_Jones(UK).pdf", "3-4"}}},
-        {"the line after a label instead",
-         [&](SplitSettings& s) {
-             restOfLine(s);
-             s.EXTRACTFILENAME = "Customer:";
-         },
-         {{"extract_Acme(UK)plc.pdf", "1-2"}, {"extract_Brown,Kent.pdf", "3-4"}}},
-        // On the next page's line "*" is a blank, after the "_" that joins the
-        // lines, but none after "(" nor before ","; on the match's line it is
-        // itself, which names cannot hold.
-        {"and the first line of the next page",
-         [&](SplitSettings& s) {
-             restOfLine(s);
-             s.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLineAndNextPage);
-             s.ADDBWORDS = "*";
-         },
-         {{"extract_Smith&SonsLtd#77London_ text 2.pdf", "1-2"},
-          {"extract_Jones(UK)plc_ Berlin (Mitte ) Branch, Kent.pdf", "3-4"}}},
-    };
-    for (const auto& c : cases) EXPECT_EQ(split(pages, c.configure), c.expected) << c.name;
 }
 
 TEST(SplitRules, StopsAndHostErrorsEndTheDocumentCleanly) {
@@ -659,64 +637,64 @@ TEST(SplitRules, PreviewListsWhatTheSplitWrites) {
         EXPECT_FALSE(planned.empty()) << c.what;
     }
 }
-
-// Ten pages; A on page 1 with its child A1 on page 2, B on page 4.
-std::vector<testing::ScriptedBookmark> chapters() { return {{"A", 0, {{"A1", 1, {}}}}, {"B", 3, {}}}; }
-
-// Splits at bookmarks, each piece named by its bookmark.
-Outputs splitAtBookmarks(int pages, const std::vector<testing::ScriptedBookmark>& outline, PageExtractMode mode,
-                         bool cyclic = false, std::vector<std::string>* notes = nullptr) {
-    Fixture fixture(
-        document(pages, [](int n) { return std::vector<std::string>{"Chapter text p" + std::to_string(n)}; }));
-    fixture.host.outlines[fixture.source] = outline;
-    fixture.host.cyclicOutline = cyclic;
-    fixture.settings.PAGEEXTRACT = modeText(mode);
-    fixture.settings.EXTRACT = modeText(FilenameMode::Bookmark);
-    fixture.settings.PREFIXFILENAME = "";
-    EXPECT_EQ(fixture.run(), std::vector<std::string>{"Done"});
-    if (notes) *notes = fixture.ui.notes;
-    return fixture.outputs();
-}
-
 TEST(SplitRules, BookmarksCutAtTheirOwnLevel) {
-    struct Case {
-        PageExtractMode mode;
-        Outputs expected;
-    } const cases[] = {
-        {PageExtractMode::Bookmarks, {{"A.pdf", "1"}, {"A1.pdf", "2-3"}, {"B.pdf", "4-10"}}},
-        {PageExtractMode::BookmarksRootLevel, {{"A.pdf", "1-3"}, {"B.pdf", "4-10"}}},
-        {PageExtractMode::BookmarksLevel2, {{"A1.pdf", "2-10"}}},
-    };
-    for (const auto& c : cases) EXPECT_EQ(splitAtBookmarks(10, chapters(), c.mode), c.expected) << modeText(c.mode);
-    EXPECT_EQ(splitAtBookmarks(3, {}, PageExtractMode::Bookmarks), Outputs{});
-}
-
-TEST(SplitRules, DeepOutlinesOddTitlesAndBookmarksThatNeverCut) {
+    using M = PageExtractMode;
+    // Ten pages; A on page 1 with its child A1 on page 2, B on page 4.
+    const std::vector<testing::ScriptedBookmark> chapters = {{"A", 0, {{"A1", 1, {}}}}, {"B", 3, {}}};
     // Five levels; a title with characters a file name cannot hold; an empty
     // title and one without destination that never cut; one pointing back.
-    const std::vector<testing::ScriptedBookmark> outline = {
+    const std::vector<testing::ScriptedBookmark> deep = {
         {"Intro",
          2,
          {{"Part 1/2: Scope?", 4, {{"Überblick", 5, {{"L4", 6, {{"L5", 8, {}}}}}}}},
           {"", 9, {}},
           {"Nowhere", -1, {}},
           {"Back", 1, {}}}}};
-    // Pages 1-2 come before the first bookmark and are never written; "Back"
-    // points before L5's page and leaves L5 a one-page range.
-    EXPECT_EQ(splitAtBookmarks(12, outline, PageExtractMode::Bookmarks), (Outputs{{"Intro.pdf", "3-4"},
-                                                                                  {"Part 12 Scope.pdf", "5"},
-                                                                                  {"Überblick.pdf", "6"},
-                                                                                  {"L4.pdf", "7-8"},
-                                                                                  {"L5.pdf", "9"},
-                                                                                  {"Back.pdf", "2-12"}}));
-    EXPECT_EQ(splitAtBookmarks(12, outline, PageExtractMode::BookmarksLevel2),
-              (Outputs{{"Part 12 Scope.pdf", "5"}, {"Back.pdf", "2-12"}}));
-
-    // A broken outline says so, and keeps what was written before the break.
-    std::vector<std::string> notes;
-    EXPECT_EQ(splitAtBookmarks(6, {{"A", 0, {}}, {"B", 2, {}}, {"C", 4, {}}}, PageExtractMode::Bookmarks, true, &notes),
-              (Outputs{{"A.pdf", "1-2"}, {"B.pdf", "3-4"}, {"C.pdf", "5-6"}}));
-    EXPECT_EQ(notes, std::vector<std::string>{"error! please check your bookmarks are valid."});
+    struct Case {
+        int pages;
+        std::vector<testing::ScriptedBookmark> outline;
+        M mode;
+        Outputs expected;
+        bool cyclic = false;
+        std::vector<std::string> notes = {};
+    } const cases[] = {
+        {10, chapters, M::Bookmarks, {{"A.pdf", "1"}, {"A1.pdf", "2-3"}, {"B.pdf", "4-10"}}},
+        {10, chapters, M::BookmarksRootLevel, {{"A.pdf", "1-3"}, {"B.pdf", "4-10"}}},
+        {10, chapters, M::BookmarksLevel2, {{"A1.pdf", "2-10"}}},
+        {3, {}, M::Bookmarks, {}},
+        // Pages 1-2 come before the first bookmark and are never written;
+        // "Back" points before L5's page and leaves L5 a one-page range.
+        {12,
+         deep,
+         M::Bookmarks,
+         {{"Intro.pdf", "3-4"},
+          {"Part 12 Scope.pdf", "5"},
+          {"Überblick.pdf", "6"},
+          {"L4.pdf", "7-8"},
+          {"L5.pdf", "9"},
+          {"Back.pdf", "2-12"}}},
+        {12, deep, M::BookmarksLevel2, {{"Part 12 Scope.pdf", "5"}, {"Back.pdf", "2-12"}}},
+        // A broken outline says so, and keeps what was written before the break.
+        {6,
+         {{"A", 0, {}}, {"B", 2, {}}, {"C", 4, {}}},
+         M::Bookmarks,
+         {{"A.pdf", "1-2"}, {"B.pdf", "3-4"}, {"C.pdf", "5-6"}},
+         true,
+         {"error! please check your bookmarks are valid."}},
+    };
+    for (const auto& c : cases) {
+        const std::string what = std::string(modeText(c.mode)) + " on " + std::to_string(c.pages) + " pages";
+        Fixture f(
+            document(c.pages, [](int n) { return std::vector<std::string>{"Chapter text p" + std::to_string(n)}; }));
+        f.host.outlines[f.source] = c.outline;
+        f.host.cyclicOutline = c.cyclic;
+        f.settings.PAGEEXTRACT = modeText(c.mode);
+        f.settings.EXTRACT = modeText(FilenameMode::Bookmark);
+        f.settings.PREFIXFILENAME = "";
+        EXPECT_EQ(f.run(), std::vector<std::string>{"Done"}) << what;
+        EXPECT_EQ(f.outputs(), c.expected) << what;
+        EXPECT_EQ(f.ui.notes, c.notes) << what;
+    }
 }
 
 }  // namespace
