@@ -117,5 +117,15 @@ TEST(SplitSettings, DesktopTokenBecomesTheDesktopFolder) {
     EXPECT_EQ(replaceDesktopToken("/srv/[desktop]", "/d"), "/srv/[desktop]");
 }
 
+TEST(SplitSettings, EveryKeyHoldsItsOwnValue) {
+    // Two keys naming one field would read back each other's values from a
+    // parameters file, and both would still round-trip alone.
+    const auto keys = settingsKeys();
+    SplitSettings settings;
+    for (std::size_t i = 0; i < keys.size(); ++i) assignKey(settings, keys[i], std::to_string(1000 + i));
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        EXPECT_EQ(keyValueText(keys[i], settings), std::to_string(1000 + i)) << keys[i].name;
+}
+
 }  // namespace
 }  // namespace vellira
