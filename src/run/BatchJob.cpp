@@ -101,6 +101,7 @@ BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
     JobRun run(job, host, planning);
     run.batch.planned = &plan;
     run.batch.run.planned = &plan.writes;
+    run.batch.eventsTold = [&planning] { return planning.events.size(); };
     if (run.open(job, host, planning)) plan.completed = run.batch.process(plan.rows);
     plan.rangesFailed = run.batch.run.rangesFailed;
     plan.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;

@@ -91,7 +91,9 @@ JsonValue planJson(const BatchPlan& plan) {
         for (const auto& e : list.entries)
             entries.push_back(
                 JsonValue::Object{{"file", e.file}, {"first", e.first}, {"last", e.last}, {"email", e.email}});
-        mails.push_back(JsonValue::Object{{"row", static_cast<long long>(list.row)}, {"entries", entries}});
+        mails.push_back(JsonValue::Object{{"row", static_cast<long long>(list.row)},
+                                          {"entries", entries},
+                                          {"afterEvent", static_cast<long long>(list.afterEvent)}});
     }
     JsonValue::Array events;
     for (const auto& e : plan.events) events.push_back(eventJson(e));
@@ -127,7 +129,9 @@ BatchPlan planFromJson(const JsonValue& json) {
     }
     for (const auto& e : json["events"].array()) plan.events.push_back(eventFromJson(e));
     for (const auto& list : json["mails"].array()) {
-        BatchPlan::Mails mails{indexIn(list["row"], plan.rows.size()), {}};
+        BatchPlan::Mails mails{indexIn(list["row"], plan.rows.size()),
+                               {},
+                               static_cast<std::size_t>(std::max(0, list["afterEvent"].integer()))};
         for (const auto& e : list["entries"].array())
             mails.entries.push_back(
                 {e["file"].string(), e["first"].integer(), e["last"].integer(), e["email"].string()});
@@ -262,33 +266,41 @@ BatchResult finishPlan(const BatchPlan& plan, const std::vector<ShardResult>& sh
     std::map<std::size_t, std::string> failed;
     for (const auto& shard : shards) failed.insert(shard.failed.begin(), shard.failed.end());
     std::map<std::string, std::size_t> outputIndex;
-    EventRecorder::replay(plan.events, ui, [&](const EventRecorder::Event&, std::size_t index) {
-        if (index >= plan.writes.size()) return;
-        const PlannedWrite& w = plan.writes[index];
-        if (const auto why = failed.find(index); why != failed.end()) {
-            ui.note(why->second);
-            ++result.rangesFailed;
-            return;
+    // Each document's mail goes where the run sent it: after its document.
+    std::size_t nextMail = 0;
+    const auto sendMailsDue = [&](std::size_t told) {
+        for (; nextMail < plan.mails.size() && plan.mails[nextMail].afterEvent <= told; ++nextMail) {
+            if (ui.cancelled()) continue;
+            const auto& list = plan.mails[nextMail];
+            SplitSettings settings = settingsOf(plan.rowSettings[list.row]);
+            settings.EMAILPASSWORD = password;
+            const MailCounts counts = sendMailList(settings, list.entries, ui, transport);
+            result.mailsSent += counts.sent;
+            result.mailsFailed += counts.failed;
+            result.mails.insert(result.mails.end(), counts.results.begin(), counts.results.end());
+            ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
         }
-        ++result.filesWritten;
-        ui.fileWritten(w.output, w.first, w.last);
-        const PlannedRange range{w.first, w.last, w.name, w.output};
-        const auto [known, added] = outputIndex.try_emplace(w.output, result.outputs.size());
-        if (added)
-            result.outputs.push_back(range);
-        else
-            result.outputs[known->second] = range;
-    });
-    for (const auto& list : plan.mails) {
-        if (ui.cancelled()) break;
-        SplitSettings settings = settingsOf(plan.rowSettings[list.row]);
-        settings.EMAILPASSWORD = password;
-        const MailCounts counts = sendMailList(settings, list.entries, ui, transport);
-        result.mailsSent += counts.sent;
-        result.mailsFailed += counts.failed;
-        result.mails.insert(result.mails.end(), counts.results.begin(), counts.results.end());
-        ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
-    }
+    };
+    EventRecorder::replay(
+        plan.events, ui,
+        [&](const EventRecorder::Event&, std::size_t index) {
+            if (index >= plan.writes.size()) return;
+            const PlannedWrite& w = plan.writes[index];
+            if (const auto why = failed.find(index); why != failed.end()) {
+                ui.note(why->second);
+                ++result.rangesFailed;
+                return;
+            }
+            ++result.filesWritten;
+            ui.fileWritten(w.output, w.first, w.last);
+            const PlannedRange range{w.first, w.last, w.name, w.output};
+            const auto [known, added] = outputIndex.try_emplace(w.output, result.outputs.size());
+            if (added)
+                result.outputs.push_back(range);
+            else
+                result.outputs[known->second] = range;
+        },
+        sendMailsDue);
     result.stopped = result.stopped || ui.cancelled();
     return result;
 }

@@ -36,6 +36,7 @@ struct BatchPlan {
     struct Mails {
         std::size_t row = 0;
         std::vector<MailEntry> entries;
+        std::size_t afterEvent = 0;  // sent once this many events are told, as the run sent it
     };
     std::vector<Mails> mails;  // each document's mail list, in order
     bool completed = false;

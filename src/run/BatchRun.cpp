@@ -229,7 +229,8 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
                 {range.path, range.first, range.last,
                  range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
         if (planned) {
-            planned->mails.push_back({planned->rows.empty() ? 0 : run.plannedRow, std::move(entries)});
+            planned->mails.push_back(
+                {planned->rows.empty() ? 0 : run.plannedRow, std::move(entries), eventsTold ? eventsTold() : 0});
             return kProcessed;
         }
         const MailCounts counts = sendMailList(settings, entries, ui, mail);

@@ -12,6 +12,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 namespace vellira {
@@ -52,6 +53,8 @@ public:
     // A planned run: outputs, reports, row settings and mail lists go into
     // the plan instead of being written and sent.
     struct BatchPlan* planned = nullptr;
+    // How many events the planned run has told so far.
+    std::function<std::size_t()> eventsTold;
 
     // The process command over `rows`, whose statuses it updates and
     // reports. Answers false when the run was refused or stopped before its

@@ -59,11 +59,17 @@ public:
     }
 
     // Tells the record to `ui`, in order; a file written goes to `written`
-    // (the file's number among the files written), which tells it.
+    // (the file's number among the files written), which tells it. `before`,
+    // when given, is called with each event's number before it is told, and
+    // with the number of events at the end.
     static void replay(const std::vector<Event>& events, RunInterface& ui,
-                       const std::function<void(const Event&, std::size_t)>& written) {
+                       const std::function<void(const Event&, std::size_t)>& written,
+                       const std::function<void(std::size_t)>& before = {}) {
         std::size_t files = 0;
-        for (const auto& event : events) {
+        for (std::size_t index = 0; index <= events.size(); ++index) {
+            if (before) before(index);
+            if (index == events.size()) break;
+            const Event& event = events[index];
             switch (event.kind) {
                 case Event::Note: ui.note(event.text); break;
                 case Event::Status: ui.status(event.text); break;
