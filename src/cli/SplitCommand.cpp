@@ -14,9 +14,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -219,7 +221,10 @@ std::filesystem::path shardResultPath(const std::string& plan, int shard, int sh
 
 // Writes a JSON document whole or not at all.
 bool writeJson(const std::filesystem::path& path, const JsonValue& json) {
-    const auto temporary = temporaryBeside(path, 0);
+    // Shards on several machines write beside one another: the name of the
+    // file written sets the temporary name apart, not the process alone.
+    const auto temporary =
+        temporaryBeside(path, static_cast<std::uint32_t>(std::hash<std::string>{}(pathText(path.filename()))));
     const std::string text = json.text() + "\n";
     FileHandle file = openFile(temporary, "wb");
     const bool written =

@@ -53,8 +53,8 @@ std::string fitLastComponent(std::string path) {
 
 }  // namespace
 
-void FilenameComposer::takeMode(std::string_view extract) {
-    mode = extract.empty() ? FilenameMode::NextWord : filenameModeOf(extract);
+std::optional<FilenameMode> FilenameComposer::namingMode(std::string_view extract) {
+    return extract.empty() ? FilenameMode::NextWord : filenameModeOf(extract);
 }
 
 std::string FilenameComposer::cleanName(std::string_view text) {

@@ -52,7 +52,10 @@ public:
     // Takes the filename mode from its text, once per run and after a batch
     // row loaded its own settings. An empty text names by the captured text,
     // as "Next word as filename" does.
-    void takeMode(std::string_view extract);
+    void takeMode(std::string_view extract) { mode = namingMode(extract); }
+    // The filename mode a text names; an empty text is "Next word as
+    // filename".
+    static std::optional<FilenameMode> namingMode(std::string_view extract);
 
     // The output path for a range named by `capture`. `szOutFilenameLine` is
     // cleaned and cut in place; the "take rest of line" modes use it as the

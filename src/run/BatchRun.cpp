@@ -1,11 +1,10 @@
 #include "run/BatchRun.h"
 
-#include "run/BatchPlan.h"
-
 #include "core/Text.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "mail/AddressCapture.h"
+#include "run/BatchPlan.h"
 
 #include <fstream>
 

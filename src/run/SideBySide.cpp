@@ -61,7 +61,7 @@ void takeCarried(BatchRun& batch, const Carried& carried) {
 // A row whose result depends on the rows before it other than through the
 // engine's state: it is split in its turn.
 bool keptInOrder(const SplitSettings& settings) {
-    const auto naming = settings.EXTRACT.empty() ? FilenameMode::NextWord : filenameModeOf(settings.EXTRACT);
+    const auto naming = FilenameComposer::namingMode(settings.EXTRACT);
     const auto namesFolder = [](const std::string& text) { return text.find("[EXTRACTTEXTDIR]") != std::string::npos; };
     return settings.EMAILENABLE || settings.ALWAYSAPPEND || naming == FilenameMode::SequentialNumber ||
            namesFolder(settings.PREFIXFILENAME) || namesFolder(settings.POSTFIXFILENAME);
