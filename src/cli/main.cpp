@@ -1,5 +1,6 @@
 // vellira-batch: split PDF runs by their text, from the command line.
 #include "cli/Commands.h"
+#include "core/Platform.h"
 #include "host/MupdfHost.h"
 #include "mail/MailSender.h"
 
@@ -50,6 +51,7 @@ void addSplitOptions(CLI::App* command, vellira::cli::SplitOptions& options, boo
 }  // namespace
 
 int main(int argc, char** argv) {
+    vellira::keepFreedMemoryForReuse();
     CLI::App app{"Vellira Batch: cut PDF runs into one PDF per customer, account or chapter, named by their own text.",
                  "vellira-batch"};
     app.require_subcommand(1);

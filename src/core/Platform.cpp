@@ -10,6 +10,10 @@
 #include <unistd.h>
 #endif
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -27,6 +31,14 @@ std::tm localNow() {
     localtime_r(&now, &local);
 #endif
     return local;
+}
+
+void keepFreedMemoryForReuse() {
+#if defined(__GLIBC__)
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);  // blocks below 32 MB come from the heap and are reused
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    mallopt(M_TOP_PAD, 16 << 20);  // the heap grows by 16 MB at a time, touched only when used
+#endif
 }
 
 FileHandle openFile(const std::filesystem::path& path, const char* mode) {

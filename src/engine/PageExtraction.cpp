@@ -31,9 +31,9 @@ constexpr int kReopenFromPages = 1001;
 // busy counts: a file that cannot be opened for any other reason is left to
 // the save, which reports why.
 bool fileInUse(const std::filesystem::path& path, bool forWriting) {
+#ifdef _WIN32
     std::error_code error;
     if (!std::filesystem::exists(path, error)) return false;
-#ifdef _WIN32
     // Windows refuses a file another program holds with a sharing violation.
     FILE* file = _wfsopen(path.c_str(), forWriting ? L"r+b" : L"rb", _SH_DENYNO);
     if (file) {
@@ -42,7 +42,9 @@ bool fileInUse(const std::filesystem::path& path, bool forWriting) {
     }
     return errno == EACCES;
 #else
-    const int fd = ::open(path.c_str(), (forWriting ? O_WRONLY : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
+    // Here a file is busy only for writing, while a program runs from it.
+    if (!forWriting) return false;
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd >= 0) {
         ::close(fd);
         return false;

@@ -1,5 +1,6 @@
 #include "host/MupdfHost.h"
 
+#include "core/Platform.h"
 #include "core/Text.h"
 #include "host/MupdfGuard.h"
 
@@ -8,16 +9,22 @@ extern "C" {
 #include <mupdf/pdf.h>
 }
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <new>
 #include <set>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace vellira {
@@ -102,6 +109,185 @@ private:
     std::vector<Node> nodes_;
     std::vector<int> byPage_;  // node indices ordered by page
 };
+
+// A source file read through a few blocks kept in memory. MuPDF's own file
+// stream reads 4 KB at a time and seeks the file again before every object
+// and every piece of a content stream: over a long document, two system calls
+// for each, as much as a tenth of the run. Here going back to bytes read a
+// moment ago costs no call, and a block is one read. A file that shrinks
+// while it is read ends early, as MuPDF's stream would: nothing is mapped.
+class BlockFile {
+public:
+    // Throws MuPDF's error when the file cannot be opened.
+    static fz_stream* open(fz_context* ctx, const std::filesystem::path& path) {
+        char failure[1024] = "";
+        BlockFile* state = create(path, failure, sizeof failure);
+        if (!state) fz_throw(ctx, FZ_ERROR_GENERIC, "%s", failure);
+        fz_stream* stream = fz_new_stream(ctx, state, next, drop);  // drops the state when it fails
+        stream->seek = seek;
+        return stream;
+    }
+
+private:
+    static constexpr std::int64_t kBlockSize = 32 * 1024;
+    static constexpr std::size_t kBlocks = 16;
+
+    struct Block {
+        std::int64_t start = -1;
+        std::size_t length = 0;
+        std::uint64_t used = 0;
+        std::unique_ptr<unsigned char[]> bytes;
+    };
+
+    // No MuPDF error is thrown here, past objects that must be destroyed.
+    static BlockFile* create(const std::filesystem::path& path, char* failure, std::size_t room) noexcept {
+        try {
+            errno = 0;
+            FileHandle file = openFile(path, "rb");
+            struct stat status;
+            if (file && ::fstat(fileno(file.get()), &status) == 0) return new BlockFile(std::move(file), status.st_size);
+            const int why = errno;
+            std::snprintf(failure, room, "cannot open %s: %s", pathText(path).c_str(),
+                          why ? std::strerror(why) : "not a plain file");
+        } catch (const std::exception& error) {
+            std::snprintf(failure, room, "cannot open file: %s", error.what());
+        }
+        return nullptr;
+    }
+
+    BlockFile(FileHandle file, std::int64_t size) : file_(std::move(file)), size_(size), blocks_(kBlocks) {
+        for (auto& block : blocks_) block.bytes = std::make_unique<unsigned char[]>(kBlockSize);
+    }
+
+    // The block that holds `position`, read when it is not kept.
+    Block& blockAt(fz_context* ctx, std::int64_t position) {
+        const std::int64_t start = position - position % kBlockSize;
+        Block* oldest = &blocks_.front();
+        for (auto& block : blocks_) {
+            if (block.start == start) {
+                block.used = ++clock_;
+                return block;
+            }
+            if (block.used < oldest->used) oldest = &block;
+        }
+        std::size_t length = 0;
+        while (length < static_cast<std::size_t>(kBlockSize)) {
+            const ssize_t got = ::pread(fileno(file_.get()), oldest->bytes.get() + length,
+                                        static_cast<std::size_t>(kBlockSize) - length,
+                                        static_cast<off_t>(start + static_cast<std::int64_t>(length)));
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) {
+                oldest->start = -1;
+                fz_throw(ctx, FZ_ERROR_GENERIC, "read error: %s", std::strerror(errno));
+            }
+            if (got == 0) break;
+            length += static_cast<std::size_t>(got);
+        }
+        oldest->start = start;
+        oldest->length = length;
+        oldest->used = ++clock_;
+        return *oldest;
+    }
+
+    // The stream's bytes from its position to the end of the block that
+    // holds it; stm->pos is always the position just past what it was given.
+    static int next(fz_context* ctx, fz_stream* stm, std::size_t) {
+        auto* self = static_cast<BlockFile*>(stm->state);
+        const std::int64_t position = stm->pos;
+        Block& block = self->blockAt(ctx, position);
+        const std::int64_t offset = position - block.start;
+        if (offset >= static_cast<std::int64_t>(block.length)) {
+            stm->rp = stm->wp = block.bytes.get();
+            return EOF;
+        }
+        stm->rp = block.bytes.get() + offset;
+        stm->wp = block.bytes.get() + block.length;
+        stm->pos = block.start + static_cast<std::int64_t>(block.length);
+        return *stm->rp++;
+    }
+
+    static void seek(fz_context* ctx, fz_stream* stm, std::int64_t offset, int whence) {
+        auto* self = static_cast<BlockFile*>(stm->state);
+        std::int64_t target = offset;
+        if (whence == SEEK_CUR) target += stm->pos - (stm->wp - stm->rp);
+        if (whence == SEEK_END) target += self->size_;
+        if (target < 0) fz_throw(ctx, FZ_ERROR_GENERIC, "cannot seek: %s", std::strerror(EINVAL));
+        stm->pos = target;
+        stm->rp = stm->wp = nullptr;
+    }
+
+    static void drop(fz_context*, void* state) { delete static_cast<BlockFile*>(state); }
+
+    FileHandle file_;
+    std::int64_t size_;
+    std::vector<Block> blocks_;
+    std::uint64_t clock_ = 0;
+};
+
+// A new file written in large pieces through MuPDF's buffer, which keeps
+// count of its own position: MuPDF's file output asks the system where it is
+// (a seek) for every object it writes.
+class FileOutput {
+public:
+    // Throws MuPDF's error when the file cannot be made; one that is there
+    // already is never written over.
+    static fz_output* create(fz_context* ctx, const std::filesystem::path& path) {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0) fz_throw(ctx, FZ_ERROR_GENERIC, "cannot open file '%s': %s", path.c_str(), std::strerror(errno));
+        auto* state = new (std::nothrow) FileOutput(fd);
+        if (!state) {
+            ::close(fd);
+            fz_throw(ctx, FZ_ERROR_MEMORY, "out of memory");
+        }
+        fz_output* out = fz_new_output(ctx, kBufferSize, state, write, close, drop);  // drops the state when it fails
+        out->tell = tell;
+        return out;
+    }
+
+private:
+    static constexpr int kBufferSize = 64 * 1024;
+
+    explicit FileOutput(int file) : fd(file) {}
+
+    static void write(fz_context* ctx, void* state, const void* data, std::size_t size) {
+        auto* self = static_cast<FileOutput*>(state);
+        const auto* bytes = static_cast<const char*>(data);
+        while (size > 0) {
+            const ssize_t put = ::write(self->fd, bytes, size);
+            if (put < 0 && errno == EINTR) continue;
+            if (put < 0) fz_throw(ctx, FZ_ERROR_GENERIC, "cannot write: %s", std::strerror(errno));
+            bytes += put;
+            size -= static_cast<std::size_t>(put);
+            self->written += put;
+        }
+    }
+    static std::int64_t tell(fz_context*, void* state) { return static_cast<FileOutput*>(state)->written; }
+    static void close(fz_context* ctx, void* state) {
+        auto* self = static_cast<FileOutput*>(state);
+        const int fd = std::exchange(self->fd, -1);
+        if (::close(fd) != 0) fz_throw(ctx, FZ_ERROR_GENERIC, "cannot close file: %s", std::strerror(errno));
+    }
+    static void drop(fz_context*, void* state) {
+        auto* self = static_cast<FileOutput*>(state);
+        if (self->fd >= 0) ::close(self->fd);
+        delete self;
+    }
+
+    int fd;
+    std::int64_t written = 0;
+};
+
+// Writes a document whole into a new file.
+void writeNewFile(fz_context* ctx, pdf_document* pdf, const std::filesystem::path& path) {
+    fz_output* out = FileOutput::create(ctx, path);
+    fz_try(ctx) {
+        pdf_write_options options = pdf_default_write_options;
+        pdf_write_document(ctx, pdf, out, &options);
+        fz_close_output(ctx, out);
+    }
+    fz_always(ctx) fz_drop_output(ctx, out);
+    fz_catch(ctx) fz_rethrow(ctx);
+}
 
 // A MuPDF context of a host's own. Contexts that share nothing need no
 // locks: hosts on several threads then never wait on each other, not even
@@ -393,7 +579,10 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
     bool pageMap = false;
     try {
         impl_->guarded([&] {
-            pdf = pdf_open_document(ctx, name.c_str());
+            fz_stream* file = BlockFile::open(ctx, path);
+            fz_try(ctx) pdf = pdf_open_document_with_stream(ctx, file);
+            fz_always(ctx) fz_drop_stream(ctx, file);
+            fz_catch(ctx) fz_rethrow(ctx);
             if (pdf_needs_password(ctx, pdf) && !pdf_authenticate_password(ctx, pdf, "")) {
                 locked = true;
             } else {
@@ -481,10 +670,7 @@ void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
         // A temporary file of ours is nobody's output yet: written in place,
         // and removed when it could not be written whole.
         try {
-            impl_->guarded([&] {
-                pdf_write_options options = pdf_default_write_options;
-                pdf_save_document(ctx, document.pdf, pathText(path).c_str(), &options);
-            });
+            impl_->guarded([&] { writeNewFile(ctx, document.pdf, path); });
         } catch (const HostError&) {
             std::error_code ignored;
             std::filesystem::remove(path, ignored);
@@ -504,10 +690,7 @@ void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     } while (std::filesystem::exists(temporary, ignored));
     const std::string temporaryName = pathText(temporary);
     try {
-        impl_->guarded([&] {
-            pdf_write_options options = pdf_default_write_options;
-            pdf_save_document(ctx, document.pdf, temporaryName.c_str(), &options);
-        });
+        impl_->guarded([&] { writeNewFile(ctx, document.pdf, temporary); });
         std::error_code renamed;
         std::filesystem::rename(temporary, path, renamed);
         if (renamed) throw HostError(HostError::kIo, "cannot save '" + pathText(path) + "': " + renamed.message());

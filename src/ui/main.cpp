@@ -2,6 +2,7 @@
 // current document; with --params FILE the setup is loaded into the main
 // dialog, and a setup marked AUTOMATION runs the batch list by itself and
 // closes the application when the run ends.
+#include "core/Platform.h"
 #include "ui/ApplicationWindow.h"
 #include "ui/MainDialog.h"
 
@@ -10,6 +11,7 @@
 #include <QTimer>
 
 int main(int argc, char** argv) {
+    vellira::keepFreedMemoryForReuse();
     QApplication application(argc, argv);
     QApplication::setApplicationName("vellira-batch-gui");
     QApplication::setApplicationVersion("4.01");
