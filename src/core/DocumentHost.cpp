@@ -15,6 +15,13 @@ DocHandle DocumentHost::reopenDocument(DocHandle doc) {
     return current ? openDocument(path) : openDocumentUnseen(path);
 }
 
+void DocumentHost::appendWords(DocHandle doc, int page, std::vector<Word>& words) {
+    enumerateWords(doc, page, [&](const Word& word) {
+        words.push_back(word);
+        return true;
+    });
+}
+
 std::string DocumentHost::errorText(int code) const {
     switch (code) {
         case HostError::kSyntax: return "syntax error in file";

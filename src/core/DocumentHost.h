@@ -125,6 +125,9 @@ public:
     // Calls `onWord` for every word of a 0-based page, in reading order, until
     // it returns false. Throws HostError.
     virtual void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) = 0;
+    // Appends every word of a page, as enumerateWords gives them, to `words`.
+    // Throws HostError. A host may build them without a call per word.
+    virtual void appendWords(DocHandle doc, int page, std::vector<Word>& words);
 
     // Bookmark tree: the root of the outline (none when the document has no
     // bookmarks), first child and next sibling (none at the end), the title as

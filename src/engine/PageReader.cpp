@@ -19,11 +19,11 @@ PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t e
     text.page = page;
     text.words.reserve(expected);
     text.rotation = host.pageRotation(doc, page);
-    host.enumerateWords(doc, page, [&](const Word& word) {
-        Word& kept = text.words.emplace_back(word);
-        kept.text.resize(firstCharacters(word.text, kMaxWordChars).size());
-        return true;
-    });
+    host.appendWords(doc, page, text.words);
+    for (Word& word : text.words) {
+        // A character is at least a byte: a shorter text is whole.
+        if (word.text.size() > kMaxWordChars) word.text.resize(firstCharacters(word.text, kMaxWordChars).size());
+    }
     return text;
 }
 

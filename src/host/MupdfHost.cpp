@@ -464,7 +464,8 @@ struct MupdfHost::Impl {
         }
     }
 
-    // Every word of a 0-based page in MuPDF's reading order, with (kBoxes)
+    // Every word of a 0-based page in MuPDF's reading order (the callback
+    // may take the word's text), with (kBoxes)
     // the box it covers on the page as drawn (points, origin top-left, rotation
     // applied), until `onWord` answers false. Words are maximal runs of
     // non-blank characters within MuPDF's lines; a word's h, v are the
@@ -503,7 +504,7 @@ struct MupdfHost::Impl {
                     if (!ch || isBlank(ch->c)) {
                         if (!word.text.empty()) {
                             word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
-                            if (!onWord(static_cast<const Word&>(word), static_cast<const fz_rect&>(box))) return;
+                            if (!onWord(word, static_cast<const fz_rect&>(box))) return;
                             word.text.clear();
                         }
                         if (!ch) break;
@@ -517,7 +518,10 @@ struct MupdfHost::Impl {
                     } else if constexpr (kBoxes) {
                         box = fz_union_rect(box, fz_rect_from_quad(ch->quad));
                     }
-                    word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
+                    if (ch->c < 0x80)
+                        word.text.push_back(static_cast<char>(ch->c));
+                    else
+                        word.text.append(utf8, static_cast<std::size_t>(fz_runetochar(utf8, ch->c)));
                 }
             }
         }
@@ -743,6 +747,13 @@ int MupdfHost::pageRotation(DocHandle handle, int page) {
 void MupdfHost::enumerateWords(DocHandle handle, int pageNumber, const WordCallback& onWord) {
     impl_->walkWords<false>(impl_->document(handle), pageNumber,
                             [&](const Word& word, const fz_rect&) { return onWord(word); });
+}
+
+void MupdfHost::appendWords(DocHandle handle, int pageNumber, std::vector<Word>& words) {
+    impl_->walkWords<false>(impl_->document(handle), pageNumber, [&](Word& word, const fz_rect&) {
+        words.push_back(std::move(word));
+        return true;
+    });
 }
 
 std::vector<MupdfHost::WordBox> MupdfHost::wordBoxes(DocHandle handle, int page) {

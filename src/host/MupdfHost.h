@@ -56,6 +56,7 @@ public:
     int pageCount(DocHandle doc) override;
     int pageRotation(DocHandle doc, int page) override;
     void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
+    void appendWords(DocHandle doc, int page, std::vector<Word>& words) override;
     BookmarkHandle bookmarkRoot(DocHandle doc) override;
     BookmarkHandle firstChild(BookmarkHandle bookmark) override;
     BookmarkHandle nextSibling(BookmarkHandle bookmark) override;
