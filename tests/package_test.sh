@@ -105,6 +105,8 @@ fi
 # The unpacked program runs with the libraries the system has.
 version=$("$usr/bin/vellira-batch" --version 2>&1) || fail "vellira-batch --version: $version"
 [[ $version == *vellira-batch* ]] || fail "vellira-batch --version says: $version"
+# The mail libraries are a module loaded from its installed place.
+[[ $version == *"libcurl "[0-9]* ]] || fail "the installed program finds no mail transport: $version"
 echo "$version" | head -n 1
 
 # Completes a command line of words, the last being the one at the cursor,

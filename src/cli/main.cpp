@@ -75,8 +75,11 @@ int main(int argc, char** argv) {
         "      split with them later: vellira-batch split --params invoices.pcs invoices.pdf\n"
         "\n"
         "Exit status: 0 all done, 3 done with failed saves or mails or stopped, 1 failed, 2 usage.");
-    app.set_version_flag("--version", std::string("vellira-batch ") + std::string(vellira::kVersionText) + "\nMuPDF " +
-                                          vellira::mupdfVersion() + "\nlibcurl " + vellira::mailTransportVersion());
+    // Asked only for --version: the mail libraries are loaded to tell theirs.
+    app.set_version_flag("--version", [] {
+        return std::string("vellira-batch ") + std::string(vellira::kVersionText) + "\nMuPDF " +
+               vellira::mupdfVersion() + "\nlibcurl " + vellira::mailTransportVersion();
+    });
 
     vellira::cli::SplitOptions split;
     auto* splitCommand = app.add_subcommand(

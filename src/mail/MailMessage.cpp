@@ -49,20 +49,6 @@ std::string domainOf(const std::string& address) {
 
 }  // namespace
 
-std::vector<std::string> addressList(std::string_view text) {
-    std::vector<std::string> addresses;
-    std::size_t start = 0;
-    while (start <= text.size()) {
-        const auto end = std::min(text.find_first_of(",;", start), text.size());
-        std::string_view one = text.substr(start, end - start);
-        while (!one.empty() && (one.front() == ' ' || one.front() == '\t')) one.remove_prefix(1);
-        while (!one.empty() && (one.back() == ' ' || one.back() == '\t')) one.remove_suffix(1);
-        if (!one.empty()) addresses.emplace_back(one);
-        start = end + 1;
-    }
-    return addresses;
-}
-
 std::string buildMessage(const MailContent& content) {
     initialiseGmime();
     Owned<GMimeMessage> message(g_mime_message_new(TRUE));

@@ -26,8 +26,4 @@ struct MailContent {
 // read.
 std::string buildMessage(const MailContent& content);
 
-// The addresses of a list written with "," or ";" between them, trimmed;
-// empty entries left out.
-std::vector<std::string> addressList(std::string_view text);
-
 }  // namespace vellira

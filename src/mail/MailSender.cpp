@@ -4,8 +4,7 @@
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
 #include "mail/MailMessage.h"
-
-#include <curl/curl.h>
+#include "mail/MailWire.h"
 
 #ifdef _WIN32
 #include <ole2.h>
@@ -25,28 +24,20 @@ namespace vellira {
 
 namespace {
 
-struct CurlDeleter {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-    void operator()(curl_mime* mime) const { curl_mime_free(mime); }
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-template <typename T>
-using CurlPtr = std::unique_ptr<T, CurlDeleter>;
-
-// Below this rate for the stall time, a transfer counts as stalled.
-constexpr long kStallBytesPerSecond = 64;
-
-// The message as libcurl reads it for the upload.
-struct MessageReader {
-    const std::string* text;
-    std::size_t at;
-};
-std::size_t readMessage(char* buffer, std::size_t size, std::size_t count, void* data) {
-    auto& reader = *static_cast<MessageReader*>(data);
-    const std::size_t n = std::min(size * count, reader.text->size() - reader.at);
-    std::memcpy(buffer, reader.text->data() + reader.at, n);
-    reader.at += n;
-    return n;
+// The addresses of a list written with "," or ";" between them, trimmed;
+// empty entries left out.
+std::vector<std::string> addressList(std::string_view text) {
+    std::vector<std::string> addresses;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const auto end = std::min(text.find_first_of(",;", start), text.size());
+        std::string_view one = text.substr(start, end - start);
+        while (!one.empty() && (one.front() == ' ' || one.front() == '\t')) one.remove_prefix(1);
+        while (!one.empty() && (one.back() == ' ' || one.back() == '\t')) one.remove_suffix(1);
+        if (!one.empty()) addresses.emplace_back(one);
+        start = end + 1;
+    }
+    return addresses;
 }
 
 // EMAILLOGFILE, or "emails_log.txt" in the settings folder when it is empty.
@@ -147,7 +138,13 @@ MailTransport mailTransportFromEnvironment() {
     return transport;
 }
 
-std::string mailTransportVersion() { return curl_version_info(CURLVERSION_NOW)->version; }
+std::string mailTransportVersion() {
+    try {
+        return mailWire().version();
+    } catch (const std::runtime_error& error) {
+        return std::string("unavailable (") + error.what() + ")";
+    }
+}
 
 MailServer parseMailServer(std::string_view text) {
     MailServer server;
@@ -170,65 +167,13 @@ SendResult sendMail(const SplitSettings& s, const std::string& recipient, const 
                     const MailTransport& transport, const std::string& attachmentType) {
     MailContent content{s.EMAILFROMNAME, s.EMAILFROM,      recipient,  addressList(s.EMAILCC), s.EMAILSUBJECT,
                         s.EMAILMSG,      s.EMAILHTML != 0, attachment, attachmentType};
-    std::string message;
     try {
-        message = buildMessage(content);
+        const MailWire& wire = mailWire();
+        return wire.send(s, parseMailServer(s.EMAILSMTP), wire.buildMessage(content), recipient, content.cc,
+                         transport);
     } catch (const std::runtime_error& error) {
         return {false, error.what(), {}};
     }
-
-    const MailServer server = parseMailServer(s.EMAILSMTP);
-    CurlPtr<CURL> curl(curl_easy_init());
-    if (!curl) return {false, "cannot start the mail transport", {}};
-    CURL* c = curl.get();
-    std::string url = server.ssl ? "smtps://" : "smtp://";
-    url += server.host;
-    if (server.port > 0) url.append(":").append(std::to_string(server.port));
-    char error[CURL_ERROR_SIZE] = {};
-    curl_easy_setopt(c, CURLOPT_ERRORBUFFER, error);
-    curl_easy_setopt(c, CURLOPT_URL, url.c_str());
-    // STARTTLS when the server offers it, and required with "tls:"; a
-    // certificate that does not verify fails the mail either way.
-    curl_easy_setopt(c, CURLOPT_USE_SSL, static_cast<long>(server.starttls ? CURLUSESSL_ALL : CURLUSESSL_TRY));
-    curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(c, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (!transport.caFile.empty()) curl_easy_setopt(c, CURLOPT_CAINFO, transport.caFile.c_str());
-    if (!s.EMAILLOGIN.empty()) {
-        curl_easy_setopt(c, CURLOPT_USERNAME, s.EMAILLOGIN.c_str());
-        curl_easy_setopt(c, CURLOPT_PASSWORD, s.EMAILPASSWORD.c_str());
-    }
-    // A large file on a slow link takes the time it needs; a transfer that
-    // stalls fails.
-    curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 30L);
-    curl_easy_setopt(c, CURLOPT_LOW_SPEED_LIMIT, kStallBytesPerSecond);
-    curl_easy_setopt(c, CURLOPT_LOW_SPEED_TIME, transport.stallSeconds);
-    curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
-    const std::string from = "<" + s.EMAILFROM + ">";
-    curl_easy_setopt(c, CURLOPT_MAIL_FROM, from.c_str());
-    curl_easy_setopt(c, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(c, CURLOPT_READFUNCTION, readMessage);
-    curl_easy_setopt(c, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(message.size()));
-
-    // One transaction for the recipient, then one for each copy: a copy
-    // that is refused does not fail the mail.
-    const auto transmit = [&](const std::string& to) -> std::string {
-        MessageReader reader{&message, 0};
-        curl_easy_setopt(c, CURLOPT_READDATA, &reader);
-        CurlPtr<curl_slist> rcpt(curl_slist_append(nullptr, ("<" + to + ">").c_str()));
-        curl_easy_setopt(c, CURLOPT_MAIL_RCPT, rcpt.get());
-        error[0] = 0;
-        const CURLcode code = curl_easy_perform(c);
-        if (code == CURLE_OK) return {};
-        return error[0] ? std::string(error) : std::string(curl_easy_strerror(code));
-    };
-    SendResult result;
-    result.error = transmit(recipient);
-    result.sent = result.error.empty();
-    if (!result.sent) return result;
-    for (const auto& cc : content.cc)
-        if (const std::string refused = transmit(cc); !refused.empty())
-            result.ccErrors.push_back("copy to " + cc + ": " + refused);
-    return result;
 }
 
 std::string mailLogLine(const std::tm& when, const std::string& recipient, const std::string& status,
