@@ -408,9 +408,13 @@ struct MupdfHost::Impl {
             if (bookmark.item == kDirectOutlineRoot) {
                 item = pdf_dict_getp(ctx, pdf_trailer(ctx, doc.pdf), "Root/Outlines");
             } else if (bookmark.item > 0 && bookmark.item < pdf_xref_len(ctx, doc.pdf)) {
-                pdf_obj* ref = pdf_new_indirect(ctx, doc.pdf, bookmark.item, 0);
-                item = pdf_resolve_indirect(ctx, ref);
-                pdf_drop_obj(ctx, ref);
+                // The document keeps the object it loaded; one that cannot
+                // be loaded is no dictionary.
+                fz_try(ctx) {
+                    item = pdf_load_object(ctx, doc.pdf, bookmark.item);
+                    pdf_drop_obj(ctx, item);
+                }
+                fz_catch(ctx) item = nullptr;
             }
         });
         if (!pdf_is_dict(ctx, item)) throw HostError(HostError::kSyntax, "outline item is not a dictionary");

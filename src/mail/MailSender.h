@@ -22,7 +22,7 @@ struct MailServer {
 };
 MailServer parseMailServer(std::string_view text);
 
-// The version of the mail transport (libcurl).
+// The version of the mail transport (libcurl), or why it cannot be loaded.
 std::string mailTransportVersion();
 
 // Certificates are always verified; `caFile`, when set, is the bundle of
