@@ -145,7 +145,8 @@ private:
             errno = 0;
             FileHandle file = openFile(path, "rb");
             struct stat status;
-            if (file && ::fstat(fileno(file.get()), &status) == 0) return new BlockFile(std::move(file), status.st_size);
+            if (file && ::fstat(fileno(file.get()), &status) == 0)
+                return new BlockFile(std::move(file), status.st_size);
             const int why = errno;
             std::snprintf(failure, room, "cannot open %s: %s", pathText(path).c_str(),
                           why ? std::strerror(why) : "not a plain file");

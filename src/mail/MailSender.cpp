@@ -169,8 +169,7 @@ SendResult sendMail(const SplitSettings& s, const std::string& recipient, const 
                         s.EMAILMSG,      s.EMAILHTML != 0, attachment, attachmentType};
     try {
         const MailWire& wire = mailWire();
-        return wire.send(s, parseMailServer(s.EMAILSMTP), wire.buildMessage(content), recipient, content.cc,
-                         transport);
+        return wire.send(s, parseMailServer(s.EMAILSMTP), wire.buildMessage(content), recipient, content.cc, transport);
     } catch (const std::runtime_error& error) {
         return {false, error.what(), {}};
     }
