@@ -13,12 +13,8 @@
 #endif
 
 #include <algorithm>
-
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <memory>
 
 namespace vellira {
 
