@@ -2,6 +2,7 @@
 
 #include "core/Platform.h"
 #include "core/Text.h"
+#include "host/AnnotationCarrier.h"
 #include "host/MupdfGuard.h"
 
 extern "C" {
@@ -315,6 +316,9 @@ struct MupdfHost::Impl {
         std::optional<OutlineIndex> outline;      // read when first carried
         bool pageMap = false;                     // a source read through the page map: pages found in constant time
         int pages = -1;                           // a source's page count, once known (sources are never changed)
+        PageReach pageReach;                      // a source's objects that lead to a page, as far as asked
+        std::vector<AnnotationCarrier::Range> grafted;   // a target's pages, by where they came from
+        std::unique_ptr<AnnotationCarrier> annotations;  // a target's carried annotations, once it has any
     };
 
     fz_context* ctx = nullptr;
@@ -334,6 +338,7 @@ struct MupdfHost::Impl {
     }
 
     void release(Document& doc) {
+        doc.annotations.reset();
         for (auto& [source, map] : doc.graftMaps) pdf_drop_graft_map(ctx, map);
         doc.graftMaps.clear();
         if (doc.pageMap) pdf_drop_page_tree(ctx, doc.pdf);
@@ -650,8 +655,17 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     });
     for (int page = firstPage; page < firstPage + count; ++page) {
         const Impl::PageLookup lookup(*impl_, from, page);
-        impl_->guarded([&] { pdf_graft_mapped_page(ctx, map, -1, from.pdf, page); });
+        pdf_obj* sourcePage = nullptr;
+        impl_->guarded([&] {
+            pdf_graft_mapped_page(ctx, map, -1, from.pdf, page);
+            sourcePage = pdf_lookup_page_obj(ctx, from.pdf, page);
+        });
+        if (!AnnotationCarrier::hasAnnotations(ctx, sourcePage)) continue;
+        if (!to.annotations) to.annotations = std::make_unique<AnnotationCarrier>(ctx);
+        to.annotations->carryPage(to.pdf, map, source.id, from.pdf, sourcePage, base + page - firstPage,
+                                  from.pageReach);
     }
+    to.grafted.push_back({source.id, firstPage, base, count});
     if (!bookmarks) return;
 
     to.outline.reset();
@@ -675,6 +689,7 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
 void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     fz_context* ctx = impl_->ctx;
     auto& document = impl_->document(doc);
+    if (document.annotations) document.annotations->finish(document.pdf, document.grafted);
     if (isTemporaryName(path)) {
         // A temporary file of ours is nobody's output yet: written in place,
         // and removed when it could not be written whole.

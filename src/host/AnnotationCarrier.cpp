@@ -1,0 +1,368 @@
+#include "host/AnnotationCarrier.h"
+
+#include "host/MupdfGuard.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_set>
+
+namespace vellira {
+
+namespace {
+
+constexpr int kMaxFieldDepth = 32;
+
+bool isOneOf(fz_context* ctx, pdf_obj* key, const std::vector<pdf_obj*>& names) {
+    return std::any_of(names.begin(), names.end(), [&](pdf_obj* name) { return pdf_name_eq(ctx, key, name); });
+}
+
+// A destination's page and view, read from the source: the page number
+// (-1 when it names no page of the source) and the array it sits in.
+struct Destination {
+    int page = -1;
+    pdf_obj* array = nullptr;
+};
+
+}  // namespace
+
+AnnotationCarrier::~AnnotationCarrier() {
+    for (pdf_obj* object : kept_) pdf_drop_obj(ctx_, object);
+}
+
+pdf_obj* AnnotationCarrier::keep(pdf_obj* object) {
+    kept_.push_back(pdf_keep_obj(ctx_, object));
+    return object;
+}
+
+bool AnnotationCarrier::hasAnnotations(fz_context* ctx, pdf_obj* sourcePage) {
+    return pdf_array_len(ctx, pdf_dict_get(ctx, sourcePage, PDF_NAME(Annots))) > 0;
+}
+
+// One walk over everything `object` refers to, without reading streams. A walk
+// that finds no page clears every object it saw: what they reach, it reached.
+bool AnnotationCarrier::reachesPage(pdf_obj* object, PageReach& reach) {
+    std::vector<pdf_obj*> pending{object};
+    std::unordered_set<int> seen;
+    bool found = false;
+    while (!pending.empty() && !found) {
+        pdf_obj* item = pending.back();
+        pending.pop_back();
+        if (pdf_is_indirect(ctx_, item)) {
+            const int num = pdf_to_num(ctx_, item);
+            if (const auto known = reach.find(num); known != reach.end()) {
+                found = known->second;
+                continue;
+            }
+            if (!seen.insert(num).second) continue;
+            item = pdf_resolve_indirect(ctx_, item);  // null for an object that cannot be read
+        }
+        if (pdf_is_dict(ctx_, item)) {
+            pdf_obj* type = pdf_dict_get(ctx_, item, PDF_NAME(Type));
+            if (pdf_name_eq(ctx_, type, PDF_NAME(Page)) || pdf_name_eq(ctx_, type, PDF_NAME(Pages)) ||
+                pdf_name_eq(ctx_, type, PDF_NAME(Catalog))) {
+                found = true;
+                break;
+            }
+            for (int i = 0, n = pdf_dict_len(ctx_, item); i < n; ++i)
+                pending.push_back(pdf_dict_get_val(ctx_, item, i));
+        } else if (pdf_is_array(ctx_, item)) {
+            for (int i = 0, n = pdf_array_len(ctx_, item); i < n; ++i) pending.push_back(pdf_array_get(ctx_, item, i));
+        }
+    }
+    if (!found) {
+        for (const int num : seen) reach[num] = false;
+    } else if (pdf_is_indirect(ctx_, object)) {
+        reach[pdf_to_num(ctx_, object)] = true;
+    }
+    return found;
+}
+
+// A new indirect object in the target with every entry of `dict` but the
+// skipped keys and those that lead to a page. The caller owns the reference.
+pdf_obj* AnnotationCarrier::copyDict(pdf_document* target, pdf_graft_map* map, pdf_obj* dict,
+                                     const std::vector<pdf_obj*>& skipped, PageReach& reach) {
+    std::vector<int> entries;
+    for (int i = 0, n = pdf_dict_len(ctx_, dict); i < n; ++i) {
+        if (isOneOf(ctx_, pdf_dict_get_key(ctx_, dict, i), skipped)) continue;
+        if (reachesPage(pdf_dict_get_val(ctx_, dict, i), reach)) continue;
+        entries.push_back(i);
+    }
+    const int* entry = entries.data();
+    const std::size_t count = entries.size();
+    pdf_obj* ref = nullptr;
+    mupdfGuarded(ctx_, [&] {
+        pdf_obj* copy = pdf_new_dict(ctx_, target, static_cast<int>(count) + 2);
+        fz_try(ctx_) {
+            for (std::size_t i = 0; i < count; ++i)
+                pdf_dict_put_drop(ctx_, copy, pdf_dict_get_key(ctx_, dict, entry[i]),
+                                  pdf_graft_mapped_object(ctx_, map, pdf_dict_get_val(ctx_, dict, entry[i])));
+            ref = pdf_add_object(ctx_, target, copy);
+        }
+        fz_always(ctx_) pdf_drop_obj(ctx_, copy);
+        fz_catch(ctx_) fz_rethrow(ctx_);
+    });
+    return ref;
+}
+
+// The target's copy of a source field and of the fields above it, made once
+// per target; null when it cannot be made.
+pdf_obj* AnnotationCarrier::fieldFor(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_obj* field,
+                                     PageReach& reach, int depth) {
+    if (!pdf_is_indirect(ctx_, field) || !pdf_is_dict(ctx_, field) || depth > kMaxFieldDepth) return nullptr;
+    const std::pair<int, int> key{sourceId, pdf_to_num(ctx_, field)};
+    if (building_.count(key)) return nullptr;  // a field that is its own ancestor stops at the repeat
+    if (const auto made = copies_.find(key); made != copies_.end()) return made->second;
+    pdf_obj* copy = nullptr;
+    try {
+        copy = copyDict(target, map, field, {PDF_NAME(Kids), PDF_NAME(Parent), PDF_NAME(P)}, reach);
+    } catch (const HostError&) {
+        return nullptr;
+    }
+    copies_[key] = keep(copy);
+    pdf_drop_obj(ctx_, copy);
+    building_.insert(key);
+    pdf_obj* parent = fieldFor(target, map, sourceId, pdf_dict_get(ctx_, field, PDF_NAME(Parent)), reach, depth + 1);
+    building_.erase(key);
+    if (parent) {
+        mupdfGuarded(ctx_, [&] {
+            pdf_dict_put(ctx_, copy, PDF_NAME(Parent), parent);
+            pdf_obj* kids = pdf_dict_get(ctx_, parent, PDF_NAME(Kids));
+            if (!pdf_is_array(ctx_, kids)) kids = pdf_dict_put_array(ctx_, parent, PDF_NAME(Kids), 1);
+            pdf_array_push(ctx_, kids, copy);
+        });
+    } else {
+        rootFields_.push_back(copy);
+    }
+    return copy;
+}
+
+// The source form's settings that make the carried fields show and edit as
+// they did: default resources, default appearance, quadding, flags.
+void AnnotationCarrier::adoptForm(pdf_document* target, pdf_graft_map* map, pdf_document* source, PageReach& reach) {
+    if (form_) return;
+    pdf_obj* form = pdf_dict_getp(ctx_, pdf_trailer(ctx_, source), "Root/AcroForm");
+    std::vector<pdf_obj*> others;  // the fields, scripts and the rest stay behind
+    for (int i = 0, n = pdf_dict_len(ctx_, form); i < n; ++i) {
+        pdf_obj* key = pdf_dict_get_key(ctx_, form, i);
+        const std::string name = pdf_to_name(ctx_, key);
+        if (name != "DR" && name != "DA" && name != "Q" && name != "NeedAppearances" && name != "SigFlags")
+            others.push_back(key);
+    }
+    form_ = keep(copyDict(target, map, form, others, reach));
+    pdf_drop_obj(ctx_, form_);
+}
+
+void AnnotationCarrier::carryPage(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_document* source,
+                                  pdf_obj* sourcePage, int targetPage, PageReach& reach) {
+    pdf_obj* annots = pdf_dict_get(ctx_, sourcePage, PDF_NAME(Annots));
+    pdf_obj* page = nullptr;
+    pdf_obj* carried = nullptr;
+    mupdfGuarded(ctx_, [&] {
+        page = pdf_lookup_page_obj(ctx_, target, targetPage);
+        carried = pdf_dict_put_array(ctx_, page, PDF_NAME(Annots), pdf_array_len(ctx_, annots));
+    });
+    const std::vector<pdf_obj*> always{PDF_NAME(P), PDF_NAME(Parent), PDF_NAME(Popup), PDF_NAME(IRT),
+                                       PDF_NAME(StructParent)};
+    std::vector<pdf_obj*> withLink = always;
+    withLink.insert(withLink.end(), {PDF_NAME(Dest), PDF_NAME(A)});
+    std::vector<std::pair<pdf_obj*, pdf_obj*>> onPage;  // (source annotation, its copy)
+
+    for (int i = 0, n = pdf_array_len(ctx_, annots); i < n; ++i) {
+        pdf_obj* ref = pdf_array_get(ctx_, annots, i);
+        pdf_obj* annot = pdf_resolve_indirect(ctx_, ref);
+        if (!pdf_is_dict(ctx_, annot)) continue;
+        pdf_obj* subtype = pdf_dict_get(ctx_, annot, PDF_NAME(Subtype));
+
+        // A link within the source: where it points, read now, set once the
+        // target is complete. One that points nowhere in the source goes.
+        Link link;
+        pdf_obj* dest = nullptr;
+        if (pdf_name_eq(ctx_, subtype, PDF_NAME(Link))) {
+            dest = pdf_dict_get(ctx_, annot, PDF_NAME(Dest));
+            pdf_obj* action = pdf_dict_get(ctx_, annot, PDF_NAME(A));
+            if (!dest && pdf_name_eq(ctx_, pdf_dict_get(ctx_, action, PDF_NAME(S)), PDF_NAME(GoTo))) {
+                dest = pdf_dict_get(ctx_, action, PDF_NAME(D));
+                link.viaAction = true;
+            }
+        }
+        if (dest) {
+            Destination where;
+            try {
+                mupdfGuarded(ctx_, [&] {
+                    where.array = dest;
+                    if (pdf_is_name(ctx_, dest) || pdf_is_string(ctx_, dest))
+                        where.array = pdf_lookup_dest(ctx_, source, dest);
+                    if (pdf_is_dict(ctx_, where.array)) where.array = pdf_dict_get(ctx_, where.array, PDF_NAME(D));
+                    pdf_obj* first = pdf_array_get(ctx_, where.array, 0);
+                    if (pdf_is_int(ctx_, first))
+                        where.page = pdf_to_int(ctx_, first);
+                    else if (pdf_is_dict(ctx_, first))
+                        where.page = pdf_lookup_page_number(ctx_, source, first);
+                });
+            } catch (const HostError&) {
+                where.page = -1;
+            }
+            if (where.page < 0) continue;
+            link.sourceId = sourceId;
+            link.sourcePage = where.page;
+            link.targetPage = targetPage;
+            try {
+                mupdfGuarded(ctx_, [&] {
+                    const int length = pdf_array_len(ctx_, where.array);
+                    link.view = pdf_new_array(ctx_, target, length);
+                    for (int k = 1; k < length; ++k) {
+                        pdf_obj* part = pdf_array_get(ctx_, where.array, k);
+                        pdf_array_push_drop(
+                            ctx_, link.view,
+                            pdf_is_indirect(ctx_, part) ? PDF_NULL : pdf_graft_mapped_object(ctx_, map, part));
+                    }
+                    if (pdf_is_name(ctx_, dest) || pdf_is_string(ctx_, dest))
+                        link.name = pdf_graft_mapped_object(ctx_, map, dest);
+                });
+            } catch (const HostError&) {
+                pdf_drop_obj(ctx_, link.view);
+                continue;
+            }
+            keep(link.view);
+            pdf_drop_obj(ctx_, link.view);
+            if (link.name) {
+                keep(link.name);
+                pdf_drop_obj(ctx_, link.name);
+            }
+        }
+
+        pdf_obj* copy = nullptr;
+        try {
+            copy = copyDict(target, map, annot, dest ? withLink : always, reach);
+            mupdfGuarded(ctx_, [&] {
+                pdf_dict_put(ctx_, copy, PDF_NAME(P), page);
+                pdf_array_push(ctx_, carried, copy);
+            });
+        } catch (const HostError&) {
+            pdf_drop_obj(ctx_, copy);
+            continue;
+        }
+        keep(copy);
+        pdf_drop_obj(ctx_, copy);
+        if (pdf_is_indirect(ctx_, ref)) copies_[{sourceId, pdf_to_num(ctx_, ref)}] = copy;
+        onPage.emplace_back(annot, copy);
+        if (dest) {
+            link.annot = copy;
+            links_.push_back(link);
+        }
+
+        if (pdf_name_eq(ctx_, subtype, PDF_NAME(Widget))) {
+            if (pdf_obj* field =
+                    fieldFor(target, map, sourceId, pdf_dict_get(ctx_, annot, PDF_NAME(Parent)), reach, 0)) {
+                mupdfGuarded(ctx_, [&] {
+                    pdf_dict_put(ctx_, copy, PDF_NAME(Parent), field);
+                    pdf_obj* kids = pdf_dict_get(ctx_, field, PDF_NAME(Kids));
+                    if (!pdf_is_array(ctx_, kids)) kids = pdf_dict_put_array(ctx_, field, PDF_NAME(Kids), 1);
+                    pdf_array_push(ctx_, kids, copy);
+                });
+            } else {
+                rootFields_.push_back(copy);
+            }
+            try {
+                adoptForm(target, map, source, reach);
+            } catch (const HostError&) {
+                // The fields still come along, with the target's defaults.
+            }
+        }
+    }
+
+    // Pop-ups and replies point at the copies of what they belong to, when
+    // those came along.
+    for (const auto& [annot, copy] : onPage) {
+        for (pdf_obj* key : {PDF_NAME(Popup), PDF_NAME(IRT), PDF_NAME(Parent)}) {
+            if (pdf_name_eq(ctx_, key, PDF_NAME(Parent)) &&
+                !pdf_name_eq(ctx_, pdf_dict_get(ctx_, annot, PDF_NAME(Subtype)), PDF_NAME(Popup)))
+                continue;
+            pdf_obj* other = pdf_dict_get(ctx_, annot, key);
+            if (!pdf_is_indirect(ctx_, other)) continue;
+            const auto found = copies_.find({sourceId, pdf_to_num(ctx_, other)});
+            if (found == copies_.end()) continue;
+            mupdfGuarded(ctx_, [&] { pdf_dict_put(ctx_, copy, key, found->second); });
+        }
+    }
+    if (onPage.empty()) mupdfGuarded(ctx_, [&] { pdf_dict_del(ctx_, page, PDF_NAME(Annots)); });
+}
+
+void AnnotationCarrier::finish(pdf_document* target, const std::vector<Range>& ranges) {
+    const auto targetPageOf = [&](int sourceId, int sourcePage) {
+        for (const Range& range : ranges)
+            if (range.sourceId == sourceId && sourcePage >= range.sourceFirst &&
+                sourcePage < range.sourceFirst + range.count)
+                return range.targetFirst + sourcePage - range.sourceFirst;
+        return -1;
+    };
+    std::map<std::string, pdf_obj*> stringNames;  // by their bytes: a name tree is sorted
+    std::map<std::string, pdf_obj*> nameNames;
+    for (const Link& link : links_) {
+        const int page = targetPageOf(link.sourceId, link.sourcePage);
+        pdf_obj* dest = nullptr;
+        mupdfGuarded(ctx_, [&] {
+            if (page < 0) {
+                pdf_obj* onPage = pdf_lookup_page_obj(ctx_, target, link.targetPage);
+                pdf_obj* annots = pdf_dict_get(ctx_, onPage, PDF_NAME(Annots));
+                const int at = pdf_array_find(ctx_, annots, link.annot);
+                if (at >= 0) pdf_array_delete(ctx_, annots, at);
+                if (pdf_array_len(ctx_, annots) == 0) pdf_dict_del(ctx_, onPage, PDF_NAME(Annots));
+                pdf_delete_object(ctx_, target, pdf_to_num(ctx_, link.annot));
+                return;
+            }
+            dest = pdf_new_array(ctx_, target, 1 + pdf_array_len(ctx_, link.view));
+            pdf_array_push(ctx_, dest, pdf_lookup_page_obj(ctx_, target, page));
+            for (int k = 0, n = pdf_array_len(ctx_, link.view); k < n; ++k)
+                pdf_array_push(ctx_, dest, pdf_array_get(ctx_, link.view, k));
+            pdf_obj* value = link.name ? link.name : dest;
+            if (link.viaAction) {
+                pdf_obj* action = pdf_dict_put_dict(ctx_, link.annot, PDF_NAME(A), 2);
+                pdf_dict_put(ctx_, action, PDF_NAME(S), PDF_NAME(GoTo));
+                pdf_dict_put(ctx_, action, PDF_NAME(D), value);
+            } else {
+                pdf_dict_put(ctx_, link.annot, PDF_NAME(Dest), value);
+            }
+        });
+        if (!dest) continue;
+        keep(dest);
+        pdf_drop_obj(ctx_, dest);
+        if (pdf_is_string(ctx_, link.name))
+            stringNames.emplace(std::string(pdf_to_str_buf(ctx_, link.name), pdf_to_str_len(ctx_, link.name)), dest);
+        else if (pdf_is_name(ctx_, link.name))
+            nameNames.emplace(pdf_to_name(ctx_, link.name), dest);
+    }
+    links_.clear();
+
+    if (!rootFields_.empty() && !form_) {
+        pdf_obj* made = nullptr;
+        mupdfGuarded(ctx_, [&] { made = pdf_add_new_dict(ctx_, target, 1); });
+        form_ = keep(made);
+        pdf_drop_obj(ctx_, made);
+    }
+    mupdfGuarded(ctx_, [&] {
+        pdf_obj* catalog = pdf_dict_get(ctx_, pdf_trailer(ctx_, target), PDF_NAME(Root));
+        if (!stringNames.empty()) {
+            pdf_obj* names = pdf_dict_get(ctx_, catalog, PDF_NAME(Names));
+            if (!pdf_is_dict(ctx_, names)) names = pdf_dict_put_dict(ctx_, catalog, PDF_NAME(Names), 1);
+            pdf_obj* dests = pdf_dict_put_dict(ctx_, names, PDF_NAME(Dests), 1);
+            pdf_obj* leaf = pdf_dict_put_array(ctx_, dests, PDF_NAME(Names), static_cast<int>(2 * stringNames.size()));
+            for (const auto& [name, dest] : stringNames) {
+                pdf_array_push_drop(ctx_, leaf, pdf_new_string(ctx_, name.data(), name.size()));
+                pdf_array_push(ctx_, leaf, dest);
+            }
+        }
+        if (!nameNames.empty()) {
+            pdf_obj* dests = pdf_dict_put_dict(ctx_, catalog, PDF_NAME(Dests), static_cast<int>(nameNames.size()));
+            for (const auto& [name, dest] : nameNames) pdf_dict_puts(ctx_, dests, name.c_str(), dest);
+        }
+        if (!rootFields_.empty()) {
+            pdf_obj* fields = pdf_dict_put_array(ctx_, form_, PDF_NAME(Fields), static_cast<int>(rootFields_.size()));
+            for (pdf_obj* field : rootFields_) pdf_array_push(ctx_, fields, field);
+            pdf_dict_put(ctx_, catalog, PDF_NAME(AcroForm), form_);
+        }
+    });
+    rootFields_.clear();
+}
+
+}  // namespace vellira
