@@ -1,7 +1,8 @@
 // vellira-fuzz-seeds FOLDER: writes the seed corpus of the PDF fuzz target,
 // small PDFs that reach every path of a split: statements with an address on
 // each, bookmarks of every kind of destination on two levels, rotated pages,
-// an outline that runs in a circle, and a file that needs a password.
+// an outline that runs in a circle, a file that needs a password, and pages
+// with notes, links within and out of each statement and a filled form.
 #include "fixtures/PdfFixture.h"
 
 #include <cstdio>
@@ -51,6 +52,20 @@ Document circle() {
     return document;
 }
 
+Document annotated() {
+    using Kind = Annotation::Kind;
+    Document document = statements(4, 2);
+    document.pages[0].annotations = {{Kind::Note, "Paid"},
+                                     {Kind::Link, "", "", 1},
+                                     {Kind::Link, "", "", 3},
+                                     {Kind::NamedLink, "", "", 2},
+                                     {Kind::TextField, "total", "980.25"}};
+    document.pages[1].annotations = {{Kind::Highlight, "due"}, {Kind::ActionLink, "", "", 0}};
+    document.pages[2].annotations = {{Kind::TextField, "total", "980.25"}, {Kind::UriLink, "https://example.com"}};
+    document.bookmarks = {{"First", 0, Destination::Named, {}}, {"Second", 2, Destination::Explicit, {}}};
+    return document;
+}
+
 Document locked() {
     Document document = statements(2, 1);
     document.userPassword = "secret";
@@ -71,6 +86,7 @@ int main(int argc, char** argv) {
         writePdf(rotated(), folder / "rotated.pdf");
         writePdf(circle(), folder / "circle.pdf");
         writePdf(locked(), folder / "locked.pdf");
+        writePdf(annotated(), folder / "annotated.pdf");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vellira-fuzz-seeds: %s\n", error.what());
         return 1;

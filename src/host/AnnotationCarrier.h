@@ -25,9 +25,22 @@ extern "C" {
 
 namespace vellira {
 
-// What a source has shown to lead to a page object, by object number; kept
-// with the source so every output of a run asks once.
-using PageReach = std::unordered_map<int, bool>;
+// What a source tells every output of a run about its annotations, worked
+// out once: which of its objects lead to a page object, and where its named
+// destinations lead.
+struct SourceAnnotations {
+    std::unordered_map<int, bool> reachesPage;  // by object number
+    struct Named {
+        int page = -1;            // -1: no page of the source
+        pdf_obj* dest = nullptr;  // the destination with its page as a number, kept
+    };
+    std::unordered_map<std::string, Named> named;  // by kind ('/' or '(') and name
+
+    void release(fz_context* ctx) {
+        for (auto& [name, entry] : named) pdf_drop_obj(ctx, entry.dest);
+        named.clear();
+    }
+};
 
 class AnnotationCarrier {
 public:
@@ -41,47 +54,39 @@ public:
     static bool hasAnnotations(fz_context* ctx, pdf_obj* sourcePage);
 
     // Pages `sourceFirst`.. of source `sourceId` that stand at `targetFirst`..
-    // of the target. The target keeps one for every graft, annotations or
-    // not: a link may point at any of its pages.
+    // of the target: the target keeps one for every graft.
     struct Range {
         int sourceId = 0, sourceFirst = 0, targetFirst = 0, count = 0;
     };
 
-    // Copies the annotations of `sourcePage` (the page object of page number
-    // `sourcePageNumber`) onto the target's page `targetPage`. An annotation
-    // that cannot be read is left out; throws HostError only when the target
+    // Copies the annotations of `sourcePage` onto the target's page
+    // `targetPage`, once every page of its range is in the target: a link
+    // leads to its page among `ranges`, or is left out. An annotation that
+    // cannot be read is left out; throws HostError only when the target
     // cannot be changed.
     void carryPage(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_document* source, pdf_obj* sourcePage,
-                   int targetPage, PageReach& reach);
+                   int targetPage, const std::vector<Range>& ranges, SourceAnnotations& known);
 
-    // Points the links at their pages (or drops them) and writes the form and
-    // the named destinations into the target. Call once all pages are in.
-    void finish(pdf_document* target, const std::vector<Range>& ranges);
+    // Writes the form and the named destinations of the carried links into
+    // the target. Call once all pages are in.
+    void finish(pdf_document* target);
 
 private:
-    struct Link {
-        pdf_obj* annot = nullptr;  // the copy, kept
-        int targetPage = 0;        // the page whose /Annots holds it
-        int sourceId = 0;
-        int sourcePage = -1;      // where it points in its source
-        pdf_obj* name = nullptr;  // a named destination, kept; null for an explicit one
-        pdf_obj* view = nullptr;  // the destination after its page (/XYZ left top zoom...), kept
-        bool viaAction = false;   // given as a GoTo action, not as /Dest
-    };
-    bool reachesPage(pdf_obj* object, PageReach& reach);
+    bool reachesPage(pdf_obj* object, SourceAnnotations& known);
     pdf_obj* copyDict(pdf_document* target, pdf_graft_map* map, pdf_obj* dict, const std::vector<pdf_obj*>& skipped,
-                      PageReach& reach);
-    pdf_obj* fieldFor(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_obj* field, PageReach& reach,
+                      SourceAnnotations& known);
+    pdf_obj* fieldFor(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_obj* field, SourceAnnotations& known,
                       int depth);
-    void adoptForm(pdf_document* target, pdf_graft_map* map, pdf_document* source, PageReach& reach);
+    void adoptForm(pdf_document* target, pdf_graft_map* map, pdf_document* source, SourceAnnotations& known);
+    SourceAnnotations::Named destinationOf(pdf_document* source, pdf_obj* dest, SourceAnnotations& known);
     pdf_obj* keep(pdf_obj* object);
 
     fz_context* ctx_;
-    std::vector<Link> links_;
     std::map<std::pair<int, int>, pdf_obj*> copies_;  // (source, object number) -> its copy: annotations and fields
     std::set<std::pair<int, int>> building_;          // fields whose ancestors are being copied
     std::vector<pdf_obj*> rootFields_;
-    pdf_obj* form_ = nullptr;  // the form settings taken from the first source with widgets
+    pdf_obj* form_ = nullptr;                // the form settings taken from the first source with widgets
+    std::map<std::string, pdf_obj*> names_;  // named destinations of carried links, by kind and name
     std::vector<pdf_obj*> kept_;
 };
 

@@ -316,7 +316,7 @@ struct MupdfHost::Impl {
         std::optional<OutlineIndex> outline;      // read when first carried
         bool pageMap = false;                     // a source read through the page map: pages found in constant time
         int pages = -1;                           // a source's page count, once known (sources are never changed)
-        PageReach pageReach;                      // a source's objects that lead to a page, as far as asked
+        SourceAnnotations annotationsRead;        // what a source's annotations lead to, as far as asked
         std::vector<AnnotationCarrier::Range> grafted;   // a target's pages, by where they came from
         std::unique_ptr<AnnotationCarrier> annotations;  // a target's carried annotations, once it has any
     };
@@ -339,6 +339,7 @@ struct MupdfHost::Impl {
 
     void release(Document& doc) {
         doc.annotations.reset();
+        doc.annotationsRead.release(ctx);
         for (auto& [source, map] : doc.graftMaps) pdf_drop_graft_map(ctx, map);
         doc.graftMaps.clear();
         if (doc.pageMap) pdf_drop_page_tree(ctx, doc.pdf);
@@ -653,6 +654,7 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     impl_->guarded([&] {
         if (!map) map = pdf_new_graft_map(ctx, to.pdf);
     });
+    std::vector<std::pair<int, pdf_obj*>> annotated;  // source pages with annotations
     for (int page = firstPage; page < firstPage + count; ++page) {
         const Impl::PageLookup lookup(*impl_, from, page);
         pdf_obj* sourcePage = nullptr;
@@ -660,12 +662,14 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
             pdf_graft_mapped_page(ctx, map, -1, from.pdf, page);
             sourcePage = pdf_lookup_page_obj(ctx, from.pdf, page);
         });
-        if (!AnnotationCarrier::hasAnnotations(ctx, sourcePage)) continue;
-        if (!to.annotations) to.annotations = std::make_unique<AnnotationCarrier>(ctx);
-        to.annotations->carryPage(to.pdf, map, source.id, from.pdf, sourcePage, base + page - firstPage,
-                                  from.pageReach);
+        if (AnnotationCarrier::hasAnnotations(ctx, sourcePage)) annotated.emplace_back(page, sourcePage);
     }
     to.grafted.push_back({source.id, firstPage, base, count});
+    // Annotations once the whole range is in: links lead to pages after them.
+    if (!annotated.empty() && !to.annotations) to.annotations = std::make_unique<AnnotationCarrier>(ctx);
+    for (const auto& [page, sourcePage] : annotated)
+        to.annotations->carryPage(to.pdf, map, source.id, from.pdf, sourcePage, base + page - firstPage, to.grafted,
+                                  from.annotationsRead);
     if (!bookmarks) return;
 
     to.outline.reset();
@@ -689,7 +693,7 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
 void MupdfHost::saveDocument(DocHandle doc, const std::filesystem::path& path) {
     fz_context* ctx = impl_->ctx;
     auto& document = impl_->document(doc);
-    if (document.annotations) document.annotations->finish(document.pdf, document.grafted);
+    if (document.annotations) document.annotations->finish(document.pdf);
     if (isTemporaryName(path)) {
         // A temporary file of ours is nobody's output yet: written in place,
         // and removed when it could not be written whole.
