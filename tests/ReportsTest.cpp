@@ -53,7 +53,8 @@ TEST(Reports, AReportThatCannotBeWrittenSaysSo) {
     Reports reports;
     settings.REPORTOPTIONSCSV = 1;
     settings.REPORTOPTIONSOUTPUTFOLDER = (dir / "missing").string();
-    EXPECT_FALSE(reports.open(settings, source, when(), ui));
+    std::uint32_t unique = 0;
+    EXPECT_FALSE(reports.open(settings, source, when(), ui, unique));
     EXPECT_EQ(ui.notes, (std::vector<std::string>{"file error! can't write to report file: " +
                                                   (dir / "missing" / "run_report.csv").string()}));
 }

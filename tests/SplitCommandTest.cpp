@@ -1,4 +1,5 @@
 // The split and show commands as a user runs them on a real PDF.
+#include "core/Platform.h"
 #include "files/ParametersFile.h"
 #include "fixtures/PdfFixture.h"
 #include "support/OutputPdf.h"
@@ -7,11 +8,15 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <future>
+#include <optional>
 #include <regex>
 #include <thread>
 
@@ -35,6 +40,22 @@ std::filesystem::path writeTenPages(const testing::TempDir& dir) {
     const auto pdf = dir / "run.pdf";
     fixtures::writePdf(document, pdf);
     return pdf;
+}
+
+// A copy of a PDF with the `index`-th kid of its page tree (0-based) made
+// `kid`, in as many bytes, so that the file is damaged only there.
+std::filesystem::path withKid(const std::filesystem::path& pdf, std::size_t index, const std::string& kid,
+                              const std::string& name) {
+    std::string bytes = readFile(pdf);
+    std::smatch kids;
+    std::regex_search(bytes, kids, std::regex(R"(/Kids\[([^\]]*)\])"));
+    std::size_t at = static_cast<std::size_t>(kids.position(1));
+    for (std::size_t skip = 0; skip < index; ++skip) at = bytes.find(" R", at) + 3;
+    const std::size_t end = bytes.find(" R", at) + 2;
+    bytes.replace(at, end - at, (kid + std::string(end - at, ' ')).substr(0, end - at));
+    const auto copy = pdf.parent_path() / name;
+    std::ofstream(copy, std::ios::binary) << bytes;
+    return copy;
 }
 
 // Report text with the run's date and time masked.
@@ -103,7 +124,8 @@ TEST(SplitCommand, EveryRowGetsItsStatusAndTheRunGoesOn) {
     EXPECT_EQ(result.out, "file error\t" + (dir / "missing.pdf").string() + "\nCan't open\t" +
                               (dir / "damaged.pdf").string() + "\nPermissions error\t" + (dir / "locked.pdf").string() +
                               "\nDone\t" + good.string() + "\nfile error\t" + (dir / "tmp").string() + "\n");
-    EXPECT_EQ(result.err, "Done, some errors occurred.\n" + good.string() +
+    EXPECT_EQ(result.err, "Can't open file: " + (dir / "damaged.pdf").string() +
+                              ": no objects found\nDone, some errors occurred.\n" + good.string() +
                               ": 10 page(s), 3 file(s) written\n3 file(s) written to " + out.string() + "\n");
     EXPECT_TRUE(std::filesystem::exists(out / "extract_C900.pdf"));
 
@@ -167,6 +189,9 @@ TEST(SplitCommand, RefusesWhatCannotRun) {
     const auto pdf = writeTenPages(dir);
     std::ofstream(dir / "bad.pcs", std::ios::binary) << "EXTRACT;next word as filename \r\n";
     const auto out = dir / "out";
+    const auto rootless = dir / "rootless.pdf";
+    std::ofstream(rootless, std::ios::binary)
+        << std::regex_replace(readFile(pdf), std::regex("/Root \\d+"), "/Root 999");
     struct Case {
         std::string arguments;
         int status;
@@ -179,6 +204,7 @@ TEST(SplitCommand, RefusesWhatCannotRun) {
          1, "When using h,v position only one word is allowed in search, that word is the position\n"},
         {"split --set 'FINDSTRING=a b c d e f g h i j k l m n o p q r s t u' " + quoted(pdf), 1, "at most 20"},
         {"split --set USECURRENT=1", 1, "Please open a document first or set it to use a filename\n"},
+        {"split " + quoted(rootless), 1, "Can't open file: " + rootless.string() + ": object out of range (999 0 R)"},
         {"split --set 'EXTRACT=next word as filename' " + quoted(pdf), 2,
          "'next word as filename' is no EXTRACT mode; did you mean Next word as filename?"},
         {"split --params " + quoted(dir / "bad.pcs") + " " + quoted(pdf), 1,
@@ -232,60 +258,146 @@ TEST(SplitCommand, CurrentDocumentRunAsksAboutTheReport) {
 
 // The exit status and the last line of standard error tell a scheduled job
 // what came of the run: 0 all written, 3 written with warnings, 1 failed.
+// While it lives, the programs started write no file past `bytes`, as on a
+// full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        signal(SIGXFSZ, handler_);
+    }
+
+private:
+    rlimit before_{};
+    sighandler_t handler_;
+};
+
 TEST(SplitCommand, ExitStatusAndSummaryTellWhatHappened) {
     testing::TempDir dir;
     const auto pdf = writeTenPages(dir);
+    const auto many = dir / "many.pdf";  // 60 one-page statements
+    fixtures::writePdf(fixtures::statements(60, 1), many);
     const auto out = dir / "out";
     const std::string to = " file(s) written to " + out.string();
     struct Case {
         std::string what, settings;
         int status;
         std::string summary;
+        std::filesystem::path source;  // the ten pages when none
+        // Files that hold "earlier" before the run and after it, the run
+        // writing no file past 4 KB.
+        std::vector<std::filesystem::path> kept;
     } const cases[] = {
         {"all written", "", 0, "3" + to},
         {"a save fails", "", 3, "2" + to + "; 1 save(s) failed"},
         {"nothing matches", "--set FINDSTRING=nowhere", 3, "0 file(s) written"},
         {"the mails fail", "--set EMAILENABLE=1 --set EMAILSMTP=127.0.0.1:1 --set EMAILFROM=a@b.test", 3,
          "3" + to + "; 3 mail(s) failed"},
+        // Damage MuPDF reads past opens: the lost page is left out.
+        {"a page is lost", "", 0, "3" + to, withKid(pdf, 9, "999 0 R", "lost.pdf")},
+        // A page that cannot be found ends the scan: the open range is not written.
+        {"a page cannot be read", "", 3, "1" + to + "; 1 scan(s) failed", withKid(pdf, 5, "2 0 R", "cycle.pdf")},
+        // A report or a split list that cannot be written whole, split
+        // beside another row too.
+        {"the reports fail",
+         "--jobs 2 --set REPORTOPTIONSTXT=1 --set REPORTOPTIONSCSV=1 " + quoted(pdf),
+         3,
+         "63" + to + "; 2 save(s) failed",
+         many,
+         {many.string() + "_report.txt", many.string() + "_report.csv"}},
+        {"the split list fails",
+         "--set CREATELIST=1 --set FILENAME=" + quoted(dir / "job"),
+         3,
+         "0 file(s) written; 1 save(s) failed",
+         many,
+         {dir / "job_splitlist.spl"}},
     };
     for (const auto& c : cases) {
         std::filesystem::remove_all(out);
         // A folder where an output should go makes its save fail.
         if (c.what == "a save fails") std::filesystem::create_directories(out / "extract_C400.pdf" / "inside");
+        const auto source = c.source.empty() ? pdf : c.source;
+        for (const auto& file : c.kept) std::ofstream(file, std::ios::binary) << "earlier\r\n";
+        std::optional<FileSizeLimit> full;
+        if (!c.kept.empty()) full.emplace(4096);
         const auto result =
-            runProgram(dir, "split " + c.settings + " --set OUTPUTDIR=" + quoted(out) + " " + quoted(pdf));
+            runProgram(dir, "split " + c.settings + " --set OUTPUTDIR=" + quoted(out) + " " + quoted(source));
+        full.reset();
         EXPECT_EQ(result.status, c.status) << c.what << "\n" << result.err;
-        EXPECT_EQ(result.out, "Done\t" + pdf.string() + "\n") << c.what;
+        const bool twoRows = c.settings.find(quoted(pdf)) != std::string::npos;
+        EXPECT_EQ(result.out, (twoRows ? "Done\t" + pdf.string() + "\n" : "") + "Done\t" + source.string() + "\n")
+            << c.what;
+        for (const auto& file : c.kept) {
+            EXPECT_EQ(readFile(file), "earlier\r\n") << file;
+            EXPECT_NE(
+                result.err.find("file error! can't finish writing file: " + file.string() + " (File too large)\n"),
+                std::string::npos)
+                << result.err;
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+            EXPECT_FALSE(entry.path().filename().string().starts_with(".vellira-")) << c.what;
         EXPECT_TRUE(result.err.ends_with("\n" + c.summary + "\n") || result.err == c.summary + "\n") << c.what << "\n"
                                                                                                      << result.err;
     }
 
-    // Ctrl-C: the row is done as far as it went, the run says so with 3.
+    // Stopped by Ctrl-C, TERM or HUP, alone or beside another row: each row
+    // is done as far as it went, the run says so with 3 and leaves no
+    // temporary file. It first removes those of runs that no longer run on
+    // this host (a process id used again counts as ended), never those of a
+    // live run, of another host, or anything else.
     fixtures::writePdf(fixtures::statements(3000, 5), dir / "long.pdf");
-    std::filesystem::remove_all(out);
-    const std::string command = "'" VELLIRA_BATCH_EXE "' split --set OUTPUTDIR=" + quoted(out) + " " +
-                                quoted(dir / "long.pdf") + " >" + quoted(dir / "stdout.txt") + " 2>" +
-                                quoted(dir / "stderr.txt");
-    const pid_t pid = fork();
-    if (pid == 0) {
-        setenv("XDG_CONFIG_HOME", (dir / "config").c_str(), 1);
-        execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), static_cast<char*>(nullptr));
-        _exit(127);
+    std::filesystem::copy_file(dir / "long.pdf", dir / "long2.pdf");
+    const RunIdentity& me = thisRun();
+    const std::vector<std::filesystem::path> others = {temporaryBeside(out / "x", 1),
+                                                       temporaryBeside(out / "x", 2, {me.host + 1, 0x3ffffff0u, 1}),
+                                                       out / ".vellira-notes.tmp"};
+    const std::vector<std::filesystem::path> ended = {
+        temporaryBeside(out / "x", 3, {me.host, 0x3ffffff0u, 1}),
+        temporaryBeside(out / "x", 4, {me.host, me.process, me.started + 1})};
+    for (const auto& [signal, rows] : {std::pair{SIGINT, "long.pdf"}, std::pair{SIGTERM, "long.pdf long2.pdf"},
+                                       std::pair{SIGHUP, "long.pdf long2.pdf"}}) {
+        std::filesystem::remove_all(out);
+        std::filesystem::create_directories(out);
+        for (const auto& planted : others) std::ofstream(planted) << "kept";
+        for (const auto& planted : ended) std::ofstream(planted) << "left by a killed run";
+        const std::string command = "cd " + quoted(dir.path()) +
+                                    " && exec '" VELLIRA_BATCH_EXE "' split --jobs 2 --set OUTPUTDIR=" + quoted(out) +
+                                    " " + rows + " >stdout.txt 2>stderr.txt";
+        const pid_t pid = fork();
+        if (pid == 0) {
+            setenv("XDG_CONFIG_HOME", (dir / "config").c_str(), 1);
+            execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        for (int wait = 0; wait < 2000; ++wait) {
+            std::error_code missing;
+            if (std::distance(std::filesystem::directory_iterator(out, missing), {}) >= 10) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        kill(pid, signal);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFEXITED(status)) << signal;
+        EXPECT_EQ(WEXITSTATUS(status), 3) << signal;
+        for (const auto& planted : others) EXPECT_TRUE(std::filesystem::exists(planted)) << planted;
+        long written = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(out)) {
+            const bool other = std::find(others.begin(), others.end(), entry.path()) != others.end();
+            EXPECT_TRUE(other || !isTemporaryName(entry.path())) << signal << " left " << entry.path();
+            written += !other;
+        }
+        EXPECT_LT(written, 1200) << signal;
+        if (signal == SIGINT) {
+            EXPECT_TRUE(readFile(dir / "stderr.txt").ends_with(std::to_string(written) + to + "\n"))
+                << readFile(dir / "stderr.txt");
+        }
     }
-    for (int wait = 0; wait < 2000; ++wait) {
-        std::error_code missing;
-        if (std::distance(std::filesystem::directory_iterator(out, missing), {}) >= 5) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    kill(pid, SIGINT);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 3);
-    const auto written = std::distance(std::filesystem::directory_iterator(out), {});
-    EXPECT_LT(written, 600);
-    EXPECT_TRUE(readFile(dir / "stderr.txt").ends_with(std::to_string(written) + to + "\n"))
-        << readFile(dir / "stderr.txt");
 }
 
 // A setup made on the command line is the file "&Save Setup" writes, and a
@@ -409,6 +521,57 @@ TEST(SplitCommand, HostileNamesStayInTheirFolder) {
     }
     EXPECT_TRUE(std::filesystem::is_directory(out / "__")) << "the captured \"..\" is a folder of its own";
     EXPECT_TRUE(std::filesystem::exists(out / "etcpasswd" / "etcpasswd.pdf"));
+}
+
+// Two runs at once append to the same outputs and write the same reports
+// and split list: every output holds the pages of both, and each report and
+// list is the whole one of a run, as that run alone writes it.
+TEST(SplitCommand, TwoRunsAppendingAtOnceLoseNothing) {
+    testing::TempDir dir, first, second;  // each run's own settings folder
+    const auto a = dir / "a" / "s.pdf", b = dir / "b" / "s.pdf";
+    std::filesystem::create_directories(a.parent_path());
+    std::filesystem::create_directories(b.parent_path());
+    std::filesystem::create_directories(dir / "reports");
+    fixtures::writePdf(fixtures::statements(2000, 5), a);
+    std::filesystem::copy_file(a, b);
+    const auto out = dir / "out";
+    const std::string split =
+        "split -q --set ALWAYSAPPEND=1 --set REPORTOPTIONSTXT=1 --set REPORTOPTIONSCSV=1 "
+        "--set REPORTOPTIONSOUTPUTFOLDER=" +
+        quoted(dir / "reports") + " --set OUTPUTDIR=" + quoted(out) + " --set FILENAME=" + quoted(dir / "job") + " ";
+    const auto asB = [&](std::string text) {
+        for (std::size_t at = 0; (at = text.find(a.string(), at)) != std::string::npos;)
+            text.replace(at, a.string().size(), b.string());
+        return text;
+    };
+    for (const std::string list : {"", "--set CREATELIST=1 "}) {
+        std::vector<std::filesystem::path> files = {dir / "reports" / "s_report.txt", dir / "reports" / "s_report.csv"};
+        if (!list.empty()) files.push_back(dir / "job_splitlist.spl");
+        std::filesystem::remove_all(out);
+        ASSERT_EQ(runProgram(first, split + list + quoted(a)).status, 0);
+        std::vector<std::string> alone;
+        for (const auto& file : files) alone.push_back(masked(readFile(file)));
+
+        std::filesystem::remove_all(out);
+        auto one = std::async(std::launch::async, [&] { return runProgram(first, split + list + quoted(a)); });
+        const auto other = runProgram(second, split + list + quoted(b));
+        EXPECT_EQ(one.get().status, 0);
+        EXPECT_EQ(other.status, 0) << other.err;
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            const std::string written = masked(readFile(files[i]));
+            EXPECT_TRUE(written == alone[i] || written == asB(alone[i])) << files[i];
+        }
+        if (!list.empty()) continue;
+        std::size_t outputs = 0;
+        MupdfHost host;
+        for (const auto& entry : std::filesystem::directory_iterator(out)) {
+            ++outputs;
+            const DocHandle doc = host.openDocument(entry.path());
+            EXPECT_EQ(host.pageCount(doc), 10) << entry.path();
+            host.closeDocument(doc);
+        }
+        EXPECT_EQ(outputs, 400u);
+    }
 }
 
 }  // namespace

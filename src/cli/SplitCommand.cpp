@@ -1,7 +1,6 @@
 // split and show: the "Process Batch List" and "&Show" commands.
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
-#include "core/Json.h"
 #include "core/Text.h"
 #include "files/BatchListFile.h"
 #include "files/ParametersFile.h"
@@ -10,7 +9,7 @@
 #include "run/BatchJob.h"
 #include "run/BatchPlan.h"
 
-#include <sys/stat.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <csignal>
@@ -28,25 +27,32 @@ namespace vellira::cli {
 
 namespace {
 
-// Ctrl-C (or a TERM signal, from a shutdown or a time limit) sets the Stop
-// flag: the range being written is finished and the reports are closed, then
-// the run ends.
+// Ctrl-C (or a TERM or HUP signal, from a shutdown, a time limit or a closed
+// terminal) sets the Stop flag: the range being written is finished, the
+// reports are closed and what was kept under temporary names is removed,
+// then the run ends.
 RunInterface* interrupted = nullptr;
 extern "C" void onInterrupt(int) {
     if (interrupted) interrupted->requestCancel();
 }
 
+// A signal ignored when the program started (HUP under nohup, INT in a
+// background job) stays ignored.
 struct StopOnInterrupt {
+    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
     explicit StopOnInterrupt(RunInterface& ui) {
         interrupted = &ui;
-        std::signal(SIGINT, onInterrupt);
-        std::signal(SIGTERM, onInterrupt);
+        for (std::size_t i = 0; i < std::size(kSignals); ++i) {
+            before[i] = std::signal(kSignals[i], onInterrupt);
+            if (before[i] == SIG_IGN) std::signal(kSignals[i], SIG_IGN);
+        }
     }
     ~StopOnInterrupt() {
-        std::signal(SIGINT, SIG_DFL);
-        std::signal(SIGTERM, SIG_DFL);
+        for (std::size_t i = 0; i < std::size(kSignals); ++i) std::signal(kSignals[i], before[i]);
         interrupted = nullptr;
     }
+    using Handler = void (*)(int);
+    Handler before[std::size(kSignals)] = {};
 };
 
 // The show command's console: every highlight is a line on standard output
@@ -129,6 +135,11 @@ int runMailTest(const SettingsOptions& options) {
 // with its pages, captured name and mail status (null when not mailed), and
 // the counts.
 std::string jsonReport(const BatchResult& result) {
+    // A byte that is not UTF-8 in a path is shown replaced: the document
+    // stays JSON.
+    const auto jsonString = [](const std::string& text) {
+        return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
     std::string json = "{\n  \"rows\": [";
     for (std::size_t i = 0; i < result.rows.size(); ++i) {
         const BatchRow& row = result.rows[i];
@@ -154,8 +165,8 @@ std::string jsonReport(const BatchResult& result) {
 }
 
 // 1 when a row failed or the run was refused; 3 when every row is "Done"
-// but a range or a mail failed, a document gave no range, or the run was
-// stopped; 0 when all was done.
+// but a range or a mail failed, a document gave no range or was not read to
+// its end, or the run was stopped; 0 when all was done.
 int exitStatus(const BatchResult& result) {
     bool left = false;
     for (const auto& row : result.rows) {
@@ -165,7 +176,7 @@ int exitStatus(const BatchResult& result) {
     }
     if (!result.completed && !result.stopped) return 1;
     const bool warned = result.stopped || left || result.rangesFailed > 0 || result.mailsFailed > 0 ||
-                        result.documentsWithoutRanges > 0;
+                        result.documentsWithoutRanges > 0 || result.scansFailed > 0;
     return warned ? 3 : 0;
 }
 
@@ -195,8 +206,10 @@ int reportResult(const BatchResult& result, ConsoleInterface& ui, bool json, boo
     std::string summary = ui.writtenSummary();
     if (result.rangesFailed > 0) summary += "; " + std::to_string(result.rangesFailed) + " save(s) failed";
     if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
+    if (result.scansFailed > 0) summary += "; " + std::to_string(result.scansFailed) + " scan(s) failed";
     // Quiet, the line is left out unless something failed.
-    if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0) std::cerr << summary << "\n";
+    if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0 || result.scansFailed > 0)
+        std::cerr << summary << "\n";
     return std::cout ? exitStatus(result) : 1;
 }
 
@@ -219,13 +232,13 @@ std::filesystem::path shardResultPath(const std::string& plan, int shard, int sh
     return plan + ".shard-" + std::to_string(shard) + "-of-" + std::to_string(shards) + ".json";
 }
 
-// Writes a JSON document whole or not at all.
-bool writeJson(const std::filesystem::path& path, const JsonValue& json) {
+// Writes a document whole or not at all.
+bool writeDocument(const std::filesystem::path& path, const std::string& text) {
     // Shards on several machines write beside one another: the name of the
     // file written sets the temporary name apart, not the process alone.
+    removeStaleTemporaries(path.parent_path());
     const auto temporary =
         temporaryBeside(path, static_cast<std::uint32_t>(std::hash<std::string>{}(pathText(path.filename()))));
-    const std::string text = json.text() + "\n";
     FileHandle file = openFile(temporary, "wb");
     const bool written =
         file && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fclose(file.release()) == 0;
@@ -238,15 +251,24 @@ bool writeJson(const std::filesystem::path& path, const JsonValue& json) {
     return true;
 }
 
-std::optional<JsonValue> readJson(const std::filesystem::path& path, const char* what) {
+// Reads a plan or a shard's result with `read`; none, said on standard
+// error, when it cannot be read or is not one. These say which files to
+// write: one that someone else may have written is not followed.
+template <typename Read>
+auto readDocument(const std::filesystem::path& path, const char* what, Read read)
+    -> std::optional<decltype(read(std::string_view()))> {
+    if (const auto why = notOwnedAlone(path)) {
+        std::cerr << "vellira-batch apply: refused the " << what << " '" << pathText(path) << "': " << *why << "\n";
+        return std::nullopt;
+    }
     const auto text = readWholeFile(path);
     if (!text) {
         std::cerr << "vellira-batch apply: cannot read the " << what << " '" << pathText(path) << "'\n";
         return std::nullopt;
     }
     try {
-        return parseJson(*text);
-    } catch (const JsonError& error) {
+        return read(*text);
+    } catch (const PlanError& error) {
         std::cerr << "vellira-batch apply: '" << pathText(path) << "': " << error.what() << "\n";
         return std::nullopt;
     }
@@ -270,8 +292,13 @@ int runPlan(const PlanOptions& options) {
         plan = planBatch(job, host, ui);
     }
     ui.endProgress();
-    if (!writeJson(options.output, planJson(plan))) {
-        std::cerr << "vellira-batch plan: cannot write '" << options.output << "'\n";
+    try {
+        if (!writeDocument(options.output, planText(plan))) {
+            std::cerr << "vellira-batch plan: cannot write '" << options.output << "'\n";
+            return 1;
+        }
+    } catch (const PlanError& error) {
+        std::cerr << "vellira-batch plan: cannot write '" << options.output << "': " << error.what() << "\n";
         return 1;
     }
     if (!options.split.quiet)
@@ -281,21 +308,11 @@ int runPlan(const PlanOptions& options) {
 }
 
 int runApply(const ApplyOptions& options) {
-    // A plan says which files to write: one that anybody may change is not
-    // followed.
-    struct stat status {};
-    if (::stat(options.plan.c_str(), &status) == 0 && (status.st_mode & S_IWOTH)) {
-        std::cerr << "vellira-batch apply: every user of this machine can change the plan '" << options.plan
-                  << "'; make it theirs alone first (chmod o-w)\n";
-        return 1;
-    }
-    const auto json = readJson(options.plan, "plan");
-    if (!json) return 1;
-    BatchPlan plan;
-    try {
-        plan = planFromJson(*json);
-    } catch (const JsonError& error) {
-        std::cerr << "vellira-batch apply: '" << options.plan << "': " << error.what() << "\n";
+    auto read = readDocument(options.plan, "plan", planFromText);
+    if (!read) return 1;
+    const BatchPlan plan = std::move(*read);
+    if (const auto why = pathOutsideItsJob(plan)) {
+        std::cerr << "vellira-batch apply: refused the plan '" << options.plan << "': " << *why << "\n";
         return 1;
     }
     ConsoleInterface ui(options.yes, options.quiet);
@@ -317,7 +334,7 @@ int runApply(const ApplyOptions& options) {
         }
         ui.endProgress();
         if (ui.cancelled()) return 3;
-        if (!writeJson(shardResultPath(options.plan, shard, shards), shardJson(result))) {
+        if (!writeDocument(shardResultPath(options.plan, shard, shards), shardText(result))) {
             std::cerr << "vellira-batch apply: cannot write '" << pathText(shardResultPath(options.plan, shard, shards))
                       << "'\n";
             return 1;
@@ -345,14 +362,9 @@ int runApply(const ApplyOptions& options) {
         count = found;
     }
     for (int shard = 1; shard <= count; ++shard) {
-        const auto result = readJson(shardResultPath(options.plan, shard, count), "shard result");
+        auto result = readDocument(shardResultPath(options.plan, shard, count), "shard result", shardFromText);
         if (!result) return 1;
-        try {
-            shards.push_back(shardFromJson(*result));
-        } catch (const JsonError& failed) {
-            std::cerr << "vellira-batch apply: shard " << shard << ": " << failed.what() << "\n";
-            return 1;
-        }
+        shards.push_back(std::move(*result));
     }
     if (count == 0 && !plan.writes.empty()) {
         std::cerr << "vellira-batch apply: no shard of this plan has been written; run 'apply PLAN --shard I/N' "

@@ -5,7 +5,6 @@
 #else
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -15,6 +14,7 @@
 #endif
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -72,37 +72,98 @@ FileHandle openFile(const std::filesystem::path& path, const char* mode) {
 
 namespace {
 
+// ".vellira-" HOST "-" PROCESS "-" STARTED "-" UNIQUE ".tmp", in hexadecimal
+// digits of fixed length.
 constexpr std::string_view kTemporaryStart = ".vellira-";
 constexpr std::string_view kTemporaryEnd = ".tmp";
-constexpr std::size_t kTemporaryLength = 9 + 8 + 1 + 8 + 4;
+constexpr std::size_t kTemporaryLength = 9 + 8 + 1 + 8 + 1 + 16 + 1 + 8 + 4;
 
-long processId() {
-    // Asked for every file saved: taken once, it never changes.
-#ifdef _WIN32
-    static const long id = static_cast<long>(GetCurrentProcessId());
-#else
-    static const long id = static_cast<long>(::getpid());
-#endif
-    return id;
-}
-
-bool processRuns(long pid) {
+// When a process started, in the system's own units: 0 when it runs but the
+// system does not say when it started, none when it does not run.
+std::optional<std::uint64_t> processStarted(std::uint32_t pid) {
 #ifdef _WIN32
     HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(pid));
-    if (!process) return false;
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED ? std::optional<std::uint64_t>(0) : std::nullopt;
+    std::optional<std::uint64_t> started;
+    DWORD code = 0;
+    FILETIME created, exited, kernel, user;
+    if (GetExitCodeProcess(process, &code) && code == STILL_ACTIVE)
+        started = GetProcessTimes(process, &created, &exited, &kernel, &user)
+                      ? (static_cast<std::uint64_t>(created.dwHighDateTime) << 32) | created.dwLowDateTime
+                      : 0;
     CloseHandle(process);
-    return true;
+    return started;
 #else
-    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH;
+    // Linux says it in the 22nd field of /proc/PID/stat (clock ticks since
+    // boot), after a command name that ends at the line's last ')'.
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (std::getline(stat, line) && line.rfind(')') != std::string::npos) {
+        std::istringstream fields(line.substr(line.rfind(')') + 1));
+        std::string field;
+        for (int number = 3; number <= 22 && fields >> field; ++number)
+            if (number == 22) return std::strtoull(field.c_str(), nullptr, 10);
+    }
+    if (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) return 0;
+    return std::nullopt;
 #endif
+}
+
+// The run a temporary file's name names; none for any other name.
+std::optional<RunIdentity> temporaryRun(std::string_view name) {
+    if (name.size() != kTemporaryLength || !name.starts_with(kTemporaryStart) || !name.ends_with(kTemporaryEnd))
+        return std::nullopt;
+    const auto hex = [&](std::size_t at, std::size_t digits, auto& value) {
+        const char* end = name.data() + at + digits;
+        const auto [stop, error] = std::from_chars(name.data() + at, end, value, 16);
+        return error == std::errc() && stop == end && (*end == '-' || *end == '.');
+    };
+    RunIdentity run;
+    std::uint32_t unique = 0;
+    if (!hex(9, 8, run.host) || !hex(18, 8, run.process) || !hex(27, 16, run.started) || !hex(44, 8, unique))
+        return std::nullopt;
+    return run;
+}
+
+// Whether the run is known to have ended: only a run of this host can be
+// looked up, and a process that runs under its id but started at another
+// time is another process.
+bool runEnded(const RunIdentity& run) {
+    if (run.host != thisRun().host) return false;
+    const auto started = processStarted(run.process);
+    return !started || (*started != 0 && run.started != 0 && *started != run.started);
 }
 
 }  // namespace
 
-std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique) {
+const RunIdentity& thisRun() {
+    // Taken once: nothing of it changes while the process runs.
+    static const RunIdentity run = [] {
+        RunIdentity identity;
+        char name[256] = "";
+#ifdef _WIN32
+        DWORD size = sizeof name;
+        GetComputerNameA(name, &size);
+        identity.process = static_cast<std::uint32_t>(GetCurrentProcessId());
+#else
+        ::gethostname(name, sizeof name - 1);
+        identity.process = static_cast<std::uint32_t>(::getpid());
+#endif
+        identity.host = 2166136261u;  // FNV-1a
+        for (const char* c = name; *c; ++c)
+            identity.host = (identity.host ^ static_cast<unsigned char>(*c)) * 16777619u;
+        identity.started = processStarted(identity.process).value_or(0);
+        return identity;
+    }();
+    return run;
+}
+
+std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique,
+                                      const RunIdentity& run) {
     char name[kTemporaryLength + 1];
-    std::snprintf(name, sizeof name, ".vellira-%08lx-%08lx.tmp", static_cast<unsigned long>(processId()) & 0xFFFFFFFFul,
-                  static_cast<unsigned long>(unique));
+    std::snprintf(name, sizeof name, ".vellira-%08x-%08x-%016llx-%08x.tmp", static_cast<unsigned>(run.host),
+                  static_cast<unsigned>(run.process), static_cast<unsigned long long>(run.started),
+                  static_cast<unsigned>(unique));
     return target.parent_path() / name;
 }
 
@@ -115,36 +176,17 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
     return bytes.str();
 }
 
-bool isTemporaryName(const std::filesystem::path& path) {
-    const std::string name = pathText(path.filename());
-    return name.size() == kTemporaryLength && name.starts_with(kTemporaryStart) && name.ends_with(kTemporaryEnd);
-}
+bool isTemporaryName(const std::filesystem::path& path) { return temporaryRun(pathText(path.filename())).has_value(); }
 
 void removeStaleTemporaries(const std::filesystem::path& folder) {
     std::error_code error;
     for (auto it = std::filesystem::directory_iterator(folder.empty() ? "." : folder, error);
          !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
-        const std::string name = pathText(it->path().filename());
-        if (!isTemporaryName(it->path())) continue;
-        const long pid = std::strtol(name.substr(kTemporaryStart.size(), 8).c_str(), nullptr, 16);
+        const auto run = temporaryRun(pathText(it->path().filename()));
         std::error_code ignored;
-        if (pid > 0 && !processRuns(pid) && it->is_regular_file(ignored)) std::filesystem::remove(it->path(), ignored);
+        if (run && runEnded(*run) && it->is_regular_file(ignored) && !it->is_symlink(ignored))
+            std::filesystem::remove(it->path(), ignored);
     }
-}
-
-FolderLock::FolderLock(const std::filesystem::path& folder) {
-#ifndef _WIN32
-    fd_ = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd_ >= 0) ::flock(fd_, LOCK_EX);
-#else
-    static_cast<void>(folder);
-#endif
-}
-
-FolderLock::~FolderLock() {
-#ifndef _WIN32
-    if (fd_ >= 0) ::close(fd_);  // closing releases the lock
-#endif
 }
 
 bool isPlainFileOrMissing(const std::filesystem::path& path) {
@@ -174,5 +216,53 @@ bool FileSet::contains(const std::filesystem::path& path) const {
     return !ids_.empty() && ::stat(path.c_str(), &status) == 0 && ids_.count({status.st_dev, status.st_ino}) > 0;
 }
 #endif
+
+std::optional<std::string> notOwnedAlone(const std::filesystem::path& file) {
+#ifdef _WIN32
+    static_cast<void>(file);
+    return std::nullopt;
+#else
+    std::error_code error;
+    const auto real = std::filesystem::canonical(file, error);
+    if (error) return std::nullopt;
+    const uid_t me = ::geteuid();
+    for (auto at = real;; at = at.parent_path()) {
+        struct stat status {};
+        const bool folder = at != real;
+        const std::string named = (folder ? "the folder '" : "'") + pathText(at) + "'";
+        if (::stat(at.c_str(), &status) != 0) return named + " cannot be looked at";
+        if (status.st_uid != me && status.st_uid != 0) return named + " belongs to another user";
+        if ((status.st_mode & (S_IWGRP | S_IWOTH)) && !(folder && (status.st_mode & S_ISVTX)))
+            return named + " may be written by " + ((status.st_mode & S_IWOTH) ? "every user" : "its group") +
+                   (folder ? " and has no sticky bit" : "");
+        if (at == at.parent_path()) return std::nullopt;
+    }
+#endif
+}
+
+bool FolderBounds::liesInside(std::string_view path, std::string_view folder) {
+    const auto separator = [](char c) { return c == '/' || c == std::filesystem::path::preferred_separator; };
+    if (folder.empty() || path.size() <= folder.size() || !path.starts_with(folder) ||
+        !(separator(folder.back()) || separator(path[folder.size()])))
+        return false;
+    for (const auto& part : pathFromText(path.substr(folder.size())))
+        if (part == "..") return false;
+    // The file itself may be a link: outputs replace what stands at their
+    // name rather than write through it.
+    const auto& base = real(std::string(folder));
+    const auto& at = real(pathText(pathFromText(path).parent_path()));
+    if (base.empty() || at.empty()) return false;
+    const auto relative = at.lexically_relative(base);
+    return !relative.empty() && *relative.begin() != "..";
+}
+
+const std::filesystem::path& FolderBounds::real(const std::string& folder) {
+    const auto known = real_.find(folder);
+    if (known != real_.end()) return known->second;
+    std::error_code error;
+    auto resolved = std::filesystem::absolute(pathFromText(folder), error);
+    if (!error) resolved = std::filesystem::weakly_canonical(resolved, error);
+    return real_[folder] = error ? std::filesystem::path() : resolved;
+}
 
 }  // namespace vellira

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -47,31 +48,32 @@ using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
 // opened for writing is never reached through a link planted at its name.
 FileHandle openFile(const std::filesystem::path& path, const char* mode);
 
+// What tells the run that wrote a temporary file from every other run that
+// writes into the same folder, on this host or another sharing the folder:
+// its host, its process, and when that process started (so that a process
+// id used again later is not taken for the run).
+struct RunIdentity {
+    std::uint32_t host = 0;     // a hash of the host's name
+    std::uint32_t process = 0;  // its process id
+    std::uint64_t started = 0;  // the process's start, in the system's own units; 0 when unknown
+};
+// This process's identity.
+const RunIdentity& thisRun();
+
 // The temporary file a file is written into before it is renamed into place:
-// beside it, under a short name of fixed length (".vellira-PID-UNIQUE.tmp")
-// that names the process writing it.
-std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique);
+// beside it, under a short name of fixed length
+// (".vellira-HOST-PROCESS-STARTED-UNIQUE.tmp") that names the run writing it.
+std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique,
+                                      const RunIdentity& run = thisRun());
 // Whether a path names such a temporary file.
 bool isTemporaryName(const std::filesystem::path& path);
 
 // A whole file's bytes; none when it cannot be read.
 std::optional<std::string> readWholeFile(const std::filesystem::path& path);
-// Removes from a folder the temporary files of processes that no longer run
-// (left by a run that was killed).
+// Removes from a folder the temporary files left by runs of this host that
+// no longer run (killed before they could tidy up). Those of live runs, of
+// other hosts and every other file are left alone.
 void removeStaleTemporaries(const std::filesystem::path& folder);
-
-// Holds a folder for this process alone while it lives, against other
-// processes that hold it too (appends of two runs to one output file).
-class FolderLock {
-public:
-    explicit FolderLock(const std::filesystem::path& folder);
-    ~FolderLock();
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int fd_ = -1;
-};
 
 // Whether nothing, or a plain file (or a link to one), stands at a path.
 bool isPlainFileOrMissing(const std::filesystem::path& path);
@@ -91,6 +93,28 @@ private:
 #else
     std::set<std::pair<std::uintmax_t, std::uintmax_t> > ids_;  // device, inode
 #endif
+};
+
+// Why a file that says what this process writes (a plan) may have been
+// written by someone else: the rule it breaks, naming the file or the folder.
+// None when the file and every folder above it belong to this user or to
+// root and no one else may write them; a folder others may write is fine
+// with its sticky bit (as /tmp has it), where only a file's owner may replace
+// it. Nothing is checked on Windows, nor for a file that is not there.
+std::optional<std::string> notOwnedAlone(const std::filesystem::path& file);
+
+// Whether paths lie inside folders: spelled under the folder with no ".."
+// after it, and under it still once the links on the way are followed. What
+// it resolved is kept, for many paths in a few folders.
+class FolderBounds {
+public:
+    bool liesInside(std::string_view path, std::string_view folder);
+
+private:
+    // A folder's path as written, and where it really is (empty when that
+    // cannot be told).
+    const std::filesystem::path& real(const std::string& folder);
+    std::map<std::string, std::filesystem::path, std::less<>> real_;
 };
 
 }  // namespace vellira

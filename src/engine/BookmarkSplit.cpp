@@ -72,6 +72,7 @@ void SplitEngine::splitAtBookmarks() {
         walk.visit(host.bookmarkRoot(doc.source), 0);
     } catch (const HostError&) {
         ui.note("error! please check your bookmarks are valid.");
+        ++run.scansFailed;
     }
     if (!doc.g_szBuf.empty() && doc.lStartPage >= 0 && !ui.cancelled()) {
         doc.lEndPage = std::max(doc.totalPages - 1, doc.lStartPage);

@@ -107,8 +107,8 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
     if (text.find("[EXTRACTTEXTDIR]") != std::string::npos) {
         std::error_code ignored;
         if (makeFolders)
-            std::filesystem::create_directory(host_.makeHostPath(outputFolder() + kSeparator + std::string(cleaned)),
-                                              ignored);
+            std::filesystem::create_directory(
+                host_.makeHostPath(outputFolder(settings_) + kSeparator + std::string(cleaned)), ignored);
         replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
     }
     replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));
@@ -172,7 +172,7 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
     const std::string body = cutBody(cleaned, true);
     szOutFilenameLine = cutBody(szOutFilenameLine, false);
 
-    const std::string head = outputFolder() + kSeparator + prefix;
+    const std::string head = outputFolder(settings_) + kSeparator + prefix;
     switch (*mode) {
         case FilenameMode::PageStart: result_ = head + std::to_string(range.start + 1L) + postfix + ".pdf"; break;
         case FilenameMode::PageStartEnd:
@@ -192,12 +192,12 @@ const std::string& FilenameComposer::AquireFilename(std::string_view capture, st
     return result_;
 }
 
-std::string FilenameComposer::outputFolder() const {
-    if (!settings_.SPLITTOSOURCE) return settings_.OUTPUTDIR;
+std::string outputFolder(const SplitSettings& settings) {
+    if (!settings.SPLITTOSOURCE) return settings.OUTPUTDIR;
     // Beside the source: its folder as written, or the current folder for a
     // bare file name.
-    const auto cut = settings_.FILENAME.find_last_of(kSeparator == '/' ? "/" : "\\/");
-    return cut == std::string::npos ? std::string(".") : settings_.FILENAME.substr(0, cut == 0 ? 1 : cut);
+    const auto cut = settings.FILENAME.find_last_of(kSeparator == '/' ? "/" : "\\/");
+    return cut == std::string::npos ? std::string(".") : settings.FILENAME.substr(0, cut == 0 ? 1 : cut);
 }
 
 std::string FilenameComposer::GetPos(std::string_view text, int firstPage, int lastPage) {

@@ -75,8 +75,6 @@ public:
     std::string GetDataFromPDF2(int horizStart, int horizEnd, int vertStart, int vertEnd, int pageStart, int pageEnd);
 
 private:
-    // OUTPUTDIR, or the source's own folder with SPLITTOSOURCE.
-    std::string outputFolder() const;
     void expandMacros(std::string& text, std::string_view cleaned, const NameRange& range);
     std::string cutBody(std::string text, bool stripEnd) const;
 
@@ -87,6 +85,10 @@ private:
     PageWordStore store_;  // the words of the pages a "[POS" token reads
     std::string result_;
 };
+
+// The folder a source's outputs go to (the names may add a folder of their
+// own under it): OUTPUTDIR, or the source's own folder with SPLITTOSOURCE.
+std::string outputFolder(const SplitSettings& settings);
 
 // The title of a source file: its name without folder and without a final
 // ".pdf" (any case).

@@ -1,6 +1,7 @@
 // Writing one page range: a new PDF of the source's pages (or a split list
 // line), its report lines, its e-mail entry, and the save that never leaves a
 // half-written file behind.
+#include "core/FileLock.h"
 #include "core/Text.h"
 #include "engine/SplitEngine.h"
 
@@ -273,10 +274,10 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     if (run.tidiedFolders.insert(pathText(hostPath.parent_path())).second)
         removeStaleTemporaries(hostPath.parent_path());
     // Appends of two runs to one output are one after the other: the old
-    // file is read and the new one saved under the folder's lock.
-    std::optional<FolderLock> appending;
-    if (settings.ALWAYSAPPEND) appending.emplace(hostPath.parent_path());
-    const bool append = settings.ALWAYSAPPEND && there;
+    // file is read and the new one saved under the output's lock.
+    std::optional<FileLock> appending;
+    if (settings.ALWAYSAPPEND) appending.emplace(hostPath);
+    const bool append = appending && appending->fileThere();
     appended = append;
     DocHandle target;
     try {
@@ -314,6 +315,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     // An output appended to is saved again even when this range's pages
     // could not be added; the range still counts as failed.
     const bool saved = SavePDDoc(target, outFile);
+    appending.reset();
     waitWhileInUse(ui, hostPath, false);
     if (!saved || !inserted) {
         ++run.rangesFailed;

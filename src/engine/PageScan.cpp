@@ -33,7 +33,7 @@ bool SplitEngine::beginRun(const std::tm& now) {
     composer.runTime = now;
     composer.sequence = 0;
     match = MatchState{};
-    run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = 0;
+    run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = run.scansFailed = 0;
     run.written.clear();
     run.outputs.clear();
     run.outputIndex.clear();
@@ -179,6 +179,7 @@ void SplitEngine::scan(ScanView view) {
         pages = host.pageCount(doc.source);
     } catch (const HostError& error) {
         ui.note("Abort!! Find Word Error message: " + error.text());
+        ++run.scansFailed;
         return;
     }
     doc.totalPages = pages;
@@ -220,6 +221,7 @@ void SplitEngine::scan(ScanView view) {
             text = &doc.recent.add(reader->read(page));
         } catch (const HostError& error) {
             ui.note("Abort!! Find Word Error message: " + error.text());
+            ++run.scansFailed;
             return;
         }
         pageRotation_ = text->rotation;

@@ -67,6 +67,7 @@ struct RunState {
     int filesWritten = 0;            // PDFs saved
     int rangesFailed = 0;            // ranges whose PDF could not be made or saved
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
+    int scansFailed = 0;             // documents whose scan a host error ended early: later ranges not written
     // Every output saved in this run, in the order first saved, with the
     // pages and the name of its last range.
     std::vector<PlannedRange> outputs;

@@ -3,10 +3,10 @@
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
 
+#include <cerrno>
 #include <system_error>
 
 #ifndef _WIN32
-#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -21,12 +21,6 @@ std::string printable(std::string_view text) {
     for (char& c : out)
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
     return out;
-}
-
-// Writes text to a report and answers its length.
-long put(std::FILE* file, const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), file);
-    return static_cast<long>(text.size());
 }
 
 std::string stamp(const char* format, const std::tm& when) {
@@ -60,50 +54,93 @@ ReportPaths reportPaths(const SplitSettings& settings, std::string_view source) 
 
 namespace {
 
-void removeEarlierTextReport(const std::filesystem::path& text) {
-    if (text == nullDevice()) return;
-    std::error_code ignored;
-    std::filesystem::remove(text, ignored);
-    // Also a copy the system redirected into the user's own folder.
+// A copy of a report that the system redirected into the user's own folder
+// would be shown instead of the new report.
+void removeRedirectedCopy(const std::filesystem::path& report) {
     std::string copy;
-    if (redirectedCopy(pathText(text), copy) == 0) std::filesystem::remove(copy, ignored);
+    std::error_code ignored;
+    if (redirectedCopy(pathText(report), copy) == 0) std::filesystem::remove(copy, ignored);
 }
 
 }  // namespace
 
+bool StagedFile::open(const std::filesystem::path& path, std::uint32_t& unique) {
+    discard();
+    path_ = path;
+    error_ = 0;
+    if (path == nullDevice()) {
+        file_.reset(std::fopen(pathText(path).c_str(), "wb"));
+        return isOpen();
+    }
+    // A folder or a pipe at the name is never replaced.
+    if (!isPlainFileOrMissing(path)) return false;
+    std::error_code ignored;
+    do temporary_ = temporaryBeside(path, unique++);
+    while (std::filesystem::exists(temporary_, ignored));
+    file_ = openFile(temporary_, "wb");
+    if (!file_) temporary_.clear();
+    return isOpen();
+}
+
+long StagedFile::put(std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() && error_ == 0)
+        error_ = errno != 0 ? errno : EIO;
+    return static_cast<long>(text.size());
+}
+
+bool StagedFile::close(RunInterface& ui) {
+    if (!file_) return true;
+    int error = error_;
+    if ((std::fflush(file_.get()) != 0 || std::ferror(file_.get())) && error == 0) error = errno != 0 ? errno : EIO;
+#ifndef _WIN32
+    // A line taken back and overwritten by a shorter one must not leave the
+    // tail of the longer one behind.
+    const long end = std::ftell(file_.get());
+    if (!temporary_.empty() && error == 0 && (end < 0 || ::ftruncate(::fileno(file_.get()), end) != 0)) error = errno;
+#endif
+    if (std::fclose(file_.release()) != 0 && error == 0) error = errno;
+    return error == 0 || fail(ui, std::generic_category().message(error));
+}
+
+bool StagedFile::putInPlace(RunInterface& ui) {
+    if (temporary_.empty()) return true;
+    std::error_code failed;
+    std::filesystem::rename(temporary_, path_, failed);
+    if (failed) return fail(ui, failed.message());
+    temporary_.clear();
+    return true;
+}
+
+void StagedFile::discard() {
+    file_.reset();
+    std::error_code ignored;
+    if (!temporary_.empty()) std::filesystem::remove(temporary_, ignored);
+    temporary_.clear();
+}
+
+bool StagedFile::fail(RunInterface& ui, const std::string& reason) {
+    discard();
+    ui.note("file error! can't finish writing file: " + pathText(path_) + " (" + reason + ")");
+    return false;
+}
+
 bool Reports::open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui,
-                   std::optional<std::uint32_t> staging) {
+                   std::uint32_t& unique) {
     const auto paths = reportPaths(settings, source);
-    staged_.clear();
-    if (!staging) removeEarlierTextReport(paths.text);
-    // A report switched off is written to the null device, the one file
-    // here that is not a plain one. A staged report is written under a
-    // temporary name beside its own.
-    const auto openReport = [&](const std::filesystem::path& path) {
-        if (path == nullDevice()) return FileHandle(std::fopen(pathText(path).c_str(), "wb"));
-        if (!staging) return openFile(path, "wb");
-        const auto temporary = temporaryBeside(path, (*staging)++);
-        staged_.emplace_back(temporary, path);
-        return openFile(temporary, "wb");
-    };
-    text_ = openReport(paths.text);
-    csv_ = openReport(paths.csv);
-    for (const auto* failed : {text_ ? nullptr : &paths.text, csv_ ? nullptr : &paths.csv}) {
-        if (!failed) continue;
-        text_.reset();
-        csv_.reset();
+    if (!text_.open(paths.text, unique) || !csv_.open(paths.csv, unique)) {
+        const auto& failed = text_.isOpen() ? paths.csv : paths.text;
         discardStaged();
-        ui.note("file error! can't write to report file: " + pathText(*failed));
+        ui.note("file error! can't write to report file: " + pathText(failed));
         return false;
     }
     const std::string date = stamp("%m/%d/%y", now);
     const std::string time = stamp("%H:%M:%S", now);
     const std::string version(kVersionText);
-    put(text_.get(), "\t\t\t\tVellira " + version + " Report\t\t\t" + date + " " + time + "\r\n\r\n");
-    put(text_.get(), "\tPDF Filename: " + padRight(source, 30) + "\r\n\tFind: " + settings.FINDSTRING + "\r\n\r\n");
-    put(csv_.get(), "Vellira Batch " + version + " Report,," + date + "," + time + "\r\n\r\n");
-    put(csv_.get(), "PDF Filename:," + padRight(source, 30) + "\r\nFind:," + settings.FINDSTRING + "\r\n\r\n");
-    put(csv_.get(), "Start Page,End Page,Matched,Output File\r\n");
+    text_.put("\t\t\t\tVellira " + version + " Report\t\t\t" + date + " " + time + "\r\n\r\n");
+    text_.put("\tPDF Filename: " + padRight(source, 30) + "\r\n\tFind: " + settings.FINDSTRING + "\r\n\r\n");
+    csv_.put("Vellira Batch " + version + " Report,," + date + "," + time + "\r\n\r\n");
+    csv_.put("PDF Filename:," + padRight(source, 30) + "\r\nFind:," + settings.FINDSTRING + "\r\n\r\n");
+    csv_.put("Start Page,End Page,Matched,Output File\r\n");
     g_nWrittenRep = csvWritten_ = 0;
     return true;
 }
@@ -113,13 +150,13 @@ void Reports::rangeLine(int first, int last, std::string_view name, std::string_
     const std::string to = padRight(std::to_string(last), 2);
     const std::string shown = padRight(printable(name), 30);
     const std::string path = printable(output);
-    g_nWrittenRep = put(text_.get(), "Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + path + "\r\n");
+    g_nWrittenRep = text_.put("Page: " + from + " - " + to + "\t" + shown + "\tOutput file:" + path + "\r\n");
     // A spreadsheet takes a cell opening with = + - @ for a formula.
     const auto cell = [](const std::string& text) {
         return !text.empty() && std::string_view("=+-@").find(text.front()) != std::string_view::npos ? "'" + text
                                                                                                       : text;
     };
-    csvWritten_ = put(csv_.get(), from + "," + to + "," + cell(shown) + "," + cell(path) + "\r\n");
+    csvWritten_ = csv_.put(from + "," + to + "," + cell(shown) + "," + cell(path) + "\r\n");
 }
 
 void Reports::takeBack() {
@@ -129,63 +166,48 @@ void Reports::takeBack() {
 
 void Reports::footer(int files, int ranges) {
     const std::string count = std::to_string(files == 0 && ranges > 0 ? 1 : files);
-    put(text_.get(), "\r\n\t" + count + " PDF file(s)\r\n");
-    put(csv_.get(), "\r\n," + count + ", PDF file(s)\r\n");
+    text_.put("\r\n\t" + count + " PDF file(s)\r\n");
+    csv_.put("\r\n," + count + ", PDF file(s)\r\n");
+}
+
+int Reports::close(RunInterface& ui) { return !text_.close(ui) + !csv_.close(ui); }
+
+int Reports::putStagedInPlace(RunInterface& ui) {
+    if (!text_.temporary().empty()) removeRedirectedCopy(text_.path());
+    return !text_.putInPlace(ui) + !csv_.putInPlace(ui);
 }
 
 void Reports::discardStaged() {
-    std::error_code ignored;
-    for (const auto& [temporary, report] : staged_) std::filesystem::remove(temporary, ignored);
-    staged_.clear();
+    text_.discard();
+    csv_.discard();
 }
 
-void Reports::putStagedInPlace() {
-    for (const auto& [temporary, report] : staged_) {
-        if (report.extension() == ".txt") removeEarlierTextReport(report);
-        std::error_code ignored;
-        std::filesystem::rename(temporary, report, ignored);
-    }
-    staged_.clear();
+std::vector<std::pair<std::filesystem::path, std::filesystem::path>> Reports::staged() const {
+    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged;
+    for (const StagedFile* report : {&text_, &csv_})
+        if (!report->temporary().empty()) staged.emplace_back(report->temporary(), report->path());
+    return staged;
 }
 
-void Reports::close() {
-    // A line taken back and overwritten by a shorter one must not leave the
-    // tail of the longer one behind.
-    for (File* report : {&text_, &csv_}) {
-        if (!*report) continue;
-        std::fflush(report->get());
-#ifndef _WIN32
-        const int fd = ::fileno(report->get());
-        struct stat status;
-        if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-            const long end = std::ftell(report->get());
-            if (end >= 0 && ::ftruncate(fd, end) != 0) {
-                // Nothing to do: the file keeps its old tail, as it would have anyway.
-            }
-        }
-#endif
-        report->reset();
-    }
-}
-
-bool SplitList::open(std::string_view filename, RunInterface& ui) {
+bool SplitList::open(std::string_view filename, RunInterface& ui, std::uint32_t& unique) {
     const std::string path = std::string(filename) + "_splitlist.spl";
-    file_ = openFile(pathFromText(path), "wb");
-    if (!file_) ui.note("Unable to write to file: " + path);
-    return file_ != nullptr;
+    if (file_.open(pathFromText(path), unique)) return true;
+    ui.note("Unable to write to file: " + path);
+    return false;
 }
 
 void SplitList::line(std::string_view source, int first, int last, int sourcePages, std::string_view output,
                      bool keepBookmarks) {
-    if (!file_) return;
+    if (!file_.isOpen()) return;
     const auto cut = output.find_last_of(std::filesystem::path::preferred_separator);
     const std::string_view folder = cut == std::string_view::npos ? std::string_view() : output.substr(0, cut + 1);
     std::string_view name = cut == std::string_view::npos ? output : output.substr(cut + 1);
     name.remove_suffix(name.size() > 4 ? 4 : name.size());
-    put(file_.get(), std::string(source) + "; " + std::to_string(first) + "-" + std::to_string(last) + "; " +
-                         std::to_string(sourcePages) + "; Ready.; ; " + std::string(folder) + "; Y; ; " +
-                         (keepBookmarks ? "Y" : "N") + "; " + std::string(name) + " ;0\r\n");
-    std::fflush(file_.get());
+    file_.put(std::string(source) + "; " + std::to_string(first) + "-" + std::to_string(last) + "; " +
+              std::to_string(sourcePages) + "; Ready.; ; " + std::string(folder) + "; Y; ; " +
+              (keepBookmarks ? "Y" : "N") + "; " + std::string(name) + " ;0\r\n");
 }
+
+bool SplitList::close(RunInterface& ui) { return file_.close(ui) && file_.putInPlace(ui); }
 
 }  // namespace vellira

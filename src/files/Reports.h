@@ -11,7 +11,6 @@
 #include <ctime>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,16 +33,48 @@ struct ReportPaths {
 // characters. A report that is switched off goes to the null device.
 ReportPaths reportPaths(const SplitSettings& settings, std::string_view source);
 
-// The text and CSV reports of one source document.
+// A file written under a temporary name beside its own and put in place
+// only once written whole, so that a write that fails (a full disk, a
+// folder gone read-only) leaves the earlier file as it was. The null device
+// is written directly.
+class StagedFile {
+public:
+    // Opens the temporary of `path`, numbered from `unique` (moved past the
+    // number taken).
+    bool open(const std::filesystem::path& path, std::uint32_t& unique);
+    bool isOpen() const { return file_ != nullptr; }
+    // Writes text and answers its length.
+    long put(std::string_view text);
+    std::FILE* get() const { return file_.get(); }
+    // Ends the temporary where the last write ended and closes it. When
+    // anything failed, says "file error! can't finish writing file: PATH
+    // (REASON)", removes it and answers false.
+    bool close(RunInterface& ui);
+    // After close: the temporary replaces the file of its name; says so and
+    // answers false when it cannot.
+    bool putInPlace(RunInterface& ui);
+    void discard();
+    const std::filesystem::path& path() const { return path_; }
+    const std::filesystem::path& temporary() const { return temporary_; }
+
+private:
+    bool fail(RunInterface& ui, const std::string& reason);
+
+    FileHandle file_;
+    std::filesystem::path path_;
+    std::filesystem::path temporary_;  // none once put in place or removed
+    int error_ = 0;                    // of the first write that failed
+};
+
+// The text and CSV reports of one source document, each a staged file.
 class Reports {
 public:
-    // Deletes an earlier text report, opens both reports and writes their
-    // headers, stamped with `now`. Shows "file error! can't write to report
-    // file: %s" and answers false when either cannot be opened.
-    // With `staging`, both are written under temporary names (numbered from
-    // it) beside their own, and put in place by putStagedInPlace.
+    // Opens both reports under temporary names (numbered from `unique`) and
+    // writes their headers, stamped with `now`. Shows "file error! can't
+    // write to report file: %s" and answers false when either cannot be
+    // opened.
     bool open(const SplitSettings& settings, std::string_view source, const std::tm& now, RunInterface& ui,
-              std::optional<std::uint32_t> staging = std::nullopt);
+              std::uint32_t& unique);
     // One line per range written: 1-based first and last page, the captured
     // name and the output path.
     void rangeLine(int first, int last, std::string_view name, std::string_view output);
@@ -52,38 +83,40 @@ public:
     void takeBack();
     // The output-file count; 1 when ranges were handled but none was counted.
     void footer(int files, int ranges);
-    // Ends both files where the last write ended.
-    void close();
-    // After close: staged reports replace the reports of their names, or
-    // are removed.
-    void putStagedInPlace();
+    // Ends both files; answers how many could not be written whole (said,
+    // and their temporaries removed).
+    int close(RunInterface& ui);
+    // After close: the reports written whole replace the reports of their
+    // names; answers how many could not.
+    int putStagedInPlace(RunInterface& ui);
     void discardStaged();
-    // The staged reports: (temporary, report).
-    const std::vector<std::pair<std::filesystem::path, std::filesystem::path>>& staged() const { return staged_; }
+    // The reports still under their temporary names: (temporary, report).
+    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged() const;
 
 private:
-    using File = FileHandle;
-    File text_;
-    File csv_;
+    StagedFile text_;
+    StagedFile csv_;
     long g_nWrittenRep = 0;  // length of the last range line of the text report
     long csvWritten_ = 0;    // the same for the CSV report
-    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged_;  // temporary, report
 };
 
 // The split list of a run: one line per range instead of a PDF.
 class SplitList {
 public:
-    // Opens "FILENAME_splitlist.spl"; shows "Unable to write to file: " and
-    // the path, and answers false, when it cannot.
-    bool open(std::string_view filename, RunInterface& ui);
-    bool isOpen() const { return file_ != nullptr; }
+    // Opens "FILENAME_splitlist.spl" under a temporary name (numbered from
+    // `unique`); shows "Unable to write to file: " and the path, and answers
+    // false, when it cannot.
+    bool open(std::string_view filename, RunInterface& ui, std::uint32_t& unique);
+    bool isOpen() const { return file_.isOpen(); }
     // `first` and `last` 1-based; `output` the composed output path.
     void line(std::string_view source, int first, int last, int sourcePages, std::string_view output,
               bool keepBookmarks);
-    void close() { file_.reset(); }
+    // Ends the list and puts it in place; false, said, when it could not be
+    // written whole. Nothing to do when none is open.
+    bool close(RunInterface& ui);
 
 private:
-    FileHandle file_;
+    StagedFile file_;
 };
 
 }  // namespace vellira

@@ -291,6 +291,50 @@ void writeNewFile(fz_context* ctx, pdf_document* pdf, const std::filesystem::pat
     fz_catch(ctx) fz_rethrow(ctx);
 }
 
+// The pages MuPDF's page map takes from a tree it mapped without error: a
+// node whose kids are as many as its count are taken for pages as they are.
+// Each node is counted at most once per object the file holds, so a tree
+// that shares its nodes costs no more than the file.
+int mappedPages(fz_context* ctx, pdf_obj* node, int& budget) {
+    if (--budget < 0 || !pdf_name_eq(ctx, pdf_dict_get(ctx, node, PDF_NAME(Type)), PDF_NAME(Pages))) return 1;
+    pdf_obj* kids = pdf_dict_get(ctx, node, PDF_NAME(Kids));
+    const int n = pdf_array_len(ctx, kids);
+    if (n == pdf_dict_get_int(ctx, node, PDF_NAME(Count))) return n;
+    int pages = 0;
+    for (int i = 0; i < n && budget >= 0; ++i) pages += mappedPages(ctx, pdf_array_get(ctx, kids, i), budget);
+    return pages;
+}
+
+// Maps a source's page tree, for pages found in constant time. A tree that
+// cannot be mapped whole (a page object lost to a broken cross-reference
+// table) is mapped again once the file is repaired, when MuPDF has not
+// repaired it yet. False when it still cannot be: the pages are then found
+// one by one, as far as they can be. Throws MuPDF's error when not even the
+// first page can be found. A tree with fewer pages than its count claims is
+// not mapped either: MuPDF would leave the rest of its map unset.
+bool mapPageTree(fz_context* ctx, pdf_document* pdf, bool repairFirst = false) {
+    fz_try(ctx) {
+        if (repairFirst) pdf_repair_xref(ctx, pdf);
+        pdf_load_page_tree(ctx, pdf);
+        int budget = pdf_xref_len(ctx, pdf);
+        if (mappedPages(ctx, pdf_dict_getp(ctx, pdf_trailer(ctx, pdf), "Root/Pages"), budget) !=
+            pdf_count_pages(ctx, pdf)) {
+            pdf_drop_page_tree(ctx, pdf);
+            fz_throw(ctx, FZ_ERROR_GENERIC, "page tree holds fewer pages than its count");
+        }
+    }
+    fz_catch(ctx) {
+        if (!repairFirst && !pdf->repair_attempted) {
+            pdf->repair_attempted = 1;
+            return mapPageTree(ctx, pdf, true);
+        }
+        if (pdf_count_pages(ctx, pdf) <= 0) fz_rethrow(ctx);
+        pdf_lookup_page_obj(ctx, pdf, 0);
+        return false;
+    }
+    return true;
+}
+
 // A MuPDF context of a host's own. Contexts that share nothing need no
 // locks: hosts on several threads then never wait on each other, not even
 // for memory, which MuPDF would otherwise take under one lock for all.
@@ -604,11 +648,12 @@ DocHandle MupdfHost::openFile(const std::filesystem::path& path, bool makeCurren
                 // A page count the file's objects cannot hold is not believed:
                 // a page map is as large as the count claims, whatever the
                 // file holds, so such a file is read page by page instead.
+                // A page tree that cannot be mapped (pages cut off, more kids
+                // than its count) is read page by page too, as far as its
+                // pages can be found. Sources are only read, so their page
+                // map stays valid while they are open.
                 const int claimed = pdf_count_pages(ctx, pdf);
-                pageMap = claimed >= 0 && claimed <= pdf_xref_len(ctx, pdf);
-                // A broken page tree fails here, not later. Sources are only
-                // read, so their page map stays valid while they are open.
-                if (pageMap) pdf_load_page_tree(ctx, pdf);
+                pageMap = claimed >= 0 && claimed <= pdf_xref_len(ctx, pdf) && mapPageTree(ctx, pdf);
                 // What is read so far (the catalog, the page tree, every page
                 // object) is kept for as long as the document is open: giving
                 // memory back later drops only what the pages' contents

@@ -1,5 +1,6 @@
 #include "mail/MailSender.h"
 
+#include "core/FileLock.h"
 #include "core/Platform.h"
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
@@ -43,7 +44,10 @@ std::string mailLogPath(const SplitSettings& s) {
 
 void appendToLog(const std::string& path, const std::string& text) {
     if (path.empty()) return;
-    if (FileHandle log = openFile(pathFromText(path), "ab")) std::fwrite(text.data(), 1, text.size(), log.get());
+    // Runs mailing at the same time share the log: each line goes in whole.
+    const auto file = pathFromText(path);
+    const FileLock held(file);
+    if (FileHandle log = openFile(file, "ab")) std::fwrite(text.data(), 1, text.size(), log.get());
 }
 
 #ifdef _WIN32

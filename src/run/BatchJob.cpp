@@ -63,6 +63,7 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.mailsSent = run.batch.mailsSent;
     result.mailsFailed = run.batch.mailsFailed;
     result.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
+    result.scansFailed = run.batch.run.scansFailed;
     result.outputs = run.batch.run.outputs;
     result.mails = run.batch.mailResults;
     result.stopped = ui.cancelled();

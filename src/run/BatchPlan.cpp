@@ -1,12 +1,21 @@
 #include "run/BatchPlan.h"
 
 #include "core/Text.h"
+#include "engine/FilenameComposer.h"
 #include "files/ParametersFile.h"
+#include "files/Reports.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <map>
 #include <numeric>
+#include <optional>
+#include <set>
+#include <unordered_set>
 
 namespace vellira {
 
@@ -17,131 +26,250 @@ constexpr int kPlanVersion = 1;
 // cached of it.
 constexpr int kReopenEvery = 100;
 
-std::size_t indexIn(const JsonValue& value, std::size_t size) {
-    const int index = value.integer();
-    if (index < 0 || static_cast<std::size_t>(index) >= size) throw JsonError("not a valid plan: no such row");
-    return static_cast<std::size_t>(index);
+using Json = nlohmann::json;
+
+// Report bytes as base64 text, and back (none for text that is not base64).
+std::string base64Encode(std::string_view bytes) {
+    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    out.reserve((bytes.size() + 2) / 3 * 4);
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::uint32_t group = static_cast<unsigned char>(bytes[i]) << 16;
+        if (i + 1 < bytes.size()) group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
+        if (i + 2 < bytes.size()) group |= static_cast<unsigned char>(bytes[i + 2]);
+        out += kDigits[(group >> 18) & 63];
+        out += kDigits[(group >> 12) & 63];
+        out += i + 1 < bytes.size() ? kDigits[(group >> 6) & 63] : '=';
+        out += i + 2 < bytes.size() ? kDigits[group & 63] : '=';
+    }
+    return out;
+}
+
+std::optional<std::string> base64Decode(std::string_view text) {
+    if (text.size() % 4 != 0) return std::nullopt;
+    const auto value = [](char c) -> int {
+        if (c >= 'A' && c <= 'Z') return c - 'A';
+        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+        if (c >= '0' && c <= '9') return c - '0' + 52;
+        if (c == '+') return 62;
+        if (c == '/') return 63;
+        return -1;
+    };
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); i += 4) {
+        const bool last = i + 4 == text.size();
+        const int pad = last ? (text[i + 3] == '=') + (text[i + 2] == '=') : 0;
+        std::uint32_t group = 0;
+        for (int k = 0; k < 4; ++k) {
+            const int v = k >= 4 - pad ? 0 : value(text[i + static_cast<std::size_t>(k)]);
+            if (v < 0) return std::nullopt;
+            group = (group << 6) | static_cast<std::uint32_t>(v);
+        }
+        out += static_cast<char>((group >> 16) & 0xFF);
+        if (pad < 2) out += static_cast<char>((group >> 8) & 0xFF);
+        if (pad < 1) out += static_cast<char>(group & 0xFF);
+    }
+    return out;
+}
+
+// A member that must be a whole number that T holds.
+template <typename T = int>
+T integerAt(const Json& object, const char* key) {
+    const Json& value = object.at(key);
+    if (!value.is_number_integer() || value < std::numeric_limits<T>::min() || value > std::numeric_limits<T>::max())
+        throw PlanError(std::string("not a valid plan: \"") + key + "\" is not a whole number in range");
+    return value.get<T>();
+}
+
+std::size_t indexIn(const Json& object, const char* key, std::size_t size) {
+    const auto index = integerAt<std::size_t>(object, key);
+    if (index >= size) throw PlanError("not a valid plan: no such row");
+    return index;
+}
+
+// The JSON library's message without its "[json.exception.KIND.ID] " tag.
+std::string reasonOf(const Json::exception& error) {
+    const std::string_view text = error.what();
+    const auto tag = text.find("] ");
+    return std::string(tag == std::string_view::npos ? text : text.substr(tag + 2));
+}
+
+// Reads a document with `read`; what the JSON library throws becomes a
+// PlanError saying what is wrong and where the reading stopped.
+template <typename Read>
+auto readDocument(std::string_view text, Read read) {
+    try {
+        return read(Json::parse(text));
+    } catch (const Json::parse_error& error) {
+        // The reason follows "parse error at line L, column C: " and comes
+        // before "; last read: 'TEXT'", which may be long.
+        std::string why = reasonOf(error);
+        if (const auto colon = why.find(": "); colon != std::string::npos) why.erase(0, colon + 2);
+        why = why.substr(0, why.find("; last read:"));
+        throw PlanError("not a valid plan: " + why + " at byte " + std::to_string(error.byte));
+    } catch (const Json::exception& error) {
+        throw PlanError("not a valid plan: " + reasonOf(error));
+    }
 }
 
 // A row's settings from the text the plan keeps of them.
 SplitSettings settingsOf(const std::string& text) {
     SplitSettings settings;
+    if (text.empty()) return settings;
+#ifdef _WIN32
     std::FILE* file = std::tmpfile();
     if (!file) return settings;
     std::fwrite(text.data(), 1, text.size(), file);
     std::rewind(file);
+#else
+    // Read where it stands: a plan's every row is read before it is applied.
+    std::FILE* file = ::fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+    if (!file) return settings;
+#endif
     readParameters(file, settings, false);
     std::fclose(file);
     return settings;
 }
 
-JsonValue eventJson(const EventRecorder::Event& e) {
-    return JsonValue::Object{{"kind", static_cast<int>(e.kind)},
-                             {"text", e.text},
-                             {"row", e.row},
-                             {"first", e.first},
-                             {"last", e.last},
-                             {"file", e.progress.file},
-                             {"page", e.progress.page},
-                             {"pages", e.progress.pages},
-                             {"filesWritten", e.progress.filesWritten}};
+Json eventJson(const EventRecorder::Event& e) {
+    return {{"kind", static_cast<int>(e.kind)},
+            {"text", e.text},
+            {"row", e.row},
+            {"first", e.first},
+            {"last", e.last},
+            {"file", e.progress.file},
+            {"page", e.progress.page},
+            {"pages", e.progress.pages},
+            {"filesWritten", e.progress.filesWritten}};
 }
 
-EventRecorder::Event eventFromJson(const JsonValue& e) {
-    const int kind = e["kind"].integer();
+EventRecorder::Event eventFromJson(const Json& e) {
+    const int kind = integerAt(e, "kind");
     if (kind < EventRecorder::Event::Note || kind > EventRecorder::Event::Written)
-        throw JsonError("not a valid plan: an unknown event");
-    return {static_cast<EventRecorder::Event::Kind>(kind),
-            e["text"].string(),
-            e["row"].integer(),
-            e["first"].integer(),
-            e["last"].integer(),
-            {e["file"].string(), e["page"].integer(), e["pages"].integer(), e["filesWritten"].integer()}};
+        throw PlanError("not a valid plan: an unknown event");
+    return {
+        static_cast<EventRecorder::Event::Kind>(kind),
+        e.at("text").get<std::string>(),
+        integerAt(e, "row"),
+        integerAt(e, "first"),
+        integerAt(e, "last"),
+        {e.at("file").get<std::string>(), integerAt(e, "page"), integerAt(e, "pages"), integerAt(e, "filesWritten")}};
 }
 
 }  // namespace
 
-JsonValue planJson(const BatchPlan& plan) {
-    JsonValue::Array rows;
+std::string planText(const BatchPlan& plan) {
+    Json rows = Json::array();
     for (std::size_t i = 0; i < plan.rows.size(); ++i) {
         const BatchRow& row = plan.rows[i];
-        rows.push_back(JsonValue::Object{{"use", row.use},
-                                         {"path", row.path},
-                                         {"status", row.status},
-                                         {"params", row.params},
-                                         {"settings", plan.rowSettings[i]}});
+        rows.push_back({{"use", row.use},
+                        {"path", row.path},
+                        {"status", row.status},
+                        {"params", row.params},
+                        {"settings", plan.rowSettings[i]}});
     }
-    JsonValue::Array writes;
+    Json writes = Json::array();
     for (const auto& w : plan.writes)
-        writes.push_back(JsonValue::Object{{"row", static_cast<long long>(w.row)},
-                                           {"source", w.source},
-                                           {"first", w.first},
-                                           {"last", w.last},
-                                           {"output", w.output},
-                                           {"name", w.name},
-                                           {"sequence", static_cast<long long>(w.sequence)},
-                                           {"bookmarks", w.bookmarks},
-                                           {"append", w.append}});
-    JsonValue::Array files;
-    for (const auto& [path, bytes] : plan.files)
-        files.push_back(JsonValue::Object{{"path", path}, {"base64", base64Encode(bytes)}});
-    JsonValue::Array mails;
+        writes.push_back({{"row", w.row},
+                          {"source", w.source},
+                          {"first", w.first},
+                          {"last", w.last},
+                          {"output", w.output},
+                          {"name", w.name},
+                          {"sequence", w.sequence},
+                          {"bookmarks", w.bookmarks},
+                          {"append", w.append}});
+    Json files = Json::array();
+    for (const auto& [path, bytes] : plan.files) files.push_back({{"path", path}, {"base64", base64Encode(bytes)}});
+    Json mails = Json::array();
     for (const auto& list : plan.mails) {
-        JsonValue::Array entries;
+        Json entries = Json::array();
         for (const auto& e : list.entries)
-            entries.push_back(
-                JsonValue::Object{{"file", e.file}, {"first", e.first}, {"last", e.last}, {"email", e.email}});
-        mails.push_back(JsonValue::Object{{"row", static_cast<long long>(list.row)},
-                                          {"entries", entries},
-                                          {"afterEvent", static_cast<long long>(list.afterEvent)}});
+            entries.push_back({{"file", e.file}, {"first", e.first}, {"last", e.last}, {"email", e.email}});
+        mails.push_back({{"row", list.row}, {"entries", entries}, {"afterEvent", list.afterEvent}});
     }
-    JsonValue::Array events;
+    Json events = Json::array();
     for (const auto& e : plan.events) events.push_back(eventJson(e));
-    return JsonValue::Object{{"vellira-batch-plan", kPlanVersion},
-                             {"rows", rows},
-                             {"writes", writes},
-                             {"reports", files},
-                             {"events", events},
-                             {"mails", mails},
-                             {"completed", plan.completed},
-                             {"stopped", plan.stopped},
-                             {"rangesFailed", plan.rangesFailed},
-                             {"documentsWithoutRanges", plan.documentsWithoutRanges}};
+    const Json json = {{"vellira-batch-plan", kPlanVersion},
+                       {"rows", rows},
+                       {"writes", writes},
+                       {"reports", files},
+                       {"events", events},
+                       {"mails", mails},
+                       {"completed", plan.completed},
+                       {"stopped", plan.stopped},
+                       {"rangesFailed", plan.rangesFailed},
+                       {"documentsWithoutRanges", plan.documentsWithoutRanges}};
+    try {
+        return json.dump() + "\n";
+    } catch (const Json::type_error& error) {
+        // A path or a word that is not UTF-8 has no place in a JSON document.
+        throw PlanError("a text of the plan is not UTF-8 (" + reasonOf(error) + ")");
+    }
 }
 
-BatchPlan planFromJson(const JsonValue& json) {
-    if (!json.has("vellira-batch-plan") || json["vellira-batch-plan"].integer() != kPlanVersion)
-        throw JsonError("not a plan of this version of vellira-batch");
-    BatchPlan plan;
-    for (const auto& row : json["rows"].array()) {
-        plan.rows.push_back(
-            {row["use"].string(), row["path"].string(), row["status"].string(), row["params"].string()});
-        plan.rowSettings.push_back(row["settings"].string());
+BatchPlan planFromText(std::string_view text) {
+    return readDocument(text, [](const Json& json) {
+        if (!json.is_object() || !json.contains("vellira-batch-plan") || json["vellira-batch-plan"] != kPlanVersion)
+            throw PlanError("not a plan of this version of vellira-batch");
+        BatchPlan plan;
+        for (const auto& row : json.at("rows")) {
+            plan.rows.push_back({row.at("use").get<std::string>(), row.at("path").get<std::string>(),
+                                 row.at("status").get<std::string>(), row.at("params").get<std::string>()});
+            plan.rowSettings.push_back(row.at("settings").get<std::string>());
+        }
+        for (const auto& w : json.at("writes"))
+            plan.writes.push_back({indexIn(w, "row", plan.rows.size()), w.at("source").get<std::string>(),
+                                   integerAt(w, "first"), integerAt(w, "last"), w.at("output").get<std::string>(),
+                                   w.at("name").get<std::string>(), integerAt<long>(w, "sequence"),
+                                   w.at("bookmarks").get<bool>(), w.at("append").get<bool>()});
+        for (const auto& file : json.at("reports")) {
+            auto bytes = base64Decode(file.at("base64").get<std::string>());
+            if (!bytes) throw PlanError("not a valid plan: a report is not base64");
+            plan.files.emplace_back(file.at("path").get<std::string>(), std::move(*bytes));
+        }
+        for (const auto& e : json.at("events")) plan.events.push_back(eventFromJson(e));
+        for (const auto& list : json.at("mails")) {
+            BatchPlan::Mails mails{
+                indexIn(list, "row", plan.rows.size()), {}, integerAt<std::size_t>(list, "afterEvent")};
+            for (const auto& e : list.at("entries"))
+                mails.entries.push_back({e.at("file").get<std::string>(), integerAt(e, "first"), integerAt(e, "last"),
+                                         e.at("email").get<std::string>()});
+            plan.mails.push_back(std::move(mails));
+        }
+        plan.completed = json.at("completed").get<bool>();
+        plan.stopped = json.at("stopped").get<bool>();
+        plan.rangesFailed = integerAt(json, "rangesFailed");
+        plan.documentsWithoutRanges = integerAt(json, "documentsWithoutRanges");
+        return plan;
+    });
+}
+
+std::optional<std::string> pathOutsideItsJob(const BatchPlan& plan) {
+    // Each row's output folder (none for a row that was not split) and the
+    // places of every row's reports.
+    std::vector<std::string> folders(plan.rows.size());
+    std::set<std::string> reports;
+    for (std::size_t row = 0; row < plan.rows.size(); ++row) {
+        if (plan.rowSettings[row].empty()) continue;
+        const SplitSettings settings = settingsOf(plan.rowSettings[row]);
+        folders[row] = outputFolder(settings);
+        const auto paths = reportPaths(settings, settings.FILENAME);
+        reports.insert({pathText(paths.text), pathText(paths.csv)});
     }
-    for (const auto& w : json["writes"].array())
-        plan.writes.push_back({indexIn(w["row"], plan.rows.size()), w["source"].string(), w["first"].integer(),
-                               w["last"].integer(), w["output"].string(), w["name"].string(), w["sequence"].integer(),
-                               w["bookmarks"].boolean(), w["append"].boolean()});
-    for (const auto& file : json["reports"].array()) {
-        auto bytes = base64Decode(file["base64"].string());
-        if (!bytes) throw JsonError("not a valid plan: a report is not base64");
-        plan.files.emplace_back(file["path"].string(), std::move(*bytes));
-    }
-    for (const auto& e : json["events"].array()) plan.events.push_back(eventFromJson(e));
-    for (const auto& list : json["mails"].array()) {
-        BatchPlan::Mails mails{indexIn(list["row"], plan.rows.size()),
-                               {},
-                               static_cast<std::size_t>(std::max(0, list["afterEvent"].integer()))};
-        for (const auto& e : list["entries"].array())
-            mails.entries.push_back(
-                {e["file"].string(), e["first"].integer(), e["last"].integer(), e["email"].string()});
-        plan.mails.push_back(std::move(mails));
-    }
-    plan.completed = json["completed"].boolean();
-    plan.stopped = json["stopped"].boolean();
-    plan.rangesFailed = json["rangesFailed"].integer();
-    plan.documentsWithoutRanges = json["documentsWithoutRanges"].integer();
-    return plan;
+    FolderBounds bounds;
+    const auto outside = [&](const char* what, const std::string& path, std::size_t row) -> std::optional<std::string> {
+        if (bounds.liesInside(path, folders[row])) return std::nullopt;
+        return std::string(what) + " '" + path + "' lies outside the output folder '" + folders[row] + "' of its row";
+    };
+    for (const auto& w : plan.writes)
+        if (auto why = outside("the output", w.output, w.row)) return why;
+    for (const auto& list : plan.mails)
+        for (const auto& e : list.entries)
+            if (auto why = outside("the file to mail", e.file, list.row)) return why;
+    for (const auto& [path, bytes] : plan.files)
+        if (!reports.count(path)) return "the report '" + path + "' is not where the report settings of a row put it";
+    return std::nullopt;
 }
 
 std::vector<bool> shardRows(const BatchPlan& plan, int shard, int shards) {
@@ -178,20 +306,23 @@ std::vector<bool> shardRows(const BatchPlan& plan, int shard, int shards) {
     return mine;
 }
 
-JsonValue shardJson(const ShardResult& result) {
-    JsonValue::Array failed;
-    for (const auto& [write, message] : result.failed)
-        failed.push_back(JsonValue::Object{{"write", static_cast<long long>(write)}, {"message", message}});
-    return JsonValue::Object{
+std::string shardText(const ShardResult& result) {
+    Json failed = Json::array();
+    for (const auto& [write, message] : result.failed) failed.push_back({{"write", write}, {"message", message}});
+    const Json json = {
         {"shard", result.shard}, {"shards", result.shards}, {"written", result.written}, {"failed", failed}};
+    // A message is only told again: a byte that is not UTF-8 in it may be
+    // replaced.
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-ShardResult shardFromJson(const JsonValue& json) {
-    ShardResult result{json["shard"].integer(), json["shards"].integer(), json["written"].integer(), {}};
-    for (const auto& item : json["failed"].array())
-        result.failed.emplace_back(static_cast<std::size_t>(std::max(0, item["write"].integer())),
-                                   item["message"].string());
-    return result;
+ShardResult shardFromText(std::string_view text) {
+    return readDocument(text, [](const Json& json) {
+        ShardResult result{integerAt(json, "shard"), integerAt(json, "shards"), integerAt(json, "written"), {}};
+        for (const auto& item : json.at("failed"))
+            result.failed.emplace_back(integerAt<std::size_t>(item, "write"), item.at("message").get<std::string>());
+        return result;
+    });
 }
 
 ShardResult applyShard(const BatchPlan& plan, int shard, int shards, DocumentHost& host, RunInterface& ui) {
@@ -200,6 +331,7 @@ ShardResult applyShard(const BatchPlan& plan, int shard, int shards, DocumentHos
     std::string openPath;
     DocHandle source;
     int sinceReopen = 0;
+    std::unordered_set<std::string> tidied;  // output folders rid of what killed runs left
     for (std::size_t index = 0; index < plan.writes.size() && !ui.cancelled(); ++index) {
         const PlannedWrite& w = plan.writes[index];
         if (!mine[w.row]) continue;
@@ -232,6 +364,7 @@ ShardResult applyShard(const BatchPlan& plan, int shard, int shards, DocumentHos
             }
             host.insertPages(target, source, w.first - 1, w.last - w.first + 1, w.bookmarks);
             if (output.has_parent_path()) std::filesystem::create_directories(output.parent_path(), ignored);
+            if (tidied.insert(pathText(output.parent_path())).second) removeStaleTemporaries(output.parent_path());
             host.saveDocument(target, output);
             host.closeDocument(target);
         } catch (const HostError& error) {
@@ -256,11 +389,16 @@ BatchResult finishPlan(const BatchPlan& plan, const std::vector<ShardResult>& sh
     result.stopped = plan.stopped;
     result.rangesFailed = plan.rangesFailed;
     result.documentsWithoutRanges = plan.documentsWithoutRanges;
+    std::uint32_t unique = 0;
     for (const auto& [path, bytes] : plan.files) {
-        FileHandle file = openFile(path, "wb");
-        if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
-            std::fclose(file.release()) != 0)
+        StagedFile report;
+        if (!report.open(pathFromText(path), unique)) {
             ui.note("file error! can't write to report file: " + path);
+            ++result.rangesFailed;
+            continue;
+        }
+        report.put(bytes);
+        if (!report.close(ui) || !report.putInPlace(ui)) ++result.rangesFailed;
     }
 
     std::map<std::size_t, std::string> failed;

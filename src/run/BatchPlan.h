@@ -13,14 +13,16 @@
 
 #include "core/BatchRow.h"
 #include "core/DocumentHost.h"
-#include "core/Json.h"
 #include "core/PlannedRange.h"
 #include "core/RunInterface.h"
 #include "mail/MailSender.h"
 #include "run/BatchJob.h"
 #include "run/EventRecorder.h"
 
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -45,9 +47,24 @@ struct BatchPlan {
     int documentsWithoutRanges = 0;
 };
 
-JsonValue planJson(const BatchPlan& plan);
-// Throws JsonError for a document that is not a plan.
-BatchPlan planFromJson(const JsonValue& json);
+// A plan or a shard's result that cannot be read (or a plan that cannot be
+// written): what is wrong, and where the reading stopped.
+class PlanError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// A plan as the JSON document it is kept in, and back. Throws PlanError for
+// a plan holding text that is not UTF-8, and for a document that is not a
+// plan.
+std::string planText(const BatchPlan& plan);
+BatchPlan planFromText(std::string_view text);
+
+// The first path a plan names outside the places its own rows' settings
+// give, and why: an output or a file to mail outside its row's output folder
+// (by ".." or a link as well), a report not where its row's report settings
+// put it. None when every path is in its place.
+std::optional<std::string> pathOutsideItsJob(const BatchPlan& plan);
 
 // Scans the job's rows and plans their outputs; no PDF is written.
 BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui);
@@ -64,8 +81,9 @@ struct ShardResult {
     int written = 0;
     std::vector<std::pair<std::size_t, std::string>> failed;
 };
-JsonValue shardJson(const ShardResult& result);
-ShardResult shardFromJson(const JsonValue& json);
+std::string shardText(const ShardResult& result);
+// Throws PlanError for a document that is not a shard's result.
+ShardResult shardFromText(std::string_view text);
 
 // Writes the outputs of one shard, in plan order, telling each file written.
 // Stop ends it between outputs.

@@ -74,7 +74,7 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
     // No output may replace a source of the run.
     for (const auto& row : rows)
         if (row.use == "Yes") run.sources.add(host.makeHostPath(row.path));
-    if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui)) return false;
+    if (settings.CREATELIST && !run.splitList.open(settings.FILENAME, ui, run.stagingId)) return false;
 
     bool completed = true;
     if (settings.USECURRENT) {
@@ -87,7 +87,7 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
         completed = sideBySide(rows) ? processSideBySide(rows) : processInOrder(rows);
         if (errorFlag) ui.note("Done, some errors occurred.");
     }
-    run.splitList.close();
+    if (!run.splitList.close(ui)) ++run.rangesFailed;
     return completed;
 }
 
@@ -171,30 +171,39 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     if (settings.FILENAME.empty()) return kNotOpened;
 
     ui.progress({settings.FILENAME, 0, 0, 0});
-    std::optional<std::uint32_t> staging;
-    if (run.staging || planned) {
-        staging = run.stagingId;
-        run.stagingId += 2;  // one for each report
-    }
-    if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui, staging)) return kNotOpened;
+    // Reports are written under temporary names too: their folders are
+    // tidied as output folders are.
+    const auto reports = reportPaths(settings, settings.FILENAME);
+    for (const auto& report : {reports.text, reports.csv})
+        if (report != nullDevice() && run.tidiedFolders.insert(pathText(report.parent_path())).second)
+            removeStaleTemporaries(report.parent_path());
+    if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui, run.stagingId)) return kNotOpened;
+    // Reports written whole replace those of their names: now, or in its
+    // turn for a row split beside others; a plan carries them instead.
+    const auto closeReports = [&] {
+        run.rangesFailed += doc.reports.close(ui);
+        if (planned) {
+            for (const auto& [temporary, report] : doc.reports.staged())
+                planned->files.emplace_back(pathText(report), readWholeFile(temporary).value_or(""));
+            doc.reports.discardStaged();
+        } else if (!run.staging) {
+            run.rangesFailed += doc.reports.putStagedInPlace(ui);
+        }
+    };
     if (!useCurrent) {
         try {
             doc.source = host.openDocument(host.makeHostPath(settings.FILENAME));
         } catch (const HostError& error) {
-            doc.reports.close();
-            return error.code() == HostError::kNeedsPassword ? kLocked : kNotOpened;
+            closeReports();
+            if (error.code() == HostError::kNeedsPassword) return kLocked;
+            ui.note("Can't open file: " + settings.FILENAME + ": " + error.text());
+            return kNotOpened;
         }
     }
     engine.scan(ScanView::Split);
     if (doc.ranges == 0 && !ui.cancelled()) ++run.documentsWithoutRanges;
     doc.reports.footer(doc.outputFiles, doc.extractCnt);
-    doc.reports.close();
-    if (planned) {
-        // A plan carries its reports, to be written when its outputs are.
-        for (const auto& [temporary, report] : doc.reports.staged())
-            planned->files.emplace_back(pathText(report), readWholeFile(temporary).value_or(""));
-        doc.reports.discardStaged();
-    }
+    closeReports();
 
     const auto closeSource = [&] {
         if (!useCurrent && doc.source) host.closeDocument(doc.source);

@@ -223,7 +223,7 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 ui.note("Abort!! Save Error message: " + failed.message() + ", file: '" + pathText(output) + "'");
             }
         }
-        batch.engine.doc.reports.putStagedInPlace();
+        run.rangesFailed += batch.engine.doc.reports.putStagedInPlace(ui);
         const std::string& source = task.rows[task.index].path;
         rows[task.index].status = task.rows[task.index].status;
         EventRecorder::replay(task.ui->events, ui, [&](const EventRecorder::Event& event, std::size_t) {
@@ -233,6 +233,7 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
         run.filesWritten += batch.run.filesWritten;
         run.rangesFailed += batch.run.rangesFailed;
         run.documentsWithoutRanges += batch.run.documentsWithoutRanges;
+        run.scansFailed += batch.run.scansFailed;
         for (const auto& output : batch.run.outputs) {
             const auto [known, added] = run.outputIndex.try_emplace(output.path, run.outputs.size());
             if (added)
