@@ -1,5 +1,5 @@
-// Batch list files as users keep them: what survives a save and load, how
-// hand-edited files are read, and folders added to a list.
+// Batch list files as users keep them: what survives a save and load, and how
+// hand-edited files are read.
 #include "files/BatchListFile.h"
 #include "support/Files.h"
 #include "support/RecordingInterface.h"
@@ -57,23 +57,6 @@ TEST(BatchListFile, RowsComeBackAsListedAndOddLinesAreSkipped) {
     EXPECT_FALSE(loadBatchList(dir / "missing.lst", none, ui));
     EXPECT_EQ(ui.notes.back(), "Can't read list file.");
     EXPECT_TRUE(none.empty());
-}
-
-TEST(BatchListFile, FolderAddsItsPdfsInNameOrder) {
-    testing::TempDir dir;
-    for (const char* name : {"b.pdf", "a.PDF", "notes.txt", "sub/c.pdf", "sub/deeper/d.pdf"}) {
-        std::filesystem::create_directories((dir / name).parent_path());
-        writeText(dir / name, "x");
-    }
-    const auto names = [&](bool subFolders) {
-        std::vector<BatchRow> rows;
-        addFolderToBatchList(dir.path(), subFolders, rows);
-        std::vector<std::string> out;
-        for (const auto& row : rows) out.push_back(std::filesystem::relative(row.path, dir.path()).string());
-        return out;
-    };
-    EXPECT_EQ(names(false), (std::vector<std::string>{"a.PDF", "b.pdf"}));
-    EXPECT_EQ(names(true), (std::vector<std::string>{"a.PDF", "b.pdf", "sub/c.pdf", "sub/deeper/d.pdf"}));
 }
 
 }  // namespace

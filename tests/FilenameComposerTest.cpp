@@ -2,7 +2,6 @@
 #include "engine/FilenameComposer.h"
 #include "support/RecordingInterface.h"
 #include "support/ScriptedHost.h"
-#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -37,10 +36,6 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
         std::string expected;
     } const cases[] = {
         {"characters names cannot hold are dropped", [](SplitSettings&) {}, "Inv/01:A?", "/out/extract_Inv01A.pdf"},
-        {"page start", [](SplitSettings& s) { s.EXTRACT = modeText(FilenameMode::PageStart); }, "x",
-         "/out/extract_3.pdf"},
-        {"page start-end", [](SplitSettings& s) { s.EXTRACT = modeText(FilenameMode::PageStartEnd); }, "x",
-         "/out/extract_3-5.pdf"},
         {"page macros", [](SplitSettings& s) { s.PREFIXFILENAME = "[PAGESTART]_[PAGEEND]_[PAGES]_[TOTALPAGES]_"; }, "x",
          "/out/000003_000005_000003_000010_x.pdf"},
         {"only the start carries the offset",
@@ -79,7 +74,6 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
          [](SplitSettings& s) { s.PREFIXFILENAME = ""; }, std::string(250, 'a') + "éé",
          "/out/" + std::string(250, 'a') + ".pdf"},
         {"no mode at all names by the text", [](SplitSettings& s) { s.EXTRACT = ""; }, "x", "/out/extract_x.pdf"},
-        {"unknown mode keeps the last name", [](SplitSettings& s) { s.EXTRACT = "no such mode"; }, "x", ""},
     };
     for (const auto& c : cases) {
         Composer composer;
@@ -89,33 +83,21 @@ TEST(FilenameComposer, ModesMacrosAndCuts) {
     }
 }
 
-TEST(FilenameComposer, SequenceRunsOnAndLinesAreCleanedInPlace) {
+// The rest of a line names the output cut to its characters, and the line
+// itself is left cleaned for the report.
+TEST(FilenameComposer, RestOfLineIsCleanedInPlace) {
     Composer c;
-    c.settings.EXTRACT = modeText(FilenameMode::SequentialNumber);
-    EXPECT_EQ(c.name("x"), "/out/extract_000001.pdf");
-    EXPECT_EQ(c.name("y"), "/out/extract_000002.pdf");
-    c.settings.EXTRACT = "no such mode";
-    EXPECT_EQ(c.name("z"), "/out/extract_000002.pdf");
-
     c.settings.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
     c.settings.TAKENCHARSFORFILENAME = 8;
     c.composer.takeMode(c.settings.EXTRACT);
     std::string line = "Smith: & <Sons>";
     EXPECT_EQ(c.composer.AquireFilename("ignored", line, {0, 0, 1}), "/out/extract_Smith & .pdf");
     EXPECT_EQ(line, "Smith & ");
-    EXPECT_TRUE(c.composer.nameTextUsed);
 }
 
-TEST(FilenameComposer, TextDirectoryAndPositionMacrosReadTheirSources) {
-    testing::TempDir dir;
-    Composer c;
-    c.settings.OUTPUTDIR = dir.path().string();
-    c.settings.PREFIXFILENAME = "[EXTRACTTEXTDIR]/";
-    EXPECT_EQ(c.name("Acme:"), dir.path().string() + "/Acme/Acme.pdf");
-    EXPECT_TRUE(std::filesystem::is_directory(dir / "Acme"));
-
+TEST(FilenameComposer, PositionMacroReadsTheRangesPages) {
     // Without a document in view the token gives nothing, and says why.
-    c.settings.OUTPUTDIR = "/out";
+    Composer c;
     c.settings.PREFIXFILENAME = "[POS100-200,700]_";
     EXPECT_EQ(c.name("x", {0, 1, 3}), "/out/_x.pdf");
     EXPECT_EQ(c.ui.notes, std::vector<std::string>{"WordFinder Can't open current file"});

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <fstream>
 
 namespace vellira {
@@ -99,6 +100,9 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
     EXPECT_EQ(read("FINDSTRING;Grüße \n").FINDSTRING, "Grüße");
     EXPECT_EQ(read("TOPAGE;-12abc \r\n").TOPAGE, -12);
     EXPECT_EQ(read("TOPAGE;abc \r\n").TOPAGE, 0);
+    EXPECT_EQ(read("TOPAGE; +3.9 \r\n").TOPAGE, 3);
+    const auto huge = read("TOPAGE;99999999999 \r\nSTARTFROMPAGE;-99999999999 \r\n");
+    EXPECT_EQ(std::pair(huge.TOPAGE, huge.STARTFROMPAGE), std::pair(INT_MAX, INT_MIN));
     const auto post = read("USESOURCEFILENAMEPOST;1 \r\nEMAILMATCHHORIZTO;9 \r\n");
     EXPECT_EQ(post.USESOURCEFILENAME, 0);
     EXPECT_EQ(post.USESOURCEFILENAMEPOST, 1);

@@ -5,22 +5,6 @@
 namespace vellira {
 namespace {
 
-TEST(SplitSettings, LeadingIntegerReadsOnlyTheLeadingDigits) {
-    const std::pair<std::string_view, int> cases[] = {
-        {"12", 12},
-        {"12 ", 12},
-        {"-7x", -7},
-        {"+5", 5},
-        {"abc", 0},
-        {"", 0},
-        {" 3", 3},
-        {"1.9", 1},
-        {"99999999999", 2147483647},
-        {"-99999999999", -2147483647 - 1},
-    };
-    for (const auto& [text, value] : cases) EXPECT_EQ(leadingInteger(text), value) << text;
-}
-
 TEST(SplitSettings, FilenameModeNormalisation) {
     using N = FilenameMode;
     const auto matchedPage = PageExtractMode::MatchedPageOnly, level2 = PageExtractMode::BookmarksLevel2;
