@@ -91,7 +91,7 @@ private:
 #ifdef _WIN32
     std::vector<std::filesystem::path> paths_;
 #else
-    std::set<std::pair<std::uintmax_t, std::uintmax_t> > ids_;  // device, inode
+    std::set<std::pair<std::uintmax_t, std::uintmax_t>> ids_;  // device, inode
 #endif
 };
 
