@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <algorithm>
 
 namespace vellira {
 namespace {
@@ -29,70 +29,46 @@ struct Composer {
 };
 
 TEST(FilenameComposer, ModesMacrosAndCuts) {
-    struct Case {
-        std::string what;
-        std::function<void(SplitSettings&)> configure;
-        std::string capture;
-        std::string expected;
-    } const cases[] = {
-        {"characters names cannot hold are dropped", [](SplitSettings&) {}, "Inv/01:A?", "/out/extract_Inv01A.pdf"},
-        {"page macros", [](SplitSettings& s) { s.PREFIXFILENAME = "[PAGESTART]_[PAGEEND]_[PAGES]_[TOTALPAGES]_"; }, "x",
-         "/out/000003_000005_000003_000010_x.pdf"},
-        {"only the start carries the offset",
-         [](SplitSettings& s) { s.offsetFirstWorking = 1, s.PREFIXFILENAME = "[PAGESTARTNOMASK]-[PAGEENDNOMASK]_"; },
-         "x", "/out/4-5_x.pdf"},
-        {"[YY] alone stays as typed", [](SplitSettings& s) { s.PREFIXFILENAME = "[YY]_"; }, "x", "/out/[YY]_x.pdf"},
-        {"with a date it is the full year", [](SplitSettings& s) { s.POSTFIXFILENAME = "_[YY]-[MM]"; }, "x",
-         "/out/extract_x_2024-07.pdf"},
-        {"date and time", [](SplitSettings& s) { s.PREFIXFILENAME = "[YYYY][M][D]-[DD]-[hh][mm][ss]_"; }, "x",
-         "/out/202475-05-090307_x.pdf"},
-        {"title and text", [](SplitSettings& s) { s.PREFIXFILENAME = "[FILETITLE]-[EXTRACTTEXT]-"; }, "a:b",
-         "/out/Run-ab-ab.pdf"},
-        {"999 characters never cut", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 999; }, "ABCDEFG",
-         "/out/extract_ABCDEFG.pdf"},
-        {"0 characters never cut", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 0; }, "ABCDEFG",
-         "/out/extract_ABCDEFG.pdf"},
-        {"5 characters", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 5; }, "ABCDEFG", "/out/extract_ABCDE.pdf"},
-        {"5 characters, not bytes", [](SplitSettings& s) { s.TAKENCHARSFORFILENAME = 5; }, "ÄÖÜßéX",
-         "/out/extract_ÄÖÜßé.pdf"},
-        {"strip the end", [](SplitSettings& s) { s.STRIPEND = 2; }, "ABC12", "/out/extract_ABC.pdf"},
-        {"strip it all", [](SplitSettings& s) { s.STRIPEND = 9; }, "ABC12", "/out/extract_.pdf"},
-        {"strip counts characters", [](SplitSettings& s) { s.STRIPEND = 1; }, "Grüß", "/out/extract_Grü.pdf"},
-        {"until a word", [](SplitSettings& s) { s.UNTILCHARACTERFILENAME = "Ltd"; }, "SmithLtdLondon",
-         "/out/extract_Smith.pdf"},
-        {"source title as prefix", [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "/in/Report.PDF"; },
-         "x", "/out/Report_x.pdf"},
-        {"source title from a Windows path",
-         [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "D:\\in\\Report.PDF"; }, "x",
-         "/out/Report_x.pdf"},
-        {"bare source name gets no _", [](SplitSettings& s) { s.USESOURCEFILENAME = 1, s.FILENAME = "Report.pdf"; },
-         "x", "/out/Reportx.pdf"},
-        {"source title as postfix",
-         [](SplitSettings& s) { s.USESOURCEFILENAMEPOST = 1, s.FILENAME = "/in/Report.pdf"; }, "x",
-         "/out/extract_xReport.pdf"},
-        {"a name fits the folder's 255 bytes, cut before .pdf on a character boundary",
-         [](SplitSettings& s) { s.PREFIXFILENAME = ""; }, std::string(250, 'a') + "éé",
-         "/out/" + std::string(250, 'a') + ".pdf"},
-        {"no mode at all names by the text", [](SplitSettings& s) { s.EXTRACT = ""; }, "x", "/out/extract_x.pdf"},
+    // "KEY=VALUE" settings split by "|", the captured text, the output path.
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"", "Inv/01:A?", "/out/extract_Inv01A.pdf"},  // characters names cannot hold are dropped
+        {"PREFIXFILENAME=[PAGESTART]_[PAGEEND]_[PAGES]_[TOTALPAGES]_", "x", "/out/000003_000005_000003_000010_x.pdf"},
+        // Only the start carries the offset.
+        {"offset=1|PREFIXFILENAME=[PAGESTARTNOMASK]-[PAGEENDNOMASK]_", "x", "/out/4-5_x.pdf"},
+        {"PREFIXFILENAME=[YY]_", "x", "/out/[YY]_x.pdf"},  // alone it stays as typed; with a date it is the full year
+        {"POSTFIXFILENAME=_[YY]-[MM]", "x", "/out/extract_x_2024-07.pdf"},
+        {"PREFIXFILENAME=[YYYY][M][D]-[DD]-[hh][mm][ss]_", "x", "/out/202475-05-090307_x.pdf"},
+        {"PREFIXFILENAME=[FILETITLE]-[EXTRACTTEXT]-", "a:b", "/out/Run-ab-ab.pdf"},
+        {"TAKENCHARSFORFILENAME=999", "ABCDEFG", "/out/extract_ABCDEFG.pdf"},
+        {"TAKENCHARSFORFILENAME=0", "ABCDEFG", "/out/extract_ABCDEFG.pdf"},
+        {"TAKENCHARSFORFILENAME=5", "ABCDEFG", "/out/extract_ABCDE.pdf"},
+        {"TAKENCHARSFORFILENAME=5", "ÄÖÜßéX", "/out/extract_ÄÖÜßé.pdf"},
+        {"STRIPEND=2", "ABC12", "/out/extract_ABC.pdf"},
+        {"STRIPEND=9", "ABC12", "/out/extract_.pdf"},
+        {"STRIPEND=1", "Grüß", "/out/extract_Grü.pdf"},
+        {"UNTILCHARACTERFILENAME=Ltd", "SmithLtdLondon", "/out/extract_Smith.pdf"},
+        {"USESOURCEFILENAME=1|FILENAME=/in/Report.PDF", "x", "/out/Report_x.pdf"},
+        {"USESOURCEFILENAME=1|FILENAME=D:\\in\\Report.PDF", "x", "/out/Report_x.pdf"},
+        {"USESOURCEFILENAME=1|FILENAME=Report.pdf", "x", "/out/Reportx.pdf"},  // a bare name gets no "_"
+        {"USESOURCEFILENAMEPOST=1|FILENAME=/in/Report.pdf", "x", "/out/extract_xReport.pdf"},
+        // A name fits the folder's 255 bytes, cut before ".pdf" on a character boundary.
+        {"PREFIXFILENAME=", std::string(250, 'a') + "éé", "/out/" + std::string(250, 'a') + ".pdf"},
+        {"EXTRACT=", "x", "/out/extract_x.pdf"},  // no mode at all names by the text
     };
-    for (const auto& c : cases) {
+    for (const auto& [sets, capture, expected] : cases) {
         Composer composer;
         composer.settings.FILENAME = "/in/Run.pdf";
-        c.configure(composer.settings);
-        EXPECT_EQ(composer.name(c.capture), c.expected) << c.what;
+        for (std::size_t at = 0; at < sets.size();) {
+            const auto end = std::min(sets.find('|', at), sets.size()), equals = sets.find('=', at);
+            const std::string key = sets.substr(at, equals - at), value = sets.substr(equals + 1, end - equals - 1);
+            if (key == "offset")
+                composer.settings.offsetFirstWorking = std::stoi(value);
+            else
+                assignKey(composer.settings, *findSettingsKey(key), value);
+            at = end + 1;
+        }
+        EXPECT_EQ(composer.name(capture), expected) << sets;
     }
-}
-
-// The rest of a line names the output cut to its characters, and the line
-// itself is left cleaned for the report.
-TEST(FilenameComposer, RestOfLineIsCleanedInPlace) {
-    Composer c;
-    c.settings.EXTRACT = modeText(FilenameMode::NameAfterTextRestOfLine);
-    c.settings.TAKENCHARSFORFILENAME = 8;
-    c.composer.takeMode(c.settings.EXTRACT);
-    std::string line = "Smith: & <Sons>";
-    EXPECT_EQ(c.composer.AquireFilename("ignored", line, {0, 0, 1}), "/out/extract_Smith & .pdf");
-    EXPECT_EQ(line, "Smith & ");
 }
 
 TEST(FilenameComposer, PositionMacroReadsTheRangesPages) {

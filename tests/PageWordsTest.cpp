@@ -36,59 +36,46 @@ TEST(PageWords, StreamedWordsAreCutBeforeTheConsumerSeesThem) {
     const std::string long300(300, 'x');
     std::string accented;
     for (int i = 0; i < 300; ++i) accented += "\xC3\xA9";  // é
-    struct Case {
-        std::string text;
-        int takenChars;
-        std::string seen;
-    } const cases[] = {
+    // The word, the characters a name takes, what the consumer sees: never half a character.
+    const std::tuple<std::string, int, std::string> cases[] = {
         {"INVOICE", 5, "INVOI"},
         {"INVOICE", 999, "INVOICE"},
         {"INVOICE", 0, "INVOICE"},
         {"INVOICE", -3, "INVOICE"},
-        {"\xC3\xA9t\xC3\xA9", 2, "\xC3\xA9t"},  // never half a character
+        {"\xC3\xA9t\xC3\xA9", 2, "\xC3\xA9t"},
         {long300, 999, std::string(255, 'x')},
         {accented, 999, accented.substr(0, 510)},
         {long300, 260, std::string(255, 'x')},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, takenChars, expected] : cases) {
         ScriptedHost host;
-        const auto doc = openPages(host, {{{c.text, 10, 20}}});
-        std::vector<std::string> seen;
-        streamPageWords(host, doc, 0, streamedWordLimit(c.takenChars), [&](const Word& word) {
-            seen.push_back(word.text);
-            return true;
-        });
-        EXPECT_EQ(seen, std::vector<std::string>{c.seen}) << c.takenChars;
+        std::string seen;
+        streamPageWords(host, openPages(host, {{{text, 10, 20}}}), 0, streamedWordLimit(takenChars),
+                        [&](const Word& word) { return seen += word.text + "|", true; });
+        EXPECT_EQ(seen, expected + "|") << takenChars;
     }
 }
 
 TEST(PageWordStore, HoldsUpTo32769WordsThenRefuses) {
-    struct Case {
-        int words;
-        int stored;
-        std::vector<std::string> readNotes;
-        bool consumerRefuses;
-    } const cases[] = {
-        {0, 0, {}, false},
-        {32768, 32768, {}, false},
-        {32769, 32769, {}, true},
-        {40000, 32769, {"Too many words on the page for internal memory to handle! 32768"}, true},
+    // Words on the page, words stored, whether the consumer refuses them, and what is said.
+    const std::tuple<int, int, bool, std::vector<std::string>> cases[] = {
+        {0, 0, false, {}},
+        {32768, 32768, false, {}},
+        {32769, 32769, true, {"Too many words on the page!"}},
+        {40000,
+         32769,
+         true,
+         {"Too many words on the page for internal memory to handle! 32768", "Too many words on the page!"}},
     };
     PageWordStore store;  // one store, reused page after page
-    for (const auto& c : cases) {
+    for (const auto& [words, stored, refuses, notes] : cases) {
         ScriptedHost host;
         RecordingInterface ui;
-        const auto doc = openPages(host, {manyWords(c.words)});
-        store.readPage(host, doc, 0, false, ui);
-        EXPECT_EQ(store.count(), c.stored) << c.words;
-        EXPECT_EQ(ui.notes, c.readNotes) << c.words;
-        if (c.stored > 0) {
-            EXPECT_EQ(store.words.back().text, "w" + std::to_string(c.stored - 1));
-        }
-        ui.notes.clear();
-        EXPECT_EQ(store.tooManyWords(ui), c.consumerRefuses) << c.words;
-        EXPECT_EQ(ui.notes, c.consumerRefuses ? std::vector<std::string>{"Too many words on the page!"}
-                                              : std::vector<std::string>{});
+        store.readPage(host, openPages(host, {manyWords(words)}), 0, false, ui);
+        EXPECT_EQ(store.count(), stored) << words;
+        if (stored > 0) EXPECT_EQ(store.words.back().text, "w" + std::to_string(stored - 1));
+        EXPECT_EQ(store.tooManyWords(ui), refuses) << words;
+        EXPECT_EQ(ui.notes, notes) << words;
     }
 }
 

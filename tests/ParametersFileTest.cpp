@@ -1,5 +1,4 @@
-// Parameters files as users keep them: what survives a save and load, and how
-// hand-edited files are read.
+// Parameters files as users keep them: what survives a save and load, and how hand-edited files are read.
 #include "files/ParametersFile.h"
 #include "support/Files.h"
 #include "support/RecordingInterface.h"
@@ -15,14 +14,11 @@ namespace {
 
 using testing::readFile;
 
-std::filesystem::path writeText(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-}
-
+// Reads `text` as a parameters file over `settings`.
 SplitSettings readText(const testing::TempDir& dir, const std::string& text, SplitSettings settings = {},
                        bool probe = false) {
-    std::string name = writeText(dir / "job.pcs", text).string();
+    std::ofstream(dir / "job.pcs", std::ios::binary) << text;
+    std::string name = (dir / "job.pcs").string();
     readParameters(name, settings, {dir / "legacy", probe});
     return settings;
 }
@@ -54,19 +50,15 @@ TEST(ParametersFile, SaveAndLoadKeepsWhatTheWriterWrites) {
     EXPECT_EQ(text.find("EMAILPASSWORD"), std::string::npos);
 
     // What the file never holds keeps the value it had in memory.
-    SplitSettings loaded;
-    loaded.EMAILLOGIN = "me";
-    loaded.EMAILPASSWORD = "secret";
-    loaded.UNTILCHARACTERFILENAME = "until";
-    loaded.OFFSETFIRST = 3;
+    const auto kept = [](SplitSettings s) {
+        s.EMAILLOGIN = "me", s.EMAILPASSWORD = "secret", s.UNTILCHARACTERFILENAME = "until", s.OFFSETFIRST = 3;
+        return s;
+    };
+    SplitSettings loaded = kept({});
     std::string name = path;
     readParameters(name, loaded, {dir / "legacy", false});
 
-    SplitSettings expected = saved;
-    expected.EMAILLOGIN = "me";
-    expected.EMAILPASSWORD = "secret";
-    expected.UNTILCHARACTERFILENAME = "until";
-    expected.OFFSETFIRST = 3;
+    SplitSettings expected = kept(saved);
     expected.LASTPATH += ' ';
     expected.LASTPATHSUB += ' ';
     for (const SettingsKey& key : settingsKeys())
@@ -93,10 +85,7 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
     EXPECT_EQ(read("findstring;lower \r\n").FINDSTRING, "kept");
     EXPECT_EQ(read("FINDSTRING\r\n").FINDSTRING, "kept");  // a key without ";" sets nothing
     EXPECT_EQ(read("FINDSTRING;a;b \r\n").FINDSTRING, "a");
-    EXPECT_EQ(read("FINDSTRING;Gr\xFC\xDF"
-                   "e \r\n")
-                  .FINDSTRING,
-              "Grüße");
+    EXPECT_EQ(read("FINDSTRING;Gr\xFC\xDF\x65 \r\n").FINDSTRING, "Grüße");
     EXPECT_EQ(read("FINDSTRING;Grüße \n").FINDSTRING, "Grüße");
     EXPECT_EQ(read("TOPAGE;-12abc \r\n").TOPAGE, -12);
     EXPECT_EQ(read("TOPAGE;abc \r\n").TOPAGE, 0);
@@ -104,36 +93,28 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
     const auto huge = read("TOPAGE;99999999999 \r\nSTARTFROMPAGE;-99999999999 \r\n");
     EXPECT_EQ(std::pair(huge.TOPAGE, huge.STARTFROMPAGE), std::pair(INT_MAX, INT_MIN));
     const auto post = read("USESOURCEFILENAMEPOST;1 \r\nEMAILMATCHHORIZTO;9 \r\n");
-    EXPECT_EQ(post.USESOURCEFILENAME, 0);
-    EXPECT_EQ(post.USESOURCEFILENAMEPOST, 1);
-    EXPECT_EQ(post.EMAILMATCHHORIZ, 0);
-    EXPECT_EQ(post.EMAILMATCHHORIZTO, 9);
+    EXPECT_EQ(
+        std::tuple(post.USESOURCEFILENAME, post.USESOURCEFILENAMEPOST, post.EMAILMATCHHORIZ, post.EMAILMATCHHORIZTO),
+        std::tuple(0, 1, 0, 9));
     // A value that names a later key is taken as that key.
     const auto chained = read("FINDSTRING;OUTPUTDIR;/srv/out \r\n");
-    EXPECT_EQ(chained.FINDSTRING, "OUTPUTDIR");
-    EXPECT_EQ(chained.OUTPUTDIR, "/srv/out");
+    EXPECT_EQ(chained.FINDSTRING + " " + chained.OUTPUTDIR, "OUTPUTDIR /srv/out");
     const auto automation = read("AUTOMATION\r\nUSECURRENT;1 \r\n");
-    EXPECT_EQ(automation.AUTOMATION, 1);
-    EXPECT_EQ(automation.USECURRENT, 0);
+    EXPECT_EQ(std::pair(automation.AUTOMATION, automation.USECURRENT), std::pair(1, 0));
     EXPECT_EQ(read("USECURRENT;1 \r\n").USECURRENT, 1);
     const auto offsets = read("OFFSETFIRST;3 \r\nOFFSETFIRST;5 \r\n");
-    EXPECT_EQ(offsets.offsetFirstWorking, 5);
-    EXPECT_EQ(offsets.OFFSETFIRST, before.OFFSETFIRST);
-    EXPECT_EQ(offsets.STRIPEND, 0);
+    EXPECT_EQ(std::tuple(offsets.offsetFirstWorking, offsets.OFFSETFIRST, offsets.STRIPEND), std::tuple(5, 0, 0));
     EXPECT_EQ(read("LASTPATH;/home/me \r\n").LASTPATH, "/home/me ");
     EXPECT_EQ(read("OUTPUTDIR;~/statements \r\n").OUTPUTDIR, std::string(std::getenv("HOME")) + "/statements");
     EXPECT_EQ(read("FINDSTRING;one \r\nFINDSTRING;two \r\n").FINDSTRING, "two");
 
     // A probe looks at the first line only.
     const auto probed = readText(dir, "USECURRENT;1 \r\nFINDSTRING;x \r\n", before, true);
-    EXPECT_EQ(probed.USECURRENT, 0);
-    EXPECT_EQ(probed.FINDSTRING, "kept");
-    EXPECT_EQ(probed.STRIPEND, 0);
+    EXPECT_EQ(std::tuple(probed.USECURRENT, probed.FINDSTRING, probed.STRIPEND), std::tuple(0, "kept", 0));
 
     // A line longer than the reader's buffer is read in pieces.
     const auto longLine = read("FINDSTRING;" + std::string(20000, 'a') + " \r\nTOPAGE;4 \r\n");
-    EXPECT_EQ(longLine.FINDSTRING, std::string(16383 - 11, 'a'));
-    EXPECT_EQ(longLine.TOPAGE, 4);
+    EXPECT_EQ(std::pair(longLine.FINDSTRING, longLine.TOPAGE), std::pair(std::string(16383 - 11, 'a'), 4));
 
     // Binary, empty and missing files change nothing else.
     std::string garbage(5000, '\0');
@@ -150,11 +131,11 @@ TEST(ParametersFile, HandEditedFilesAreReadByTheReadersRules) {
 
     // An older installation's file is read instead of the one asked for.
     std::filesystem::create_directories(dir / "legacy");
-    writeText(dir / "legacy" / "Vellira.ini", "FINDSTRING;legacy \r\n");
-    std::string asked = writeText(dir / "job.pcs", "FINDSTRING;mine \r\n").string();
+    std::ofstream(dir / "legacy" / "Vellira.ini", std::ios::binary) << "FINDSTRING;legacy \r\n";
+    std::string asked = (dir / "job.pcs").string();
+    EXPECT_EQ(read("FINDSTRING;mine \r\n").FINDSTRING, "legacy");
     SplitSettings settings;
     readParameters(asked, settings, {dir / "legacy", false});
-    EXPECT_EQ(settings.FINDSTRING, "legacy");
     EXPECT_EQ(asked, (dir / "legacy" / "Vellira.ini").string());
 }
 

@@ -10,46 +10,28 @@ TEST(SplitSettings, FilenameModeNormalisation) {
     const auto matchedPage = PageExtractMode::MatchedPageOnly, level2 = PageExtractMode::BookmarksLevel2;
     const FilenameControls none{}, lineOnly{true, false, false, false, false, false},
         all{true, true, true, true, true, true};
-    struct Case {
-        const char* name;
-        N mode;
-        PageExtractMode split;
-        int words, chars;
-        // Expected afterwards.
-        PageExtractMode expectSplit;
-        int expectWords, expectChars;
-        bool expectCleared;  // text limits emptied and h limit back to 9999
-        FilenameControls controls;
-    } const cases[] = {
-        {"plain mode clears the name-after-text fields", N::NextWord, matchedPage, 5, 7, matchedPage, 0, 0, true, none},
-        {"rest of line keeps the word and character limits", N::NameAfterTextRestOfLine, matchedPage, 5, -2,
-         matchedPage, 5, -2, true, lineOnly},
-        {"rest of line + next page behaves the same", N::NameAfterTextRestOfLineAndNextPage, matchedPage, 0, 3,
-         matchedPage, 0, 3, true, lineOnly},
-        {"name after text repairs the limits", N::NameAfterText, matchedPage, 0, -1, matchedPage, 999, 999, false, all},
-        {"name after text keeps sound limits", N::NameAfterText, matchedPage, 1, 0, matchedPage, 1, 0, false, all},
-        {"bookmark name forces a bookmark split", N::Bookmark, matchedPage, 3, 3, PageExtractMode::Bookmarks, 0, 0,
-         true, none},
-        {"bookmark name keeps a bookmark split", N::Bookmark, level2, 3, 3, level2, 0, 0, true, none},
+    // Name mode, split mode, word and character limits; then the split mode, the fields as "WORDS CHARS
+    // FIRSTCHAR+BLANKS+HLIMIT LABEL" and the controls shown.
+    const std::tuple<N, PageExtractMode, int, int, PageExtractMode, std::string, FilenameControls> cases[] = {
+        {N::NextWord, matchedPage, 5, 7, matchedPage, "0 0 9999 ", none},
+        {N::NameAfterTextRestOfLine, matchedPage, 5, -2, matchedPage, "5 -2 9999 Customer:", lineOnly},
+        {N::NameAfterTextRestOfLineAndNextPage, matchedPage, 0, 3, matchedPage, "0 3 9999 Customer:", lineOnly},
+        {N::NameAfterText, matchedPage, 0, -1, matchedPage, "999 999 #_300 Customer:", all},  // unsound limits repaired
+        {N::NameAfterText, matchedPage, 1, 0, matchedPage, "1 0 #_300 Customer:", all},
+        {N::Bookmark, matchedPage, 3, 3, PageExtractMode::Bookmarks, "0 0 9999 ", none},  // forces a bookmark split
+        {N::Bookmark, level2, 3, 3, level2, "0 0 9999 ", none},
     };
-    for (const auto& c : cases) {
+    for (const auto& [mode, split, words, chars, expectSplit, expected, controls] : cases) {
         SplitSettings s;
-        s.EXTRACT = modeText(c.mode);
-        s.PAGEEXTRACT = modeText(c.split);
-        s.TAKENWORDSFORFILENAME = c.words;
-        s.TAKENCHARSFORFILENAME = c.chars;
-        s.EXTRACTFILENAME = "Customer:";
-        s.FIRSTCHAROFWORD = "#";
-        s.ADDBWORDS = "_";
-        s.UNTILHHPOSLESSTHAN = 300;
-        EXPECT_EQ(normaliseFilenameMode(s), c.controls) << c.name;
-        EXPECT_EQ(s.PAGEEXTRACT, modeText(c.expectSplit)) << c.name;
-        EXPECT_EQ(s.TAKENWORDSFORFILENAME, c.expectWords) << c.name;
-        EXPECT_EQ(s.TAKENCHARSFORFILENAME, c.expectChars) << c.name;
-        EXPECT_EQ(s.FIRSTCHAROFWORD.empty(), c.expectCleared) << c.name;
-        EXPECT_EQ(s.ADDBWORDS.empty(), c.expectCleared) << c.name;
-        EXPECT_EQ(s.UNTILHHPOSLESSTHAN, c.expectCleared ? 9999 : 300) << c.name;
-        EXPECT_EQ(s.EXTRACTFILENAME, c.controls.extractFilename ? "Customer:" : "") << c.name;
+        s.EXTRACT = modeText(mode), s.PAGEEXTRACT = modeText(split);
+        s.TAKENWORDSFORFILENAME = words, s.TAKENCHARSFORFILENAME = chars;
+        s.EXTRACTFILENAME = "Customer:", s.FIRSTCHAROFWORD = "#", s.ADDBWORDS = "_", s.UNTILHHPOSLESSTHAN = 300;
+        EXPECT_EQ(normaliseFilenameMode(s), controls) << modeText(mode);
+        EXPECT_EQ(s.PAGEEXTRACT, modeText(expectSplit)) << modeText(mode);
+        EXPECT_EQ(std::to_string(s.TAKENWORDSFORFILENAME) + " " + std::to_string(s.TAKENCHARSFORFILENAME) + " " +
+                      s.FIRSTCHAROFWORD + s.ADDBWORDS + std::to_string(s.UNTILHHPOSLESSTHAN) + " " + s.EXTRACTFILENAME,
+                  expected)
+            << modeText(mode);
     }
 }
 
@@ -58,11 +40,8 @@ TEST(SplitSettings, ExtractModeNormalisation) {
     const std::string bookmarkName{modeText(FilenameMode::Bookmark)};
     const std::string nextWord{modeText(FilenameMode::NextWord)};
     const std::string pageStart{modeText(FilenameMode::PageStart)};
-    struct Case {
-        M mode;
-        std::string findString, extract, expectExtract;
-        PositionControls controls;
-    } const cases[] = {
+    // Split mode, search text, filename mode before and after, which position fields show.
+    const std::tuple<M, std::string, std::string, std::string, PositionControls> cases[] = {
         {M::NextMatch, "account:", pageStart, pageStart, {false, false}},
         {M::NextMatchAtPosition, "account:", pageStart, pageStart, {true, false}},
         {M::NextUniqueMatchAtPosition, "account:", pageStart, pageStart, {true, false}},
@@ -77,13 +56,11 @@ TEST(SplitSettings, ExtractModeNormalisation) {
         {M::NextUniqueMatch, bookmarkName, pageStart, nextWord, {false, false}},
         {M::BookmarksRootLevel, bookmarkName, pageStart, bookmarkName, {false, false}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [mode, findString, extract, expected, controls] : cases) {
         SplitSettings s;
-        s.PAGEEXTRACT = modeText(c.mode);
-        s.FINDSTRING = c.findString;
-        s.EXTRACT = c.extract;
-        EXPECT_EQ(normaliseExtractMode(s), c.controls) << modeText(c.mode) << " " << c.findString;
-        EXPECT_EQ(s.EXTRACT, c.expectExtract) << modeText(c.mode) << " " << c.findString;
+        s.PAGEEXTRACT = modeText(mode), s.FINDSTRING = findString, s.EXTRACT = extract;
+        EXPECT_EQ(normaliseExtractMode(s), controls) << modeText(mode) << " " << findString;
+        EXPECT_EQ(s.EXTRACT, expected) << modeText(mode) << " " << findString;
     }
 }
 
@@ -102,8 +79,8 @@ TEST(SplitSettings, DesktopTokenBecomesTheDesktopFolder) {
 }
 
 TEST(SplitSettings, EveryKeyHoldsItsOwnValue) {
-    // Two keys naming one field would read back each other's values from a
-    // parameters file, and both would still round-trip alone.
+    // Two keys naming one field would read back each other's values from a parameters file, and both would still
+    // round-trip alone.
     const auto keys = settingsKeys();
     SplitSettings settings;
     for (std::size_t i = 0; i < keys.size(); ++i) assignKey(settings, keys[i], std::to_string(1000 + i));

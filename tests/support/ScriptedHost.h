@@ -1,6 +1,5 @@
-// A DocumentHost that serves pages of words at exact positions, and outlines
-// of bookmarks, so engine rules are tested without a PDF. Documents are
-// registered by path; saving records the pages under the target path.
+// A DocumentHost that serves pages of words at exact positions, and outlines of bookmarks, so engine rules are tested
+// without a PDF. Documents are registered by path; saving records the pages under the target path.
 #pragma once
 
 #include "core/DocumentHost.h"
@@ -13,8 +12,7 @@ namespace vellira::testing {
 
 using ScriptedPage = std::vector<Word>;
 
-// A bookmark: its title, the 0-based page it points at (-1: nowhere) and its
-// children.
+// A bookmark: its title, the 0-based page it points at (-1: nowhere) and its children.
 struct ScriptedBookmark {
     std::string title;
     int page = -1;
@@ -29,8 +27,7 @@ public:
     int failOnPage = -1;         // enumerating this page raises a host error
 
     std::optional<ViewHandle> activeViewDocument() override {
-        if (!current_) return std::nullopt;
-        return ViewHandle{current_};
+        return current_ ? std::optional(ViewHandle{current_}) : std::nullopt;
     }
     DocHandle documentOfView(ViewHandle view) override { return DocHandle{doc(DocHandle{view.id}).id}; }
     std::string filePath(DocHandle handle) override { return doc(handle).path; }
@@ -98,10 +95,7 @@ private:
     // Outline items by index; 0 is the root, and 0 in a link is "none".
     struct Node {
         std::string title;
-        int page = -1;
-        int indent = 0;
-        int firstChild = 0;
-        int next = 0;
+        int page = -1, indent = 0, firstChild = 0, next = 0;
     };
     struct Doc {
         int id = 0;
@@ -118,8 +112,7 @@ private:
             d.nodes.push_back({bookmark.title, bookmark.page, indent, 0, 0});
             (previous ? d.nodes[previous].next : first) = index;
             previous = index;
-            const int child = addNodes(d, bookmark.children, indent + 1);
-            d.nodes[index].firstChild = child;
+            d.nodes[index].firstChild = addNodes(d, bookmark.children, indent + 1);  // evaluated before the index
         }
         return first;
     }
