@@ -7,7 +7,6 @@
 #include <QApplication>
 #include <QFileSystemModel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
 #include <QTimer>
@@ -31,27 +30,19 @@ private slots:
         const QString root = qt(dir.path());
         using enum FolderCheck;
         const struct {
-            QString path;
+            QStringList paths;
             FolderCheck plain, creating;
         } cases[] = {
-            {root + "/existing", Good, Good},
-            {root + "/new/inner/deepest", Good, Good},
-            {root + "/trailing/", Invalid, Invalid},
-            {root + "/folder.", Invalid, Invalid},
-            {root + "/ folder", Invalid, Invalid},
-            {root + "/../escaped", Invalid, Invalid},
-            {root + "/what?", Invalid, Invalid},
-            {root + "/back\\slash", Invalid, Invalid},
-            {"relative/folder", Invalid, Invalid},
-            {"", Invalid, Invalid},
-            {"/", Good, Good},
-            {root + "/plain.txt/under", Good, CannotCreate},
-            {root + "/" + QString(300, u'x'), Good, CannotCreate},
+            {{root + "/existing", root + "/new/inner/deepest", "/"}, Good, Good},
+            {{root + "/trailing/", root + "/folder.", root + "/ folder", root + "/../escaped"}, Invalid, Invalid},
+            {{root + "/what?", root + "/back\\slash", "relative/folder", ""}, Invalid, Invalid},
+            {{root + "/plain.txt/under", root + "/" + QString(300, u'x')}, Good, CannotCreate},
         };
-        for (const auto& [path, plain, creating] : cases) {
-            QVERIFY2(checkFolder(path, false) == plain, qPrintable(path));
-            QVERIFY2(checkFolder(path, true) == creating, qPrintable(path));
-        }
+        for (const auto& [paths, plain, creating] : cases)
+            for (const QString& path : paths) {
+                QVERIFY2(checkFolder(path, false) == plain, qPrintable(path));
+                QVERIFY2(checkFolder(path, true) == creating, qPrintable(path));
+            }
         QVERIFY(std::filesystem::is_directory(dir / "new" / "inner" / "deepest"));
         QVERIFY(!std::filesystem::exists(dir / "folder."));
         QVERIFY(!std::filesystem::exists(dir / "what?"));
@@ -63,8 +54,8 @@ private slots:
         testing::TempDir dir;
         const QString missing = qt(dir / "made" / "here");
         const QString bad = qt(dir / "bad.");
-        QString title, shownFirst, refused, asked;
-        bool treeFilled = false, relativeRefused = false, openAfterRefusal = false;
+        QStringList seen;  // what the user saw, in order
+        MessageBoxes boxes;
         QTimer::singleShot(0, [&] {
             QWidget* chooser = QApplication::activeModalWidget();
             auto* path = chooser ? chooser->findChild<QLineEdit*>("folderPath") : nullptr;
@@ -73,42 +64,36 @@ private slots:
                 if (chooser) chooser->close();
                 return;
             }
-            title = chooser->windowTitle();
-            shownFirst = path->text();
+            seen << chooser->windowTitle() << path->text();
             // The tree fills in the background: soon it lists the root's
             // folders with the initial one still in sight.
             const auto* tree = chooser->findChild<QTreeView*>("folderTree");
             const auto* folders = tree ? qobject_cast<const QFileSystemModel*>(tree->model()) : nullptr;
-            treeFilled = folders && QTest::qWaitFor([&] {
-                             return folders->rowCount(folders->index("/")) > 1 &&
-                                    tree->viewport()->rect().contains(tree->visualRect(tree->currentIndex()));
-                         });
+            const bool filled = folders && QTest::qWaitFor([&] {
+                                    return folders->rowCount(folders->index("/")) > 1 &&
+                                           tree->viewport()->rect().contains(tree->visualRect(tree->currentIndex()));
+                                });
+            seen << (filled ? "tree filled" : "tree empty");
             QTest::qWait(100);
             saveScreenshot(chooser, "FolderChooser");
             path->clear();
             QTest::keyClicks(path, "relative/folder");
-            relativeRefused = !ok->isEnabled();
+            seen << (ok->isEnabled() ? "relative path taken" : "relative path refused");
             path->setText(bad);
-            MessageBoxAnswer invalid(QMessageBox::Ok);
             QTest::mouseClick(ok, Qt::LeftButton);
-            refused = invalid.text;
-            openAfterRefusal = chooser->isVisible();
+            seen << (chooser->isVisible() ? "open after refusal" : "closed after refusal");
             path->clear();
             QTest::keyClicks(path, missing);
-            MessageBoxAnswer create(QMessageBox::Yes);
             QTest::mouseClick(ok, Qt::LeftButton);
-            asked = create.text;
             if (chooser->isVisible()) chooser->close();
         });
         const auto chosen = chooseFolder(nullptr, kSaveFolderTitle, kSaveFolderPrompt, qt(dir.path()));
 
-        QCOMPARE(title, QString(kSaveFolderTitle));
-        QCOMPARE(shownFirst, qt(dir.path()));
-        QVERIFY(treeFilled);
-        QVERIFY(relativeRefused);
-        QCOMPARE(refused, "The folder:\n\n" + bad + "\n\nis invalid. Please reenter.");
-        QVERIFY(openAfterRefusal);
-        QCOMPARE(asked, "The folder:\n\n" + missing + "\n\ndoes not exist. Do you want the folder to be created?");
+        QCOMPARE(seen, QStringList({kSaveFolderTitle, qt(dir.path()), "tree filled", "relative path refused",
+                                    "open after refusal"}));
+        QCOMPARE(boxes.texts, QStringList({"The folder:\n\n" + bad + "\n\nis invalid. Please reenter.",
+                                           "The folder:\n\n" + missing +
+                                               "\n\ndoes not exist. Do you want the folder to be created?"}));
         QCOMPARE(chosen, std::optional<QString>(missing));
         QVERIFY(std::filesystem::is_directory(dir / "made" / "here"));
     }
@@ -116,10 +101,7 @@ private slots:
 
 }  // namespace
 
-int runFolderChooserTests(int argc, char** argv) {
-    FolderChooserTest test;
-    return QTest::qExec(&test, argc, argv);
-}
+int runFolderChooserTests(int argc, char** argv) { return runTests<FolderChooserTest>(argc, argv); }
 
 }  // namespace vellira::ui
 

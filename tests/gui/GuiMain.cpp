@@ -2,17 +2,6 @@
 #include "gui/GuiTests.h"
 
 #include <QApplication>
-#include <QDir>
-#include <QWidget>
-
-namespace vellira::ui {
-
-void saveScreenshot(QWidget* widget, const char* name) {
-    QDir().mkpath(VELLIRA_SCREENSHOTS);
-    widget->grab().save(QString(VELLIRA_SCREENSHOTS) + "/" + name + ".png");
-}
-
-}  // namespace vellira::ui
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);

@@ -16,7 +16,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -26,7 +25,6 @@
 #include <QPushButton>
 #include <QTableWidget>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
 
 #include <fstream>
@@ -57,8 +55,6 @@ int pageCount(const std::filesystem::path& pdf) {
     return host.pageCount(host.openDocument(pdf));
 }
 
-void saveShot(QWidget* widget, const char* name) { saveScreenshot(widget, name); }
-
 }  // namespace
 
 class GuiTest : public QObject {
@@ -68,13 +64,17 @@ class GuiTest : public QObject {
     std::unique_ptr<ApplicationWindow> window_;
     QStringList opened_;  // what the system's "open" action was given
 
-    // A window with its own settings folder, whose default list holds `rows`.
-    MainDialog* openApplication(const std::vector<std::filesystem::path>& rows = {}) {
-        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((*dir_ / "config").string()));
+    // A settings folder whose default list holds `rows`.
+    void writeDefaultList(const std::vector<std::filesystem::path>& rows) {
         std::filesystem::create_directories(*dir_ / "config" / "vellira");
         std::ofstream list(*dir_ / "config" / "vellira" / "default.lst");
         for (const auto& row : rows) list << "+" << row.string() << "|\n";
-        list.close();
+    }
+
+    // A window over its own settings folder, whose default list holds `rows`.
+    MainDialog* openApplication(const std::vector<std::filesystem::path>& rows = {}) {
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((*dir_ / "config").string()));
+        writeDefaultList(rows);
         window_ = std::make_unique<ApplicationWindow>();
         window_->setOpenAction([this](const QString& path) { opened_ << path; });
         window_->show();
@@ -143,15 +143,15 @@ private slots:
             auto* options = dialog->findChild<QDialog*>(name);
             QVERIFY(options);
             checkControls(options);
-            saveShot(options, name);
+            saveScreenshot(options, name);
             click(options, "saveExit");
         }
         QCOMPARE(checked, 52);
 
-        MessageBoxAnswer saidSaved(QMessageBox::Ok);
+        MessageBoxes said;
         const auto again = *dir_ / "again.pcs";
         dialog->saveSetupTo(qt(again.string()));
-        QCOMPARE(saidSaved.text, qt(again.string() + " saved."));
+        QCOMPARE(said.texts, QStringList{qt(again.string() + " saved.")});
         QCOMPARE(testing::readFile(again), text);
     }
 
@@ -186,7 +186,7 @@ private slots:
         choose("PAGEEXTRACT", PageExtractMode::BookmarksLevel2);
         QCOMPARE(shown(control("EXTRACT")), qt(modeText(FilenameMode::Bookmark)));
         QVERIFY(!control("MATCHPOSH")->isEnabled());
-        saveShot(dialog, "MainDialog");
+        saveScreenshot(dialog, "MainDialog");
     }
 
     // "Process Batch List" splits the application's list on a worker thread:
@@ -195,7 +195,7 @@ private slots:
     void processBatchListSplitsTheListUntilStopped() {
         const auto pdf = writeStatements(3000);
         MainDialog* dialog = openApplication({pdf});
-        saveShot(window_.get(), "ApplicationWindow");
+        saveScreenshot(window_.get(), "ApplicationWindow");
         QStringList statuses;
         connect(&dialog->runs(), &RunController::rowStatus, this,
                 [&](int row, const QString& status) { statuses << QString("%1 %2").arg(row).arg(status); });
@@ -204,7 +204,7 @@ private slots:
                 [&, shot = false](const QString&, int page, int) mutable {
                     reached = std::max(reached, page);
                     auto* status = dialog->findChild<StatusDialog*>("StatusDialog");
-                    if (!shot && status && page > 20) shot = true, saveShot(status, "StatusDialog");
+                    if (!shot && status && page > 20) shot = true, saveScreenshot(status, "StatusDialog");
                     if (page >= 100) {
                         if (auto* stop = dialog->findChild<QPushButton*>("stopButton"); stop && stop->isEnabled())
                             stop->click();
@@ -231,34 +231,18 @@ private slots:
         QVERIFY(dialog->findChild<QWidget*>("settingsForm")->isEnabled());
     }
 
-    // A question the run asks on its worker thread is a message box on the
-    // interface thread, and its answer goes back to the run.
+    // Questions the run asks on its worker thread are windows on the interface
+    // thread, and their answers go back to the run: the mail list is shown as a
+    // table and nothing is sent on "Cancel"; a "Yes" opens the text report.
     void questionsFromTheRunAreAnsweredOnTheInterfaceThread() {
         const auto pdf = writeStatements(10);
         MainDialog* dialog = openApplication();
         QVERIFY(window_->openDocument(qt(pdf.string())));
         QCOMPARE(window_->findChild<QLabel*>("documentDetails")->text().left(10), QString("10 page(s)"));
         dialog->findChild<QCheckBox*>("USECURRENT")->setChecked(true);
-        SplitSettings reports = dialog->settings();
-        reports.REPORTOPTIONSTXT = 1;
-        dialog->showInControls(reports);
-        MessageBoxAnswer asked(QMessageBox::Yes);
-        click(dialog, "process");
-        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
-        QCOMPARE(asked.text, QString("Done! - 2 PDF file(s) output\r\n\r\nReport files have been generated, do you "
-                                     "want to view text report ?"));
-        QVERIFY(asked.onInterfaceThread);
-        QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
-    }
-
-    // Asked to confirm, the run shows its mail list as a table and sends
-    // nothing on "Cancel".
-    void theMailListIsConfirmedInItsWindow() {
-        const auto pdf = writeStatements(10);
-        MainDialog* dialog = openApplication({pdf});
-        SplitSettings mailing = dialog->settings();
-        mailing.EMAILENABLE = mailing.EMAILCONFIRM = 1;
-        dialog->showInControls(mailing);
+        SplitSettings settings = dialog->settings();
+        settings.REPORTOPTIONSTXT = settings.EMAILENABLE = settings.EMAILCONFIRM = 1;
+        dialog->showInControls(settings);
         QStringList rows;
         QTimer answer;
         connect(&answer, &QTimer::timeout, this, [&] {
@@ -272,20 +256,23 @@ private slots:
             click(list, "cancelButton");
         });
         answer.start(20);
-        MessageBoxAnswer summary(QMessageBox::Ok);
+        MessageBoxes asked;
         click(dialog, "process");
         QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
         const QString out = qt((*dir_ / "out").string());
         QCOMPARE(rows, (QStringList{out + "/extract_100000.pdf 1-5", out + "/extract_100001.pdf 6-10"}));
-        QCOMPARE(summary.text, QString("(0) Emails sent ok: 0, errors: 0"));
+        QCOMPARE(asked.texts, (QStringList{"Done! - 2 PDF file(s) output\r\n\r\nReport files have been generated, do "
+                                           "you want to view text report ?",
+                                           "(0) Emails sent ok: 0, errors: 0"}));
+        QVERIFY(asked.onInterfaceThread);
+        QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
     }
 
     // A setup marked AUTOMATION runs the batch list by itself and closes the
     // application when the run ends.
     void anAutomationSetupRunsUnattended() {
         const auto pdf = writeStatements(10);
-        std::filesystem::create_directories(*dir_ / "config" / "vellira");
-        std::ofstream(*dir_ / "config" / "vellira" / "default.lst") << "+" << pdf.string() << "|\n";
+        writeDefaultList({pdf});
         const auto setup = *dir_ / "auto.pcs";
         std::ofstream(setup, std::ios::binary) << "AUTOMATION\r\nOUTPUTDIR;" << (*dir_ / "out").string() << " \r\n";
         QProcess program;
@@ -300,8 +287,9 @@ private slots:
     }
 
     // "&Show" draws each match over its word on its page in the view, and
-    // asks for the next as the run asks.
-    void showHighlightsEachMatchInTheView() {
+    // asks for the next as the run asks. Clicking a word then offers its
+    // position to the settings, and the preview lists the ranges they cut.
+    void showHighlightsEachMatchAndAClickedWordGivesItsPosition() {
         const auto pdf = writeStatements(12);
         MainDialog* dialog = openApplication();
         dialog->findChild<QComboBox*>("FILENAME")->setEditText(qt(pdf.string()));
@@ -314,7 +302,7 @@ private slots:
                 const auto word = window_->pageView().highlightedWord();
                 if (!word) return;  // the page is still being drawn
                 seen << QString("%1: %2").arg(window_->pageView().currentPage() + 1).arg(word->text);
-                if (seen.size() == 2) saveShot(window_.get(), "PageViewHighlight");
+                if (seen.size() == 2) saveScreenshot(window_.get(), "PageViewHighlight");
                 box->button(QMessageBox::Yes)->click();
             } else {
                 seen << box->text();
@@ -326,19 +314,11 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
         QCOMPARE(seen, (QStringList{"1: account:", "6: account:", "11: account:", "No more matches found."}));
         QCOMPARE(window_->currentDocument(), qt(pdf.string()));
-    }
 
-    // Clicking a word offers its position to the settings; the preview lists
-    // the ranges the settings cut.
-    void aClickedWordGivesItsPositionAndThePreviewFollows() {
-        const auto pdf = writeStatements(10);
-        MainDialog* dialog = openApplication();
-        QVERIFY(window_->openDocument(qt(pdf.string())));
         auto* preview = window_->findChild<QTableWidget*>("previewRanges");
-        QTRY_COMPARE_WITH_TIMEOUT(preview->rowCount(), 2, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(preview->rowCount(), 3, 10000);
         QCOMPARE(preview->item(1, 0)->text(), QString("6-10"));
         QCOMPARE(preview->item(1, 2)->text(), QString("extract_100001.pdf"));
-
         PageView& view = window_->pageView();
         QTRY_VERIFY(!view.words().empty());
         const ViewWord label = view.words().front();
@@ -352,8 +332,8 @@ private slots:
             }
         });
         choose.start(20);
-        QTest::mouseClick(view.findChild<QWidget*>("pageCanvas"), Qt::LeftButton, {},
-                          view.findChild<QWidget*>("pageCanvas")->mapFrom(&view, view.wordCentre(label)));
+        QWidget* canvas = view.findChild<QWidget*>("pageCanvas");
+        QTest::mouseClick(canvas, Qt::LeftButton, {}, canvas->mapFrom(&view, view.wordCentre(label)));
         QTRY_COMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSH")), QString::number(label.h));
         QCOMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSV")), QString::number(label.v));
         QCOMPARE(shown(dialog->findChild<QWidget*>("FINDSTRING")), QString("account:"));
@@ -361,7 +341,7 @@ private slots:
         // Matched pages only: the preview follows the settings.
         dialog->findChild<QComboBox*>("PAGEEXTRACT")->setCurrentText(qt(modeText(PageExtractMode::MatchedPageOnly)));
         QTRY_COMPARE_WITH_TIMEOUT(preview->item(1, 0)->text(), QString("6"), 10000);
-        saveShot(window_.get(), "PreviewPane");
+        saveScreenshot(window_.get(), "PreviewPane");
     }
 
     // ExRun opens the main dialog as the menu item does, replacing one.
@@ -374,13 +354,8 @@ private slots:
     }
 };
 
-}  // namespace vellira::ui
+int runApplicationTests(int argc, char** argv) { return runTests<GuiTest>(argc, argv); }
 
-namespace vellira::ui {
-int runApplicationTests(int argc, char** argv) {
-    GuiTest test;
-    return QTest::qExec(&test, argc, argv);
-}
 }  // namespace vellira::ui
 
 #include "GuiTest.moc"

@@ -4,39 +4,48 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDir>
 #include <QMessageBox>
-#include <QThread>
+#include <QTest>
 #include <QTimer>
+#include <QWidget>
 
 #include <filesystem>
 
-class QWidget;
-
 namespace vellira::ui {
+
+template <class Tests>
+int runTests(int argc, char** argv) {
+    Tests tests;
+    return QTest::qExec(&tests, argc, argv);
+}
 
 int runApplicationTests(int argc, char** argv);
 int runBatchListTests(int argc, char** argv);
 int runFolderChooserTests(int argc, char** argv);
 
 // Writes a picture of a window into the build folder's screenshots.
-void saveScreenshot(QWidget* widget, const char* name);
+inline void saveScreenshot(QWidget* widget, const char* name) {
+    QDir().mkpath(VELLIRA_SCREENSHOTS);
+    widget->grab().save(QString(VELLIRA_SCREENSHOTS) + "/" + name + ".png");
+}
 
-// Answers the next message box with `button` once it shows, and keeps its
-// text.
-struct MessageBoxAnswer {
-    QString text;
-    bool onInterfaceThread = false;
-    explicit MessageBoxAnswer(QMessageBox::StandardButton button) {
-        auto* timer = new QTimer(qApp);
-        QObject::connect(timer, &QTimer::timeout, [this, timer, button] {
+// Answers every message box that shows while it lives, keeping their texts:
+// "Yes" where the box asks, "OK" otherwise.
+struct MessageBoxes {
+    QStringList texts;
+    bool onInterfaceThread = true;
+    QTimer timer;
+    MessageBoxes() {
+        QObject::connect(&timer, &QTimer::timeout, [this] {
             auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
             if (!box) return;
-            text = box->text();
-            onInterfaceThread = QThread::currentThread() == qApp->thread() && box->thread() == qApp->thread();
-            timer->deleteLater();
-            box->button(button)->click();
+            texts << box->text();
+            onInterfaceThread = onInterfaceThread && box->thread() == qApp->thread();
+            QAbstractButton* yes = box->button(QMessageBox::Yes);
+            (yes ? yes : box->button(QMessageBox::Ok))->click();
         });
-        timer->start(20);
+        timer.start(20);
     }
 };
 

@@ -2,15 +2,15 @@
 """A loopback SMTP server for the mail tests (Debian's python3-aiosmtpd).
 
 Every message received is unpacked into OUT/msg-N/: envelope.txt (MAIL FROM
-and RCPT TO lines), raw.eml (the message as it came), headers.txt (decoded),
-from-name.txt, subject.txt, body.txt and each attachment under its own
-(decoded) file name. The port is written to PORT_FILE once the server listens.
+and RCPT TO lines), raw.eml (as it came), headers.txt (decoded), body.txt,
+body-type.txt and each attachment under its own (decoded) file name.
+The port is written to PORT_FILE once the server listens.
 
-  smtp_server.py OUT PORT_FILE MODE [--cert C --key K] [--user U --password P]
+  smtp_server.py OUT PORT_FILE MODE --cert C --key K --user U --password P
                  [--stop-after N]
-MODE: plain, ssl (TLS from the first byte) or starttls (TLS required). With a
-user, login is required. With --stop-after N the server goes away in the middle
-of message N + 1.
+MODE: plain, ssl (TLS from the first byte) or starttls (TLS required); login
+is required. With --stop-after N the server goes away in the middle of
+message N + 1.
 """
 import argparse
 import email
@@ -31,6 +31,11 @@ def free_port():
         return probe.getsockname()[1]
 
 
+def write(folder, name, data):
+    with open(os.path.join(folder, name), "wb" if isinstance(data, bytes) else "w") as f:
+        f.write(data)
+
+
 class Handler:
     def __init__(self, out, stop_after):
         self.out = out
@@ -43,33 +48,21 @@ class Handler:
         self.count += 1
         folder = os.path.join(self.out, "msg-%d" % self.count)
         os.makedirs(folder)
-        with open(os.path.join(folder, "envelope.txt"), "w") as f:
-            f.write("MAIL FROM: %s\n" % envelope.mail_from)
-            for rcpt in envelope.rcpt_tos:
-                f.write("RCPT TO: %s\n" % rcpt)
-        with open(os.path.join(folder, "raw.eml"), "wb") as f:
-            f.write(envelope.original_content)
+        write(folder, "envelope.txt", "".join(["MAIL FROM: %s\n" % envelope.mail_from] +
+                                              ["RCPT TO: %s\n" % rcpt for rcpt in envelope.rcpt_tos]))
+        write(folder, "raw.eml", envelope.original_content)
         message = email.message_from_bytes(envelope.content, policy=email.policy.default)
-        with open(os.path.join(folder, "from-name.txt"), "w") as f:
-            f.write(message["From"].addresses[0].display_name)
-        with open(os.path.join(folder, "subject.txt"), "w") as f:
-            f.write(str(message["Subject"]))
-        with open(os.path.join(folder, "headers.txt"), "w") as f:
-            for key, value in message.items():
-                f.write("%s: %s\n" % (key, value))
+        write(folder, "headers.txt", "".join("%s: %s\n" % item for item in message.items()))
         for part in message.walk():
             if part.is_multipart():
                 continue
             name = part.get_filename()
             if name:
-                with open(os.path.join(folder, os.path.basename(name)), "wb") as f:
-                    f.write(part.get_payload(decode=True))
+                write(folder, os.path.basename(name), part.get_payload(decode=True))
             else:
                 text = part.get_payload(decode=True).decode(part.get_content_charset() or "ascii")
-                with open(os.path.join(folder, "body.txt"), "wb") as f:
-                    f.write(text.encode("utf-8"))
-                with open(os.path.join(folder, "body-type.txt"), "w") as f:
-                    f.write(part.get_content_type())
+                write(folder, "body.txt", text.encode("utf-8"))
+                write(folder, "body-type.txt", part.get_content_type())
         return "250 OK"
 
 
@@ -78,10 +71,8 @@ def main():
     parser.add_argument("out")
     parser.add_argument("port_file")
     parser.add_argument("mode", choices=["plain", "ssl", "starttls"])
-    parser.add_argument("--cert")
-    parser.add_argument("--key")
-    parser.add_argument("--user")
-    parser.add_argument("--password")
+    for required in ("--cert", "--key", "--user", "--password"):
+        parser.add_argument(required, required=True)
     parser.add_argument("--stop-after", type=int, default=0)
     args = parser.parse_args()
 
@@ -90,16 +81,10 @@ def main():
               and auth_data.password.decode() == args.password)
         return AuthResult(success=ok, handled=False)
 
-    options = {}
-    if args.user:
-        options["authenticator"] = authenticator
-        options["auth_required"] = True
-        # TLS from the first byte is TLS too, though the server only counts STARTTLS.
-        options["auth_require_tls"] = args.mode == "starttls"
-    context = None
-    if args.mode != "plain":
-        context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
-        context.load_cert_chain(args.cert, args.key)
+    # TLS from the first byte is TLS too, though the server only counts STARTTLS.
+    options = {"authenticator": authenticator, "auth_required": True, "auth_require_tls": args.mode == "starttls"}
+    context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+    context.load_cert_chain(args.cert, args.key)
     if args.mode == "ssl":
         options["ssl_context"] = context
     elif args.mode == "starttls":
