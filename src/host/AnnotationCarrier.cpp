@@ -319,7 +319,9 @@ void AnnotationCarrier::carryPage(pdf_document* target, pdf_graft_map* map, int 
 
     // Pop-ups and replies point at the copies of what they belong to, when
     // those came along.
-    for (const auto& [annot, copy] : onPage) {
+    for (const auto& entry : onPage) {
+        pdf_obj* annot = entry.first;
+        pdf_obj* copy = entry.second;
         for (pdf_obj* key : {PDF_NAME(Popup), PDF_NAME(IRT), PDF_NAME(Parent)}) {
             if (pdf_name_eq(ctx_, key, PDF_NAME(Parent)) &&
                 !pdf_name_eq(ctx_, pdf_dict_get(ctx_, annot, PDF_NAME(Subtype)), PDF_NAME(Popup)))
