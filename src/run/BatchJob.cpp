@@ -106,6 +106,7 @@ BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
     if (run.open(job, host, planning)) plan.completed = run.batch.process(plan.rows);
     plan.rangesFailed = run.batch.run.rangesFailed;
     plan.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
+    plan.scansFailed = run.batch.run.scansFailed;
     plan.stopped = ui.cancelled();
     plan.events = std::move(planning.events);
     return plan;

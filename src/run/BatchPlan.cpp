@@ -199,7 +199,8 @@ std::string planText(const BatchPlan& plan) {
                        {"completed", plan.completed},
                        {"stopped", plan.stopped},
                        {"rangesFailed", plan.rangesFailed},
-                       {"documentsWithoutRanges", plan.documentsWithoutRanges}};
+                       {"documentsWithoutRanges", plan.documentsWithoutRanges},
+                       {"scansFailed", plan.scansFailed}};
     try {
         return json.dump() + "\n";
     } catch (const Json::type_error& error) {
@@ -241,6 +242,8 @@ BatchPlan planFromText(std::string_view text) {
         plan.stopped = json.at("stopped").get<bool>();
         plan.rangesFailed = integerAt(json, "rangesFailed");
         plan.documentsWithoutRanges = integerAt(json, "documentsWithoutRanges");
+        // Plans written before scans that failed were counted have none.
+        if (json.contains("scansFailed")) plan.scansFailed = integerAt(json, "scansFailed");
         return plan;
     });
 }
@@ -389,6 +392,7 @@ BatchResult finishPlan(const BatchPlan& plan, const std::vector<ShardResult>& sh
     result.stopped = plan.stopped;
     result.rangesFailed = plan.rangesFailed;
     result.documentsWithoutRanges = plan.documentsWithoutRanges;
+    result.scansFailed = plan.scansFailed;
     std::uint32_t unique = 0;
     for (const auto& [path, bytes] : plan.files) {
         StagedFile report;

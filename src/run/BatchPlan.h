@@ -45,6 +45,7 @@ struct BatchPlan {
     bool stopped = false;
     int rangesFailed = 0;
     int documentsWithoutRanges = 0;
+    int scansFailed = 0;  // documents whose scan an error ended
 };
 
 // A plan or a shard's result that cannot be read (or a plan that cannot be
