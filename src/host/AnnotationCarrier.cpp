@@ -116,17 +116,21 @@ pdf_obj* AnnotationCarrier::fieldFor(pdf_document* target, pdf_graft_map* map, i
     building_.insert(key);
     pdf_obj* parent = fieldFor(target, map, sourceId, pdf_dict_get(ctx_, field, PDF_NAME(Parent)), known, depth + 1);
     building_.erase(key);
-    if (parent) {
-        mupdfGuarded(ctx_, [&] {
-            pdf_dict_put(ctx_, copy, PDF_NAME(Parent), parent);
-            pdf_obj* kids = pdf_dict_get(ctx_, parent, PDF_NAME(Kids));
-            if (!pdf_is_array(ctx_, kids)) kids = pdf_dict_put_array(ctx_, parent, PDF_NAME(Kids), 1);
-            pdf_array_push(ctx_, kids, copy);
-        });
-    } else {
-        rootFields_.push_back(copy);
-    }
+    attach(copy, parent);
     return copy;
+}
+
+void AnnotationCarrier::attach(pdf_obj* child, pdf_obj* parent) {
+    if (!parent) {
+        rootFields_.push_back(child);
+        return;
+    }
+    mupdfGuarded(ctx_, [&] {
+        pdf_dict_put(ctx_, child, PDF_NAME(Parent), parent);
+        pdf_obj* kids = pdf_dict_get(ctx_, parent, PDF_NAME(Kids));
+        if (!pdf_is_array(ctx_, kids)) kids = pdf_dict_put_array(ctx_, parent, PDF_NAME(Kids), 1);
+        pdf_array_push(ctx_, kids, child);
+    });
 }
 
 // The source form's settings that make the carried fields show and edit as
@@ -298,17 +302,7 @@ void AnnotationCarrier::carryPage(pdf_document* target, pdf_graft_map* map, int 
         onPage.emplace_back(annot, copy);
 
         if (pdf_name_eq(ctx_, subtype, PDF_NAME(Widget))) {
-            if (pdf_obj* field =
-                    fieldFor(target, map, sourceId, pdf_dict_get(ctx_, annot, PDF_NAME(Parent)), known, 0)) {
-                mupdfGuarded(ctx_, [&] {
-                    pdf_dict_put(ctx_, copy, PDF_NAME(Parent), field);
-                    pdf_obj* kids = pdf_dict_get(ctx_, field, PDF_NAME(Kids));
-                    if (!pdf_is_array(ctx_, kids)) kids = pdf_dict_put_array(ctx_, field, PDF_NAME(Kids), 1);
-                    pdf_array_push(ctx_, kids, copy);
-                });
-            } else {
-                rootFields_.push_back(copy);
-            }
+            attach(copy, fieldFor(target, map, sourceId, pdf_dict_get(ctx_, annot, PDF_NAME(Parent)), known, 0));
             try {
                 adoptForm(target, map, source, known);
             } catch (const HostError&) {

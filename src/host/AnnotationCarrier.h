@@ -77,6 +77,9 @@ private:
                       SourceAnnotations& known);
     pdf_obj* fieldFor(pdf_document* target, pdf_graft_map* map, int sourceId, pdf_obj* field, SourceAnnotations& known,
                       int depth);
+    // Makes `child` a kid of the field `parent`, or a root field of the form
+    // when it has none.
+    void attach(pdf_obj* child, pdf_obj* parent);
     void adoptForm(pdf_document* target, pdf_graft_map* map, pdf_document* source, SourceAnnotations& known);
     SourceAnnotations::Named destinationOf(pdf_document* source, pdf_obj* dest, SourceAnnotations& known);
     pdf_obj* keep(pdf_obj* object);
