@@ -700,34 +700,30 @@ void MupdfHost::insertPages(DocHandle target, DocHandle source, int firstPage, i
     impl_->guarded([&] {
         if (!map) map = pdf_new_graft_map(ctx, to.pdf);
     });
-    // The page objects are looked up anew each time: a file repaired while a
-    // page was grafted holds its pages in objects of their own.
-    const auto sourcePage = [&](int page, const auto& use) {
+    std::vector<int> annotated;  // source pages with annotations
+    for (int page = firstPage; page < firstPage + count; ++page) {
+        const Impl::PageLookup lookup(*impl_, from, page);
+        bool hasAnnotations = false;
+        impl_->guarded([&] {
+            hasAnnotations = AnnotationCarrier::hasAnnotations(ctx, pdf_lookup_page_obj(ctx, from.pdf, page));
+            pdf_graft_mapped_page(ctx, map, -1, from.pdf, page);
+        });
+        if (hasAnnotations) annotated.push_back(page);
+    }
+    to.grafted.push_back({source.id, firstPage, base, count});
+    // Annotations once the whole range is in: links lead to pages after them.
+    if (!annotated.empty() && !to.annotations) to.annotations = std::make_unique<AnnotationCarrier>(ctx);
+    for (const int page : annotated) {
+        // Looked up anew, and held: a file repaired while a page was grafted
+        // holds its pages in objects of their own.
         const Impl::PageLookup lookup(*impl_, from, page);
         pdf_obj* object = nullptr;
         impl_->guarded([&] { object = pdf_keep_obj(ctx, pdf_lookup_page_obj(ctx, from.pdf, page)); });
         const std::unique_ptr<pdf_obj, std::function<void(pdf_obj*)>> held(
             object, [ctx](pdf_obj* kept) { pdf_drop_obj(ctx, kept); });
-        use(object);
-    };
-    std::vector<int> annotated;  // source pages with annotations
-    for (int page = firstPage; page < firstPage + count; ++page) {
-        {
-            const Impl::PageLookup lookup(*impl_, from, page);
-            impl_->guarded([&] { pdf_graft_mapped_page(ctx, map, -1, from.pdf, page); });
-        }
-        sourcePage(page, [&](pdf_obj* object) {
-            if (AnnotationCarrier::hasAnnotations(ctx, object)) annotated.push_back(page);
-        });
+        to.annotations->carryPage(to.pdf, map, source.id, from.pdf, object, base + page - firstPage, to.grafted,
+                                  from.annotationsRead);
     }
-    to.grafted.push_back({source.id, firstPage, base, count});
-    // Annotations once the whole range is in: links lead to pages after them.
-    if (!annotated.empty() && !to.annotations) to.annotations = std::make_unique<AnnotationCarrier>(ctx);
-    for (const int page : annotated)
-        sourcePage(page, [&](pdf_obj* object) {
-            to.annotations->carryPage(to.pdf, map, source.id, from.pdf, object, base + page - firstPage, to.grafted,
-                                      from.annotationsRead);
-        });
     if (!bookmarks) return;
 
     to.outline.reset();
