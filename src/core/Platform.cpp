@@ -176,6 +176,14 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
     return bytes.str();
 }
 
+std::filesystem::path unusedTemporaryBeside(const std::filesystem::path& target, std::uint32_t& unique) {
+    std::filesystem::path temporary;
+    std::error_code ignored;
+    do temporary = temporaryBeside(target, unique++);
+    while (std::filesystem::exists(temporary, ignored));
+    return temporary;
+}
+
 bool isTemporaryName(const std::filesystem::path& path) { return temporaryRun(pathText(path.filename())).has_value(); }
 
 void removeStaleTemporaries(const std::filesystem::path& folder) {
@@ -187,6 +195,10 @@ void removeStaleTemporaries(const std::filesystem::path& folder) {
         if (run && runEnded(*run) && it->is_regular_file(ignored) && !it->is_symlink(ignored))
             std::filesystem::remove(it->path(), ignored);
     }
+}
+
+void removeStaleTemporaries(const std::filesystem::path& folder, std::unordered_set<std::string>& tidied) {
+    if (tidied.insert(pathText(folder)).second) removeStaleTemporaries(folder);
 }
 
 bool isPlainFileOrMissing(const std::filesystem::path& path) {

@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -65,6 +66,9 @@ const RunIdentity& thisRun();
 // (".vellira-HOST-PROCESS-STARTED-UNIQUE.tmp") that names the run writing it.
 std::filesystem::path temporaryBeside(const std::filesystem::path& target, std::uint32_t unique,
                                       const RunIdentity& run = thisRun());
+// The first such name, numbered from `unique` on (which moves past it), at
+// which nothing stands.
+std::filesystem::path unusedTemporaryBeside(const std::filesystem::path& target, std::uint32_t& unique);
 // Whether a path names such a temporary file.
 bool isTemporaryName(const std::filesystem::path& path);
 
@@ -74,6 +78,8 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path);
 // no longer run (killed before they could tidy up). Those of live runs, of
 // other hosts and every other file are left alone.
 void removeStaleTemporaries(const std::filesystem::path& folder);
+// The same, once for each folder: `tidied` holds the folders done.
+void removeStaleTemporaries(const std::filesystem::path& folder, std::unordered_set<std::string>& tidied);
 
 // Whether nothing, or a plain file (or a link to one), stands at a path.
 bool isPlainFileOrMissing(const std::filesystem::path& path);

@@ -87,9 +87,7 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
         // existing file is replaced only by a complete one. A staged output
         // stays under a temporary name of its own until its row's turn.
         if (run.staging) {
-            std::filesystem::path staged;
-            do staged = temporaryBeside(hostPath, run.stagingId++);
-            while (std::filesystem::exists(staged, ignored));
+            const auto staged = unusedTemporaryBeside(hostPath, run.stagingId);
             host.saveDocument(target, staged);
             run.staged.emplace_back(staged, hostPath);
         } else {
@@ -271,8 +269,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
         return false;
     }
     if (run.planned) return planRange(source, outFile, start, end, appended);
-    if (run.tidiedFolders.insert(pathText(hostPath.parent_path())).second)
-        removeStaleTemporaries(hostPath.parent_path());
+    removeStaleTemporaries(hostPath.parent_path(), run.tidiedFolders);
     // Appends of two runs to one output are one after the other: the old
     // file is read and the new one saved under the output's lock.
     std::optional<FileLock> appending;

@@ -74,9 +74,7 @@ bool StagedFile::open(const std::filesystem::path& path, std::uint32_t& unique) 
     }
     // A folder or a pipe at the name is never replaced.
     if (!isPlainFileOrMissing(path)) return false;
-    std::error_code ignored;
-    do temporary_ = temporaryBeside(path, unique++);
-    while (std::filesystem::exists(temporary_, ignored));
+    temporary_ = unusedTemporaryBeside(path, unique);
     file_ = openFile(temporary_, "wb");
     if (!file_) temporary_.clear();
     return isOpen();

@@ -367,7 +367,7 @@ ShardResult applyShard(const BatchPlan& plan, int shard, int shards, DocumentHos
             }
             host.insertPages(target, source, w.first - 1, w.last - w.first + 1, w.bookmarks);
             if (output.has_parent_path()) std::filesystem::create_directories(output.parent_path(), ignored);
-            if (tidied.insert(pathText(output.parent_path())).second) removeStaleTemporaries(output.parent_path());
+            removeStaleTemporaries(output.parent_path(), tidied);
             host.saveDocument(target, output);
             host.closeDocument(target);
         } catch (const HostError& error) {

@@ -175,8 +175,7 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
     // tidied as output folders are.
     const auto reports = reportPaths(settings, settings.FILENAME);
     for (const auto& report : {reports.text, reports.csv})
-        if (report != nullDevice() && run.tidiedFolders.insert(pathText(report.parent_path())).second)
-            removeStaleTemporaries(report.parent_path());
+        if (report != nullDevice()) removeStaleTemporaries(report.parent_path(), run.tidiedFolders);
     if (!doc.reports.open(settings, settings.FILENAME, localNow(), ui, run.stagingId)) return kNotOpened;
     // Reports written whole replace those of their names: now, or in its
     // turn for a row split beside others; a plan carries them instead.
