@@ -207,11 +207,20 @@ bool isPlainFileOrMissing(const std::filesystem::path& path) {
     return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
 }
 
+FileSet::Known& FileSet::toAdd() {
+    if (!known_)
+        known_ = std::make_shared<Known>();
+    else if (known_.use_count() > 1)
+        known_ = std::make_shared<Known>(*known_);
+    return *known_;
+}
+
 #ifdef _WIN32
-void FileSet::add(const std::filesystem::path& path) { paths_.push_back(path); }
+void FileSet::add(const std::filesystem::path& path) { toAdd().push_back(path); }
 
 bool FileSet::contains(const std::filesystem::path& path) const {
-    for (const auto& known : paths_) {
+    if (!known_) return false;
+    for (const auto& known : *known_) {
         std::error_code unknown;
         if (std::filesystem::equivalent(path, known, unknown)) return true;
     }
@@ -220,12 +229,13 @@ bool FileSet::contains(const std::filesystem::path& path) const {
 #else
 void FileSet::add(const std::filesystem::path& path) {
     struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) ids_.emplace(status.st_dev, status.st_ino);
+    if (::stat(path.c_str(), &status) == 0) toAdd().emplace(status.st_dev, status.st_ino);
 }
 
 bool FileSet::contains(const std::filesystem::path& path) const {
     struct stat status {};
-    return !ids_.empty() && ::stat(path.c_str(), &status) == 0 && ids_.count({status.st_dev, status.st_ino}) > 0;
+    return known_ && !known_->empty() && ::stat(path.c_str(), &status) == 0 &&
+           known_->count({status.st_dev, status.st_ino}) > 0;
 }
 #endif
 

@@ -95,10 +95,14 @@ public:
 
 private:
 #ifdef _WIN32
-    std::vector<std::filesystem::path> paths_;
+    using Known = std::vector<std::filesystem::path>;
 #else
-    std::set<std::pair<std::uintmax_t, std::uintmax_t>> ids_;  // device, inode
+    using Known = std::set<std::pair<std::uintmax_t, std::uintmax_t>>;  // device, inode
 #endif
+    // Copies share what they know until one of them adds to it: a run hands
+    // its sources to every worker.
+    std::shared_ptr<Known> known_;
+    Known& toAdd();
 };
 
 // Why a file that says what this process writes (a plan) may have been

@@ -35,9 +35,9 @@ BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settin
     engine.addressFromWords = [this](std::vector<Word> words) { return addressAmong(std::move(words), settings); };
 }
 
-void BatchRun::setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status) {
-    rows[row].status = status;
-    ui.rowStatus(static_cast<int>(row), status);
+void BatchRun::setStatus(BatchRow& row, std::size_t index, const char* status) {
+    row.status = status;
+    ui.rowStatus(static_cast<int>(index), status);
 }
 
 bool BatchRun::prepare() {
@@ -94,26 +94,25 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
 bool BatchRun::processInOrder(std::vector<BatchRow>& rows) {
     for (std::size_t index = 0; index < rows.size(); ++index) {
         if (ui.cancelled()) return false;
-        if (!processRow(rows, index)) return false;
+        if (!processRow(rows[index], index)) return false;
     }
     return true;
 }
 
-bool BatchRun::processRow(std::vector<BatchRow>& rows, std::size_t index) {
-    const BatchRow& row = rows[index];
+bool BatchRun::processRow(BatchRow& row, std::size_t index) {
     inBatch = true;
     if (row.use != "Yes") return true;
     if (!readableFile(host.makeHostPath(row.path))) {
-        setStatus(rows, index, "file error");
+        setStatus(row, index, "file error");
         return true;
     }
-    setStatus(rows, index, "Processing");
+    setStatus(row, index, "Processing");
     if (row.params.size() > 1) {
         // A row's own settings stay in force for the rows after it.
         std::string params = row.params;
         readParameters(params, settings, {legacyFolder, false});
         if (!engine.takeSettings()) {
-            setStatus(rows, index, "Can't open");
+            setStatus(row, index, "Can't open");
             errorFlag = true;
             return true;
         }
@@ -134,14 +133,14 @@ bool BatchRun::processRow(std::vector<BatchRow>& rows, std::size_t index) {
     }
     switch (processDocument(false)) {
         case kNotOpened:
-            setStatus(rows, index, "Can't open");
+            setStatus(row, index, "Can't open");
             errorFlag = true;
             break;
         case kLocked:
-            setStatus(rows, index, "Permissions error");
+            setStatus(row, index, "Permissions error");
             errorFlag = true;
             break;
-        case kProcessed: setStatus(rows, index, "Done"); break;
+        case kProcessed: setStatus(row, index, "Done"); break;
     }
     return true;
 }

@@ -78,10 +78,10 @@ private:
     // The run's clock, counters and modes; "[DESKTOP]" in OUTPUTDIR; the
     // refusal of a multi-word search with a position mode.
     bool beginRun();
-    void setStatus(std::vector<BatchRow>& rows, std::size_t row, const char* status);
+    void setStatus(BatchRow& row, std::size_t index, const char* status);
     // One row of the list: its own parameters file, then its document.
     // Answers false when the run must stop.
-    bool processRow(std::vector<BatchRow>& rows, std::size_t index);
+    bool processRow(BatchRow& row, std::size_t index);
     bool processInOrder(std::vector<BatchRow>& rows);
     // Whether rows are split side by side: several jobs and several rows,
     // and nothing that the run as a whole keeps in order (a split list, a

@@ -1,8 +1,9 @@
 // Rows of a batch list split side by side.
 //
-// Each row is split on a thread of its own, with a host of its own, and
-// whatever it does is kept back: its outputs and reports are saved under
-// temporary names, its messages, statuses and files written are recorded.
+// Rows are split by up to `jobs` worker threads, each with a host of its
+// own, started once for the run. Whatever a row does is kept back: its
+// outputs and reports are saved under temporary names, its messages,
+// statuses and files written are recorded.
 // Rows are then taken in list order, as a single thread would take them:
 // the outputs and reports are put in place, the record is told, and the
 // counters are added up. So the files, the reports and everything the
@@ -25,6 +26,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -72,19 +74,20 @@ bool keptInOrder(const SplitSettings& settings) {
 struct RowTask {
     std::size_t index = 0;
     bool worker = false;
-    std::unique_ptr<DocumentHost> host;
     std::unique_ptr<EventRecorder> ui;
     SplitSettings settings;
-    std::unique_ptr<BatchRun> batch;
-    std::vector<BatchRow> rows;
+    BatchRow row;
     Carried assumed;
+    RunState start;  // what the row's run starts with
+    long sequence = 0;
+    std::unique_ptr<BatchRun> batch;  // made by the worker
     bool keepGoing = true;
     std::exception_ptr failure;  // what the row threw, thrown again in its turn
     bool done = false;           // under the run's lock
-    std::thread thread;
 
     // Removes what the row saved under temporary names.
     void discard() {
+        if (!batch) return;
         std::error_code ignored;
         for (const auto& [temporary, output] : batch->run.staged) std::filesystem::remove(temporary, ignored);
         batch->engine.doc.reports.discardStaged();
@@ -100,25 +103,97 @@ bool BatchRun::sideBySide(const std::vector<BatchRow>& rows) const {
 
 bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
     std::mutex lock;
-    std::condition_variable changed;
+    std::condition_variable handedOut;  // workers wait for rows
+    std::condition_variable finished;   // this thread waits for a row in its turn
     std::mutex asking;
-    std::deque<std::unique_ptr<RowTask>> pending;  // in list order
-    std::vector<std::unique_ptr<DocumentHost>> idleHosts;
-    SplitSettings ahead = settings;  // as the rows handed out so far leave them
+    std::deque<std::unique_ptr<RowTask>> pending;      // in list order
+    std::deque<RowTask*> ready;                        // rows handed out that no worker has taken yet, under the lock
+    std::vector<std::unique_ptr<DocumentHost>> hosts;  // one each worker
+    std::vector<std::thread> workers;
+    bool closing = false;              // the workers are to end, under the lock
+    const RowTask* awaited = nullptr;  // the row this thread waits for, under the lock
+    SplitSettings ahead = settings;    // as the rows handed out so far leave them
     std::size_t next = 0;
-    int running = 0;       // workers under way, under the lock
     bool blocked = false;  // a row kept in order waits for its turn
     // Rows done ahead of their turn wait with their outputs under temporary
     // names: not too many.
     const std::size_t mostPending = static_cast<std::size_t>(jobs) * 8;
     const auto canHandOut = [&] {
-        return next < rows.size() && running < jobs && pending.size() < mostPending && !blocked && !ui.cancelled();
+        return next < rows.size() && pending.size() < mostPending && !blocked && !ui.cancelled();
+    };
+
+    // A worker splits the rows handed out on its own host, one after the
+    // other, until the run ends: neither thread nor host is made per row.
+    const auto work = [&](DocumentHost& workerHost) {
+        std::unique_lock guard(lock);
+        for (;;) {
+            handedOut.wait(guard, [&] { return closing || !ready.empty(); });
+            if (closing) return;
+            RowTask* const task = ready.front();
+            ready.pop_front();
+            guard.unlock();
+            try {
+                task->batch = std::make_unique<BatchRun>(workerHost, *task->ui, task->settings);
+                BatchRun& batch = *task->batch;
+                batch.legacyFolder = legacyFolder;
+                batch.runTime = runTime;
+                batch.inBatch = true;
+                batch.run = std::move(task->start);
+                batch.engine.composer.runTime = engine.composer.runTime;
+                batch.engine.composer.sequence = task->sequence;
+                takeCarried(batch, task->assumed);
+                task->keepGoing = batch.processRow(task->row, task->index);
+            } catch (...) {
+                task->failure = std::current_exception();
+            }
+            guard.lock();
+            task->done = true;
+            // This thread is woken once the row it waits for is done and the
+            // workers are about to run out of rows: it then puts in place
+            // every row done by then, and hands out more, all at once.
+            if (awaited && awaited->done && ready.size() <= static_cast<std::size_t>(jobs)) {
+                guard.unlock();
+                finished.notify_one();
+                guard.lock();
+            }
+        }
+    };
+
+    // However the run ends, rows under way are stopped, the workers end, and
+    // what the rows not put in place saved is thrown away.
+    struct Closing {
+        std::function<void()> close;
+        ~Closing() { close(); }
+    } closeWorkers{[&] {
+        for (auto& task : pending)
+            if (task->worker) task->ui->requestCancel();
+        {
+            const std::lock_guard guard(lock);
+            closing = true;
+        }
+        handedOut.notify_all();
+        for (auto& worker : workers) worker.join();
+        for (auto& task : pending)
+            if (task->worker) task->discard();
+    }};
+
+    // Up to `jobs` workers, each with a host of its own; none when no host
+    // can be made, and the rows are then split here, in their turn.
+    bool noMoreHosts = false;
+    const auto startWorkers = [&] {
+        while (!noMoreHosts && workers.size() < static_cast<std::size_t>(jobs)) {
+            try {
+                hosts.push_back(newHost());
+                workers.emplace_back(work, std::ref(*hosts.back()));
+            } catch (const HostError&) {
+                noMoreHosts = true;
+            }
+        }
+        return !workers.empty();
     };
 
     const auto handOut = [&] {
-        std::unique_lock guard(lock);
         while (canHandOut()) {
-            guard.unlock();
             auto task = std::make_unique<RowTask>();
             task->index = next;
             const BatchRow& row = rows[next];
@@ -130,86 +205,45 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             }
             if (document && keptInOrder(after)) {
                 blocked = true;
-            } else if (document) {
-                guard.lock();
-                if (!idleHosts.empty()) {
-                    task->host = std::move(idleHosts.back());
-                    idleHosts.pop_back();
-                }
-                guard.unlock();
-                try {
-                    if (!task->host) task->host = newHost();
-                } catch (const HostError&) {
-                    task->host.reset();  // the row is then split here, in its turn
-                }
-            }
-            if (task->host) {
+            } else if (document && startWorkers()) {
+                // What the worker's run starts from, as things stand now.
                 task->worker = true;
                 task->settings = ahead;
                 task->ui = std::make_unique<EventRecorder>(ui, asking);
-                task->batch = std::make_unique<BatchRun>(*task->host, *task->ui, task->settings);
-                BatchRun& batch = *task->batch;
-                batch.legacyFolder = legacyFolder;
-                batch.runTime = runTime;
-                batch.inBatch = true;
-                batch.run.sources = run.sources;
-                batch.run.overwrite = run.overwrite;
-                batch.run.staging = true;
-                // Folders already looked after are not looked at again.
-                batch.run.tidiedFolders = run.tidiedFolders;
-                batch.run.madeFolders = run.madeFolders;
-                batch.run.stagingId = static_cast<std::uint32_t>(next + 1) << 16;
-                batch.engine.composer.runTime = engine.composer.runTime;
-                batch.engine.composer.sequence = engine.composer.sequence;
+                task->row = row;
                 task->assumed = carriedOf(*this);
-                takeCarried(batch, task->assumed);
-                // The worker sees its own row only.
-                task->rows.resize(next + 1);
-                task->rows[next] = rows[next];
-                guard.lock();
-                ++running;
-                guard.unlock();
-                task->thread = std::thread([&, t = task.get()] {
-                    try {
-                        t->keepGoing = t->batch->processRow(t->rows, t->index);
-                    } catch (...) {
-                        t->failure = std::current_exception();
-                    }
-                    {
-                        // Its host is free for the next row at once.
-                        const std::lock_guard done(lock);
-                        t->done = true;
-                        --running;
-                        idleHosts.push_back(std::move(t->host));
-                    }
-                    changed.notify_all();
-                });
+                task->sequence = engine.composer.sequence;
+                RunState& start = task->start;
+                start.sources = run.sources;
+                start.overwrite = run.overwrite;
+                start.staging = true;
+                // Folders already looked after are not looked at again.
+                start.tidiedFolders = run.tidiedFolders;
+                start.madeFolders = run.madeFolders;
+                start.stagingId = static_cast<std::uint32_t>(next + 1) << 16;
+                {
+                    const std::lock_guard guard(lock);
+                    ready.push_back(task.get());
+                }
+                handedOut.notify_one();
             }
             ahead = std::move(after);
             pending.push_back(std::move(task));
             ++next;
-            guard.lock();
         }
     };
 
-    // Waits for a worker, passing Stop on to every row under way, and
-    // handing out rows as other workers finish theirs.
+    // Waits for a worker's row, passing Stop on to every row under way.
     const auto waitFor = [&](RowTask& task) {
         std::unique_lock guard(lock);
+        awaited = &task;
         while (!task.done) {
             if (ui.cancelled())
                 for (auto& each : pending)
                     if (each->worker) each->ui->requestCancel();
-            if (canHandOut()) {
-                guard.unlock();
-                handOut();
-                guard.lock();
-                continue;
-            }
-            changed.wait_for(guard, std::chrono::milliseconds(50));
+            finished.wait_for(guard, std::chrono::milliseconds(50));
         }
-        guard.unlock();
-        task.thread.join();
+        awaited = nullptr;
     };
 
     const auto commit = [&](RowTask& task) {
@@ -224,8 +258,8 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             }
         }
         run.rangesFailed += batch.engine.doc.reports.putStagedInPlace(ui);
-        const std::string& source = task.rows[task.index].path;
-        rows[task.index].status = task.rows[task.index].status;
+        const std::string& source = task.row.path;
+        rows[task.index].status = task.row.status;
         EventRecorder::replay(task.ui->events, ui, [&](const EventRecorder::Event& event, std::size_t) {
             ui.fileWritten(event.text, event.first, event.last);
             noteRewritten(run, ui, event.text, {source, event.first, event.last}, false);
@@ -269,19 +303,16 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
         RowTask& task = *pending.front();
         if (task.worker) {
             waitFor(task);
-            if (task.failure) {
-                task.discard();
-                std::rethrow_exception(task.failure);
-            }
+            if (task.failure) std::rethrow_exception(task.failure);
             if (carriedOf(*this) == task.assumed) {
                 commit(task);
                 completed = task.keepGoing;
             } else {
                 task.discard();
-                completed = processRow(rows, task.index);
+                completed = processRow(rows[task.index], task.index);
             }
         } else {
-            completed = processRow(rows, task.index);
+            completed = processRow(rows[task.index], task.index);
             if (blocked && task.index + 1 == next) {
                 // The row kept in order is done: the rows after it start from
                 // what it left.
@@ -290,13 +321,6 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             }
         }
         pending.pop_front();
-    }
-    // A stopped run throws away the rows it had not come to.
-    for (auto& task : pending) {
-        if (!task->worker) continue;
-        task->ui->requestCancel();
-        waitFor(*task);
-        task->discard();
     }
     return completed;
 }
