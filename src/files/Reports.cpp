@@ -68,10 +68,9 @@ bool StagedFile::open(const std::filesystem::path& path, std::uint32_t& unique) 
     discard();
     path_ = path;
     error_ = 0;
-    if (path == nullDevice()) {
-        file_.reset(std::fopen(pathText(path).c_str(), "wb"));
-        return isOpen();
-    }
+    // A report turned off is written nowhere: nothing is opened for it.
+    off_ = path == nullDevice();
+    if (off_) return true;
     // A folder or a pipe at the name is never replaced.
     if (!isPlainFileOrMissing(path)) return false;
     temporary_ = unusedTemporaryBeside(path, unique);
@@ -81,6 +80,7 @@ bool StagedFile::open(const std::filesystem::path& path, std::uint32_t& unique) 
 }
 
 long StagedFile::put(std::string_view text) {
+    if (off_) return static_cast<long>(text.size());
     if (std::fwrite(text.data(), 1, text.size(), file_.get()) != text.size() && error_ == 0)
         error_ = errno != 0 ? errno : EIO;
     return static_cast<long>(text.size());
@@ -111,6 +111,7 @@ bool StagedFile::putInPlace(RunInterface& ui) {
 
 void StagedFile::discard() {
     file_.reset();
+    off_ = false;
     std::error_code ignored;
     if (!temporary_.empty()) std::filesystem::remove(temporary_, ignored);
     temporary_.clear();
@@ -158,8 +159,8 @@ void Reports::rangeLine(int first, int last, std::string_view name, std::string_
 }
 
 void Reports::takeBack() {
-    std::fseek(text_.get(), -g_nWrittenRep, SEEK_CUR);
-    std::fseek(csv_.get(), -csvWritten_, SEEK_CUR);
+    if (text_.get()) std::fseek(text_.get(), -g_nWrittenRep, SEEK_CUR);
+    if (csv_.get()) std::fseek(csv_.get(), -csvWritten_, SEEK_CUR);
 }
 
 void Reports::footer(int files, int ranges) {

@@ -42,10 +42,10 @@ public:
     // Opens the temporary of `path`, numbered from `unique` (moved past the
     // number taken).
     bool open(const std::filesystem::path& path, std::uint32_t& unique);
-    bool isOpen() const { return file_ != nullptr; }
+    bool isOpen() const { return file_ != nullptr || off_; }
     // Writes text and answers its length.
     long put(std::string_view text);
-    std::FILE* get() const { return file_.get(); }
+    std::FILE* get() const { return file_.get(); }  // none for the null device
     // Ends the temporary where the last write ended and closes it. When
     // anything failed, says "file error! can't finish writing file: PATH
     // (REASON)", removes it and answers false.
@@ -64,6 +64,7 @@ private:
     std::filesystem::path path_;
     std::filesystem::path temporary_;  // none once put in place or removed
     int error_ = 0;                    // of the first write that failed
+    bool off_ = false;                 // opened on the null device: writes go nowhere
 };
 
 // The text and CSV reports of one source document, each a staged file.

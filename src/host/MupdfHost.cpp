@@ -158,9 +158,13 @@ private:
         return nullptr;
     }
 
-    BlockFile(FileHandle file, std::int64_t size) : file_(std::move(file)), size_(size), blocks_(kBlocks) {
-        for (auto& block : blocks_) block.bytes = std::make_unique<unsigned char[]>(kBlockSize);
-    }
+    // Blocks are made as they are first needed, no larger than the file, and
+    // never cleared: a small file costs a small buffer.
+    BlockFile(FileHandle file, std::int64_t size)
+        : file_(std::move(file)),
+          size_(size),
+          blockSize_(static_cast<std::size_t>(std::clamp<std::int64_t>(size, 1, kBlockSize))),
+          blocks_(kBlocks) {}
 
     // The block that holds `position`, read when it is not kept.
     Block& blockAt(fz_context* ctx, std::int64_t position) {
@@ -173,10 +177,10 @@ private:
             }
             if (block.used < oldest->used) oldest = &block;
         }
+        if (!oldest->bytes) oldest->bytes = std::make_unique_for_overwrite<unsigned char[]>(blockSize_);
         std::size_t length = 0;
-        while (length < static_cast<std::size_t>(kBlockSize)) {
-            const ssize_t got = ::pread(fileno(file_.get()), oldest->bytes.get() + length,
-                                        static_cast<std::size_t>(kBlockSize) - length,
+        while (length < blockSize_) {
+            const ssize_t got = ::pread(fileno(file_.get()), oldest->bytes.get() + length, blockSize_ - length,
                                         static_cast<off_t>(start + static_cast<std::int64_t>(length)));
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) {
@@ -223,6 +227,7 @@ private:
 
     FileHandle file_;
     std::int64_t size_;
+    std::size_t blockSize_;  // what a block holds: kBlockSize, or the whole of a smaller file
     std::vector<Block> blocks_;
     std::uint64_t clock_ = 0;
 };
