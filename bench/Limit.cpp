@@ -4,10 +4,13 @@
 //
 //   vellira-bench-limit SOURCE.pdf OUTPUT-FOLDER PAGES-PER-RANGE
 //   vellira-bench-limit SOURCE.pdf OUTPUT-FOLDER --ranges FILE
+//   vellira-bench-limit --sources FILE OUTPUT-FOLDER
 //
 // A ranges file holds one range a line, "FIRST LAST", 1-based and inclusive,
 // in the order they are to be written; ranges may overlap or repeat, as the
-// ranges a split writes do.
+// ranges a split writes do. A sources file holds "FIRST LAST SOURCE.pdf"
+// lines: each source is read once, in the order of its first line, and its
+// ranges written, as a batch of documents in one process would be.
 extern "C" {
 #include <mupdf/fitz.h>
 #include <mupdf/pdf.h>
@@ -17,6 +20,7 @@ extern "C" {
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -67,13 +71,21 @@ void writeRange(fz_context* ctx, pdf_document* source, int first, int last, cons
     fz_catch(ctx) fz_rethrow(ctx);
 }
 
-// Reads "FIRST LAST" lines; false with a message for a line that is not one.
-bool readRanges(const char* path, std::vector<Range>& ranges) {
+// One source and the ranges to write of it.
+struct Job {
+    std::string source;
+    std::vector<Range> ranges;
+};
+
+// Reads "FIRST LAST" lines into `job`, or with `sources` "FIRST LAST
+// SOURCE" lines into `jobs`; false with a message for a line that is not one.
+bool readRanges(const char* path, bool sources, std::vector<Job>& jobs) {
     std::ifstream in(path);
     if (!in) {
         std::fprintf(stderr, "vellira-bench-limit: cannot read %s\n", path);
         return false;
     }
+    std::map<std::string, std::size_t> known;  // source -> its job
     int number = 0;
     for (std::string line; std::getline(in, line);) {
         ++number;
@@ -82,54 +94,71 @@ bool readRanges(const char* path, std::vector<Range>& ranges) {
         int first = 0;
         int last = 0;
         std::string rest;
-        if (!(fields >> first >> last) || (fields >> rest) || first < 1 || last < first) {
-            std::fprintf(stderr, "vellira-bench-limit: %s:%d: not \"FIRST LAST\": %s\n", path, number, line.c_str());
+        fields >> first >> last;
+        std::getline(fields >> std::ws, rest);
+        if (!fields.eof() || first < 1 || last < first || rest.empty() == sources) {
+            std::fprintf(stderr, "vellira-bench-limit: %s:%d: not \"FIRST LAST%s\": %s\n", path, number,
+                         sources ? " SOURCE" : "", line.c_str());
             return false;
         }
-        ranges.emplace_back(first - 1, last - 1);
+        const auto [at, added] = known.try_emplace(rest, jobs.size());
+        if (sources && added) jobs.push_back({rest, {}});
+        jobs[sources ? at->second : 0].ranges.emplace_back(first - 1, last - 1);
     }
     return true;
+}
+
+// Reads the words of every page of a source, then writes its ranges, named
+// on from `files`.
+void runJob(fz_context* ctx, Job& job, int every, const std::string& folder, int& files, long& words) {
+    pdf_document* source = nullptr;
+    fz_var(source);
+    fz_try(ctx) {
+        source = pdf_open_document(ctx, job.source.c_str());
+        // Pages by number in constant time, as any reader of many pages needs.
+        pdf_load_page_tree(ctx, source);
+        const int pages = pdf_count_pages(ctx, source);
+        if (every > 0)
+            for (int first = 0; first < pages; first += every)
+                job.ranges.emplace_back(first, first + every <= pages ? first + every - 1 : pages - 1);
+        for (int page = 0; page < pages; ++page) words += countWords(ctx, &source->super, page);
+        for (const auto& [first, last] : job.ranges) {
+            if (last >= pages) fz_throw(ctx, FZ_ERROR_GENERIC, "range %d-%d past the last page", first + 1, last + 1);
+            const std::string name = folder + "/range_" + std::to_string(++files) + ".pdf";
+            writeRange(ctx, source, first, last, name.c_str());
+        }
+    }
+    fz_always(ctx) {
+        if (source) pdf_drop_page_tree(ctx, source);
+        pdf_drop_document(ctx, source);
+    }
+    fz_catch(ctx) fz_rethrow(ctx);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const bool fromFile = argc == 5 && std::strcmp(argv[3], "--ranges") == 0;
+    const bool batch = argc == 4 && std::strcmp(argv[1], "--sources") == 0;
     if (argc != 4 && !fromFile) {
         std::fprintf(stderr,
                      "usage: vellira-bench-limit SOURCE.pdf OUTPUT-FOLDER PAGES-PER-RANGE\n"
-                     "       vellira-bench-limit SOURCE.pdf OUTPUT-FOLDER --ranges FILE\n");
+                     "       vellira-bench-limit SOURCE.pdf OUTPUT-FOLDER --ranges FILE\n"
+                     "       vellira-bench-limit --sources FILE OUTPUT-FOLDER\n");
         return 2;
     }
-    const std::string folder = argv[2];
-    const int every = fromFile ? 0 : std::atoi(argv[3]);
-    std::vector<Range> ranges;
-    if (fromFile ? !readRanges(argv[4], ranges) : every < 1) return 2;
+    const std::string folder = batch ? argv[3] : argv[2];
+    const int every = fromFile || batch ? 0 : std::atoi(argv[3]);
+    std::vector<Job> jobs;
+    if (!batch) jobs.push_back({argv[1], {}});
+    if (batch ? !readRanges(argv[2], true, jobs) : fromFile ? !readRanges(argv[4], false, jobs) : every < 1) return 2;
     fz_context* ctx = fz_new_context(nullptr, nullptr, FZ_STORE_DEFAULT);
     volatile int status = 0;
-    pdf_document* source = nullptr;
-    fz_var(source);
+    int files = 0;
+    long words = 0;
     fz_try(ctx) {
-        source = pdf_open_document(ctx, argv[1]);
-        // Pages by number in constant time, as any reader of many pages needs.
-        pdf_load_page_tree(ctx, source);
-        const int pages = pdf_count_pages(ctx, source);
-        if (!fromFile)
-            for (int first = 0; first < pages; first += every)
-                ranges.emplace_back(first, first + every <= pages ? first + every - 1 : pages - 1);
-        long words = 0;
-        for (int page = 0; page < pages; ++page) words += countWords(ctx, &source->super, page);
-        int files = 0;
-        for (const auto& [first, last] : ranges) {
-            if (last >= pages) fz_throw(ctx, FZ_ERROR_GENERIC, "range %d-%d past the last page", first + 1, last + 1);
-            const std::string name = folder + "/range_" + std::to_string(++files) + ".pdf";
-            writeRange(ctx, source, first, last, name.c_str());
-        }
-        std::printf("%d pages, %ld words, %d files\n", pages, words, files);
-    }
-    fz_always(ctx) {
-        if (source) pdf_drop_page_tree(ctx, source);
-        pdf_drop_document(ctx, source);
+        for (auto& job : jobs) runJob(ctx, job, every, folder, files, words);
+        std::printf("%zu sources, %ld words, %d files\n", jobs.size(), words, files);
     }
     fz_catch(ctx) {
         std::fprintf(stderr, "vellira-bench-limit: %s\n", fz_caught_message(ctx));
