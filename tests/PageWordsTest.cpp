@@ -73,7 +73,9 @@ TEST(PageWordStore, HoldsUpTo32769WordsThenRefuses) {
         RecordingInterface ui;
         store.readPage(host, openPages(host, {manyWords(words)}), 0, false, ui);
         EXPECT_EQ(store.count(), stored) << words;
-        if (stored > 0) EXPECT_EQ(store.words.back().text, "w" + std::to_string(stored - 1));
+        if (stored > 0) {
+            EXPECT_EQ(store.words.back().text, "w" + std::to_string(stored - 1));
+        }
         EXPECT_EQ(store.tooManyWords(ui), refuses) << words;
         EXPECT_EQ(ui.notes, notes) << words;
     }
