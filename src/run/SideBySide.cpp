@@ -115,11 +115,15 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
     SplitSettings ahead = settings;    // as the rows handed out so far leave them
     std::size_t next = 0;
     bool blocked = false;  // a row kept in order waits for its turn
+    // Whether the last row taken left the state it found, under the lock:
+    // only then are rows handed out far ahead, each assuming that state.
+    bool settled = false;
     // Rows done ahead of their turn wait with their outputs under temporary
     // names: not too many.
     const std::size_t mostPending = static_cast<std::size_t>(jobs) * 8;
     const auto canHandOut = [&] {
-        return next < rows.size() && pending.size() < mostPending && !blocked && !ui.cancelled();
+        return next < rows.size() && pending.size() < (settled ? mostPending : static_cast<std::size_t>(jobs)) &&
+               !blocked && !ui.cancelled();
     };
 
     // A worker splits the rows handed out on its own host, one after the
@@ -149,9 +153,10 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             guard.lock();
             task->done = true;
             // This thread is woken once the row it waits for is done and the
-            // workers are about to run out of rows: it then puts in place
-            // every row done by then, and hands out more, all at once.
-            if (awaited && awaited->done && ready.size() <= static_cast<std::size_t>(jobs)) {
+            // workers are about to run out of rows (or the state is not
+            // settled): it then puts in place every row done by then, and
+            // hands out more, all at once.
+            if (awaited && awaited->done && (!settled || ready.size() <= static_cast<std::size_t>(jobs))) {
                 guard.unlock();
                 finished.notify_one();
                 guard.lock();
@@ -301,6 +306,7 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             break;
         }
         RowTask& task = *pending.front();
+        const Carried before = carriedOf(*this);
         if (task.worker) {
             waitFor(task);
             if (task.failure) std::rethrow_exception(task.failure);
@@ -321,6 +327,16 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
             }
         }
         pending.pop_front();
+        // Rows no worker has begun start from the state the rows taken so
+        // far leave. The first row of a run often leaves another state than
+        // it found: rows handed out before it was done are split again.
+        const Carried now = carriedOf(*this);
+        const std::lock_guard guard(lock);
+        settled = now == before;
+        for (RowTask* waiting : ready) {
+            waiting->assumed = now;
+            waiting->sequence = engine.composer.sequence;
+        }
     }
     return completed;
 }
