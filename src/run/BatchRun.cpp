@@ -1,12 +1,11 @@
 #include "run/BatchRun.h"
 
+#include "core/Platform.h"
 #include "core/Text.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "mail/AddressCapture.h"
 #include "run/BatchPlan.h"
-
-#include <fstream>
 
 namespace vellira {
 
@@ -27,7 +26,7 @@ constexpr std::string_view kPositionOneWord =
 
 bool readableFile(const std::filesystem::path& path) {
     std::error_code error;
-    return std::filesystem::is_regular_file(path, error) && std::ifstream(path, std::ios::binary).good();
+    return std::filesystem::is_regular_file(path, error) && openFile(path, "rb") != nullptr;
 }
 
 BatchRun::BatchRun(DocumentHost& host_, RunInterface& ui_, SplitSettings& settings_)
