@@ -20,6 +20,7 @@ pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)
+pkg_check_modules(TESSERACT REQUIRED IMPORTED_TARGET tesseract lept)
 find_package(nlohmann_json 3.10 REQUIRED)
 
 if(VELLIRA_BUILD_GUI)

@@ -57,7 +57,9 @@ TEST(PositionsCommand, ListsEveryWordOfThePageWithItsPositionAndRefusesBadInput)
         EXPECT_EQ(bad.status, c.status) << c.arguments << "\n" << bad.err;
         EXPECT_NE(bad.err.find(c.errHas), std::string::npos) << c.arguments << "\n" << bad.err;
         EXPECT_EQ(bad.out, "") << c.arguments;
-        if (c.status == 1) EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+        if (c.status == 1) {
+            EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+        }
     }
 }
 

@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vellira {
 
@@ -30,6 +31,7 @@ public:
     static constexpr int kNeedsPassword = 3;  // encrypted with a user password
     static constexpr int kArgument = 4;       // a page or handle out of range
     static constexpr int kIo = 5;             // the file could not be read or written
+    static constexpr int kRecognition = 6;    // a page's image could not be read
 
     HostError(int code, std::string text) : std::runtime_error(text), code_(code), text_(std::move(text)) {}
     int code() const noexcept { return code_; }
@@ -71,6 +73,9 @@ struct Word {
     int v = 0;
     int page = 0;  // 0-based
     std::uint16_t number = 0;
+    // How sure the reading of a page's image was of it, 0 to 100; -1 for a
+    // word of the page's text.
+    std::int8_t confidence = -1;
 };
 // Returning false stops the enumeration of the current page.
 using WordCallback = std::function<bool(const Word&)>;
@@ -78,6 +83,47 @@ using WordCallback = std::function<bool(const Word&)>;
 // A coordinate in points as a whole number: truncated toward zero, so 99.99
 // gives 99 and -0.5 gives 0. Values outside 32 bits saturate; NaN gives 0.
 int truncateCoordinate(double points);
+
+// A word read from a page's image: its box and the start of its baseline
+// in the image's pixels (origin top-left), and how sure the reading was.
+struct RecognizedWord {
+    std::string text;
+    float x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+    float baseX = 0, baseY = 0;
+    int confidence = 0;
+};
+
+// A page rendered in grey to be read: a byte a pixel (0 is black), rows top
+// to bottom, as the page is shown (its /Rotate applied).
+struct GreyRaster {
+    int width = 0;
+    int height = 0;
+    int dpi = 0;
+    std::vector<unsigned char> pixels;
+};
+
+// Reads the words of a page's image, in reading order; a page scanned
+// turned or skewed is read the right way round, its words still placed in
+// the image as given. One recognizer is used from one thread at a time.
+class TextRecognizer {
+public:
+    virtual ~TextRecognizer() = default;
+    // Throws std::runtime_error when the image cannot be read.
+    virtual std::vector<RecognizedWord> read(const GreyRaster& raster) = 0;
+};
+
+// When a host reads a page's words from its image, and with what.
+struct TextRecognition {
+    enum class Pages { Off, WithoutText, All };
+    Pages pages = Pages::Off;
+    int dpi = 300;
+    // Makes the recognizer a host uses, the first time a page needs one.
+    // Throws std::runtime_error with what is missing (such as a language).
+    std::function<std::unique_ptr<TextRecognizer>()> make;
+    // What the recognizer made by `make` reads with: a host keeps its
+    // recognizer while this stays the same.
+    std::string key;
+};
 
 class DocumentHost {
 public:
@@ -129,6 +175,16 @@ public:
     // Throws HostError. A host may build them without a call per word.
     virtual void appendWords(DocHandle doc, int page, std::vector<Word>& words);
 
+    // Pages from now on have their words read from their image, as
+    // `recognition` says: those without text, or all of them. A page is read
+    // from its image once while the host lives; a recognizer that cannot be
+    // made fails the page's words with HostError (kRecognition). A host that
+    // cannot render ignores it.
+    virtual void setTextRecognition(const TextRecognition& recognition) { recognition_ = recognition; }
+    const TextRecognition& textRecognition() const { return recognition_; }
+    // Whether the words of a page read so far came from its image.
+    virtual bool pageRecognized(DocHandle /*doc*/, int /*page*/) { return false; }
+
     // Bookmark tree: the root of the outline (none when the document has no
     // bookmarks), first child and next sibling (none at the end), the title as
     // UTF-8, the indent (top-level items are 0), and the 0-based page a
@@ -143,6 +199,8 @@ public:
 
 protected:
     virtual DocHandle openFile(const std::filesystem::path& path, bool makeCurrent) = 0;
+
+    TextRecognition recognition_;
 };
 
 // Makes a host of the same kind as a run's own, for a worker thread: hosts

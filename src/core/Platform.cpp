@@ -3,6 +3,7 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -199,6 +200,33 @@ void removeStaleTemporaries(const std::filesystem::path& folder) {
 
 void removeStaleTemporaries(const std::filesystem::path& folder, std::unordered_set<std::string>& tidied) {
     if (tidied.insert(pathText(folder)).second) removeStaleTemporaries(folder);
+}
+
+void* moduleFunction(const std::string& relativePath, const char* name, std::string& failure) {
+#ifdef _WIN32
+    failure = "modules are linked into the program on Windows";
+    static_cast<void>(relativePath);
+    static_cast<void>(name);
+    return nullptr;
+#else
+    std::error_code error;
+    auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    if (error) {
+        Dl_info info{};
+        if (dladdr(reinterpret_cast<void*>(&moduleFunction), &info) && info.dli_fname)
+            folder = std::filesystem::absolute(info.dli_fname, error).parent_path();
+    }
+    const auto path = folder / relativePath;
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!module) {
+        const char* why = dlerror();
+        failure = why ? why : pathText(path) + ": cannot be loaded";
+        return nullptr;
+    }
+    void* function = dlsym(module, name);
+    if (!function) failure = pathText(path) + ": no " + name;
+    return function;
+#endif
 }
 
 bool isPlainFileOrMissing(const std::filesystem::path& path) {

@@ -81,6 +81,12 @@ void removeStaleTemporaries(const std::filesystem::path& folder);
 // The same, once for each folder: `tidied` holds the folders done.
 void removeStaleTemporaries(const std::filesystem::path& folder, std::unordered_set<std::string>& tidied);
 
+// A function a module of this program exports. The module is found at
+// `relativePath` from the program's own folder (the same in the build tree
+// as installed), loaded the first time and kept for the life of the
+// process. None, with the loader's words in `failure`, when it cannot be.
+void* moduleFunction(const std::string& relativePath, const char* name, std::string& failure);
+
 // Whether nothing, or a plain file (or a link to one), stands at a path.
 bool isPlainFileOrMissing(const std::filesystem::path& path);
 

@@ -108,6 +108,21 @@ constexpr std::string_view kEmailBoundsDetails =
     "to the address. All four bounds start at 0, and 0 is a real bound: with 0 as an upper bound only words at "
     "position 0 qualify, so set them (usually to -1, any position) before mailing.";
 
+constexpr std::string_view kOcrDetails =
+    "A page is rendered at OCRRESOLUTION dots per inch and read with the Tesseract library in the languages of "
+    "OCRLANGUAGES; its words then take part in every search, name and address as a text page's do, at their "
+    "places on the page (h, v in points). A page scanned sideways, upside down or a little crooked is read the "
+    "right way round. Words read with less than OCRCONFIDENCE (0 to 100) are left out.\n"
+    "  \"Off\"                 never\n"
+    "  \"Pages without text\"  pages that hold no text (scans), the default\n"
+    "  \"All pages\"           every page, its text ignored\n"
+    "For a batch of scanned letters in English and German, read at 400 dpi:\n"
+    "  OCR;Pages without text\n"
+    "  OCRLANGUAGES;eng+deu\n"
+    "  OCRRESOLUTION;400\n"
+    "Each language is a Debian package: tesseract-ocr-eng, tesseract-ocr-deu, ... ('apt install "
+    "tesseract-ocr-deu').";
+
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
 // label on its first line, meaning and any details on the next.
@@ -231,6 +246,14 @@ const SettingsKey kKeys[] = {
      "the address starts after this word, such as the label before it"},
     {"EMAILHORIZBEFORETEXT", KeyType::Text, &S::EMAILHORIZBEFORETEXT, "Before text:",
      "the address ends before this word"},
+    {"OCR", KeyType::Text, &S::OCR, "Read pages from their image (OCR):",
+     "which pages are read from their image: \"Off\", \"Pages without text\" or \"All pages\"", kOcrDetails},
+    {"OCRLANGUAGES", KeyType::Text, &S::OCRLANGUAGES, "Languages:",
+     "the languages pages are read in, Tesseract's names joined by +: eng+deu", kOcrDetails},
+    {"OCRRESOLUTION", KeyType::Integer, &S::OCRRESOLUTION, "Resolution (dpi):",
+     "the dots per inch a page is rendered at to be read (36 to 1200)", kOcrDetails},
+    {"OCRCONFIDENCE", KeyType::Integer, &S::OCRCONFIDENCE, "Least confidence:",
+     "the least confidence (0 to 100) a word read from an image needs to count", kOcrDetails},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",

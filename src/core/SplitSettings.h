@@ -190,8 +190,19 @@ struct SplitSettings {
     std::string EMAILHORIZAFTERTEXT;
     std::string EMAILHORIZBEFORETEXT;
 
+    // Reading pages from their image (OCR): which pages (one of kOcrModes),
+    // in which languages, at what resolution, and the least confidence a
+    // word read needs to count.
+    std::string OCR = "Pages without text";
+    std::string OCRLANGUAGES = "eng";
+    int OCRRESOLUTION = 300;
+    int OCRCONFIDENCE = 30;
+
     bool operator==(const SplitSettings&) const = default;
 };
+
+// The OCR key's values: which pages are read from their image.
+inline constexpr std::array<std::string_view, 3> kOcrModes = {"Off", "Pages without text", "All pages"};
 
 // One parameters-file key: its name, its type and the field it names, listed
 // in the order the parameters reader compares them, with what a user is told

@@ -34,6 +34,7 @@ ParallelPageReader::ParallelPageReader(const HostFactory& newHost, int workers, 
         std::unique_ptr<DocumentHost> own;
         try {
             own = newHost();
+            own->setTextRecognition(host.textRecognition());
         } catch (const HostError&) {
             own.reset();  // its pages are then read on the scan's host
         }

@@ -4,6 +4,7 @@
 #include "engine/SplitEngine.h"
 
 #include "core/Text.h"
+#include "reading/Recognition.h"
 
 #include <algorithm>
 
@@ -174,6 +175,8 @@ void SplitEngine::scan(ScanView view) {
     const auto source = wordFinderDocument(host, ui);
     if (!source) return;
     doc.source = *source;
+    // Pages without text (or all) are read from their image, as set.
+    host.setTextRecognition(textRecognitionFor(settings));
     int pages = 0;
     try {
         pages = host.pageCount(doc.source);

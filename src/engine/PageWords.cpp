@@ -2,6 +2,7 @@
 
 #include "core/Text.h"
 #include "files/SettingsLocations.h"
+#include "reading/Recognition.h"
 
 #include <sstream>
 
@@ -87,6 +88,7 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
         ui.note("Please open a file first!");
         return std::nullopt;
     }
+    host.setTextRecognition(textRecognitionFor(settings));
     const auto path = pagePositionsPath();
     const std::string shownPath = pathText(path);
     std::ostringstream file;
@@ -101,7 +103,11 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
          << padRight("----", 20) << "\t" << padRight("-----", 3) << "\t" << padRight("----", 3) << "\r\n\r\n";
     try {
         streamPageWords(host, *doc, page, streamedWordLimit(settings.TAKENCHARSFORFILENAME), [&](const Word& word) {
-            file << pagePositionsLine(word.text, word.h, word.v);
+            std::string line = pagePositionsLine(word.text, word.h, word.v);
+            // A word read from the page's image says so, with how sure the
+            // reading was.
+            if (word.confidence >= 0) line.insert(line.size() - 2, "\tOCR " + std::to_string(word.confidence) + "%");
+            file << line;
             return true;
         });
     } catch (const HostError& error) {

@@ -156,6 +156,10 @@ std::string parametersText(const SplitSettings& settings, bool withLastPaths) {
         "EMAILMATCHHORIZTO",
         "EMAILHORIZAFTERTEXT",
         "EMAILHORIZBEFORETEXT",
+        "OCR",
+        "OCRLANGUAGES",
+        "OCRRESOLUTION",
+        "OCRCONFIDENCE",
         "LASTPATH",
         "LASTPATHSUB",
     };

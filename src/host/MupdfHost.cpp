@@ -369,7 +369,14 @@ struct MupdfHost::Impl {
         SourceAnnotations annotationsRead;        // what a source's annotations lead to, as far as asked
         std::vector<AnnotationCarrier::Range> grafted;   // a target's pages, by where they came from
         std::unique_ptr<AnnotationCarrier> annotations;  // a target's carried annotations, once it has any
+        // The words read from a page's image, with their boxes as drawn: a
+        // page is read once.
+        std::map<int, std::vector<std::pair<Word, fz_rect>>> recognized;
     };
+
+    const TextRecognition* recognition = nullptr;  // the host's own settings
+    std::unique_ptr<TextRecognizer> recognizer;
+    std::string recognizerKey;  // what `recognizer` was made for
 
     fz_context* ctx = nullptr;
     std::map<int, Document> documents;
@@ -534,6 +541,11 @@ struct MupdfHost::Impl {
     template <bool kBoxes, typename OnWord>
     void walkWords(Document& doc, int pageNumber, OnWord&& onWord) {
         checkPage(doc, pageNumber);
+        const bool reading = recognition && recognition->make && recognition->pages != TextRecognition::Pages::Off;
+        if (reading && recognition->pages == TextRecognition::Pages::All) {
+            recognizedWords(doc, pageNumber, onWord);
+            return;
+        }
         fz_stext_page* text = nullptr;
         fz_matrix toUser = fz_identity;
         const PageLookup lookup(*this, doc, pageNumber);
@@ -586,6 +598,89 @@ struct MupdfHost::Impl {
                 }
             }
         }
+        if (number == 0 && reading) recognizedWords(doc, pageNumber, onWord);
+    }
+
+    // The words of a page read from its image, once, each with its number.
+    template <typename OnWord>
+    void recognizedWords(Document& doc, int pageNumber, OnWord&& onWord) {
+        auto found = doc.recognized.find(pageNumber);
+        if (found == doc.recognized.end()) found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber)).first;
+        unsigned number = 0;
+        for (auto [word, box] : found->second) {
+            word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
+            if (!onWord(word, static_cast<const fz_rect&>(box))) return;
+        }
+    }
+
+    // Renders a page in grey as it is shown and reads its words; their
+    // places go from the image's pixels to the page's points as drawn, and
+    // from there to PDF user space as a text word's are.
+    std::vector<std::pair<Word, fz_rect>> recognize(Document& doc, int pageNumber) {
+        if (!recognizer || recognizerKey != recognition->key) {
+            recognizer.reset();
+            try {
+                recognizer = recognition->make();
+            } catch (const std::exception& error) {
+                throw HostError(HostError::kRecognition, error.what());
+            }
+            if (!recognizer) throw HostError(HostError::kRecognition, "no text recognizer");
+            recognizerKey = recognition->key;
+        }
+        const float scale = static_cast<float>(std::clamp(recognition->dpi, 36, 1200)) / 72.0f;
+        fz_matrix toUser = fz_identity;
+        fz_pixmap* pixmap = nullptr;
+        const PageLookup lookup(*this, doc, pageNumber);
+        guarded([&] {
+            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+            fz_try(ctx) {
+                fz_rect mediabox;
+                fz_matrix ctm;
+                pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
+                toUser = fz_invert_matrix(ctm);
+                pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(scale, scale), fz_device_gray(ctx), 0);
+            }
+            fz_always(ctx) fz_drop_page(ctx, page);
+            fz_catch(ctx) fz_rethrow(ctx);
+        });
+        GreyRaster raster;
+        raster.width = fz_pixmap_width(ctx, pixmap);
+        raster.height = fz_pixmap_height(ctx, pixmap);
+        raster.dpi = static_cast<int>(scale * 72.0f + 0.5f);
+        const float originX = static_cast<float>(fz_pixmap_x(ctx, pixmap));
+        const float originY = static_cast<float>(fz_pixmap_y(ctx, pixmap));
+        const int stride = fz_pixmap_stride(ctx, pixmap);
+        const unsigned char* samples = fz_pixmap_samples(ctx, pixmap);
+        raster.pixels.resize(static_cast<std::size_t>(raster.width) * static_cast<std::size_t>(raster.height));
+        for (int row = 0; row < raster.height; ++row)
+            std::memcpy(raster.pixels.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(raster.width),
+                        samples + static_cast<std::ptrdiff_t>(row) * stride, static_cast<std::size_t>(raster.width));
+        fz_drop_pixmap(ctx, pixmap);
+
+        std::vector<RecognizedWord> read;
+        try {
+            read = recognizer->read(raster);
+        } catch (const std::exception& error) {
+            throw HostError(HostError::kRecognition, error.what());
+        }
+        const auto drawn = [&](float x, float y) {
+            return fz_make_point((x + originX) / scale, (y + originY) / scale);
+        };
+        std::vector<std::pair<Word, fz_rect>> words;
+        words.reserve(read.size());
+        for (auto& each : read) {
+            Word word;
+            word.text = std::move(each.text);
+            word.page = pageNumber;
+            word.confidence = static_cast<std::int8_t>(std::clamp(each.confidence, 0, 100));
+            const fz_point corner = fz_transform_point(drawn(each.baseX, each.baseY), toUser);
+            word.h = truncateCoordinate(corner.x);
+            word.v = truncateCoordinate(corner.y);
+            const fz_point low = drawn(each.x0, each.y0);
+            const fz_point high = drawn(each.x1, each.y1);
+            words.emplace_back(std::move(word), fz_make_rect(low.x, low.y, high.x, high.y));
+        }
+        return words;
     }
 
     // Appends carried bookmarks under `parent`; `pageShift` maps a source page
@@ -616,7 +711,9 @@ struct MupdfHost::Impl {
 
 std::string mupdfVersion() { return FZ_VERSION; }
 
-MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) {}
+MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) { impl_->recognition = &recognition_; }
+
+bool MupdfHost::pageRecognized(DocHandle doc, int page) { return impl_->document(doc).recognized.count(page) > 0; }
 MupdfHost::~MupdfHost() = default;
 
 void MupdfHost::setCurrentDocument(DocHandle doc) {

@@ -57,6 +57,7 @@ public:
     int pageRotation(DocHandle doc, int page) override;
     void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
     void appendWords(DocHandle doc, int page, std::vector<Word>& words) override;
+    bool pageRecognized(DocHandle doc, int page) override;
     BookmarkHandle bookmarkRoot(DocHandle doc) override;
     BookmarkHandle firstChild(BookmarkHandle bookmark) override;
     BookmarkHandle nextSibling(BookmarkHandle bookmark) override;

@@ -2,30 +2,11 @@
 
 #include "core/Platform.h"
 
-#ifndef VELLIRA_MAIL_WIRE_LINKED
-#include <dlfcn.h>
-#endif
-
-#include <filesystem>
 #include <stdexcept>
 
 namespace vellira {
 
 namespace {
-
-#ifndef VELLIRA_MAIL_WIRE_LINKED
-// The folder of the running program; the module's place is given relative
-// to it (VELLIRA_MAIL_WIRE_PATH), the same in the build tree as installed.
-std::filesystem::path programFolder() {
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) return program.parent_path();
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&programFolder), &info) && info.dli_fname)
-        return std::filesystem::absolute(info.dli_fname, error).parent_path();
-    return {};
-}
-#endif
 
 struct Loaded {
     const MailWire* wire = nullptr;
@@ -36,13 +17,10 @@ Loaded load() {
 #ifdef VELLIRA_MAIL_WIRE_LINKED
     return {vellira_mail_wire(), {}};
 #else
-    const auto path = programFolder() / VELLIRA_MAIL_WIRE_PATH;
-    // Kept loaded for the life of the process.
-    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!module) return {nullptr, dlerror()};
-    const auto entry = reinterpret_cast<const MailWire* (*)()>(dlsym(module, "vellira_mail_wire"));
-    if (!entry) return {nullptr, pathText(path) + ": no mail entry point"};
-    return {entry(), {}};
+    Loaded loaded;
+    if (void* entry = moduleFunction(VELLIRA_MAIL_WIRE_PATH, "vellira_mail_wire", loaded.failure))
+        loaded.wire = reinterpret_cast<const MailWire* (*)()>(entry)();
+    return loaded;
 #endif
 }
 
