@@ -43,6 +43,18 @@ TEST(Ocr, AScannedRunSplitsAsTheRunItCameFrom) {
     ASSERT_EQ(read.status, 0) << read.err;
     EXPECT_EQ(outputsOf(printed), "100000 1-3\n100001 4-6\n100002 7-9\n");
     EXPECT_EQ(outputsOf(read), outputsOf(printed));
+    // The run says how many pages it read from their image, each output how
+    // many of its own and how sure the reading was.
+    EXPECT_NE(read.err.find("3 file(s) written to " + (dir / "b").string() + "; 9 page(s) read by OCR"),
+              std::string::npos)
+        << read.err;
+    const auto json = nlohmann::json::parse(read.out);
+    ASSERT_EQ(json["outputs"].size(), 3u);
+    for (const auto& output : json["outputs"]) {
+        EXPECT_EQ(output["ocrPages"], 3);
+        EXPECT_GE(output["ocrConfidence"].get<int>(), 80);
+    }
+    EXPECT_EQ(printed.out.find("ocr"), std::string::npos);
 
     const auto unknown = runProgram(
         dir, "split --set OCRLANGUAGES=eng+xyz_abc --set OUTPUTDIR=" + quoted(dir / "c") + " " + quoted(scanned));

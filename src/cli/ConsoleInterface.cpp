@@ -28,6 +28,15 @@ bool ConsoleInterface::question(std::string_view message) {
     return answerYes_;
 }
 
+namespace {
+
+// How many of a document's pages were read from their image, when any were.
+std::string recognizedText(const Progress& progress) {
+    return progress.pagesRecognized > 0 ? ", " + std::to_string(progress.pagesRecognized) + " read by OCR" : "";
+}
+
+}  // namespace
+
 void ConsoleInterface::progress(const Progress& progress) {
     if (quiet_) return;
     if (progress.file != document_.file) {
@@ -36,15 +45,15 @@ void ConsoleInterface::progress(const Progress& progress) {
     }
     document_ = progress;
     if (!terminal_) return;
-    std::fprintf(stderr, "\r\033[K%s: page %d of %d, %d file(s) written", progress.file.c_str(), progress.page,
-                 progress.pages, progress.filesWritten);
+    std::fprintf(stderr, "\r\033[K%s: page %d of %d, %d file(s) written%s", progress.file.c_str(), progress.page,
+                 progress.pages, progress.filesWritten, recognizedText(progress).c_str());
     progressShown_ = true;
 }
 
 void ConsoleInterface::documentDone() {
     if (terminal_ || document_.pages == 0) return;
-    std::fprintf(stderr, "%s: %d page(s), %d file(s) written\n", document_.file.c_str(), document_.pages,
-                 documentFiles_);
+    std::fprintf(stderr, "%s: %d page(s), %d file(s) written%s\n", document_.file.c_str(), document_.pages,
+                 documentFiles_, recognizedText(document_).c_str());
 }
 
 void ConsoleInterface::endProgress() {

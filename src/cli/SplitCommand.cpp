@@ -154,7 +154,13 @@ std::string jsonReport(const BatchResult& result) {
             if (file == output.path) mail = jsonString(status);
         json += (i ? ",\n    " : "\n    ") + std::string("{\"path\": ") + jsonString(output.path) +
                 ", \"first\": " + std::to_string(output.first) + ", \"last\": " + std::to_string(output.last) +
-                ", \"name\": " + jsonString(output.name) + ", \"mail\": " + mail + "}";
+                ", \"name\": " + jsonString(output.name) + ", \"mail\": " + mail;
+        // Outputs with pages read from their image say how many, and how
+        // sure the reading was.
+        if (output.pagesRecognized > 0)
+            json += ", \"ocrPages\": " + std::to_string(output.pagesRecognized) +
+                    ", \"ocrConfidence\": " + std::to_string(output.meanConfidence);
+        json += "}";
     }
     json += "\n  ],\n  \"filesWritten\": " + std::to_string(result.filesWritten) +
             ",\n  \"savesFailed\": " + std::to_string(result.rangesFailed) +
@@ -207,6 +213,7 @@ int reportResult(const BatchResult& result, ConsoleInterface& ui, bool json, boo
     if (result.rangesFailed > 0) summary += "; " + std::to_string(result.rangesFailed) + " save(s) failed";
     if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
     if (result.scansFailed > 0) summary += "; " + std::to_string(result.scansFailed) + " scan(s) failed";
+    if (result.pagesRecognized > 0) summary += "; " + std::to_string(result.pagesRecognized) + " page(s) read by OCR";
     // Quiet, the line is left out unless something failed.
     if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0 || result.scansFailed > 0)
         std::cerr << summary << "\n";

@@ -12,6 +12,10 @@ struct PlannedRange {
     int last = 0;
     std::string name;
     std::string path;
+    // Of its pages, those read from their image, and the mean confidence of
+    // the words read there.
+    int pagesRecognized = 0;
+    int meanConfidence = 0;
 };
 
 // One output a planned run would save, for another process to write: the

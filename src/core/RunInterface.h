@@ -20,6 +20,7 @@ struct Progress {
     int page = 0;   // 1-based page being scanned, 0 when none
     int pages = 0;  // pages in the document
     int filesWritten = 0;
+    int pagesRecognized = 0;  // pages of the document read from their image so far
 };
 
 // One mail of a run's mail list: the output file, the 1-based source pages

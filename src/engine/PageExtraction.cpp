@@ -166,11 +166,21 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
     if (run.plan) run.plan->push_back({start + 1, end + 1, doc.g_szBuf, outFile});
     if (saved) {
+        PlannedRange output{start + 1, end + 1, doc.g_szBuf, outFile};
+        long confidence = 0;
+        int words = 0;
+        for (auto page = doc.recognized.lower_bound(start); page != doc.recognized.end() && page->first <= end;
+             ++page) {
+            ++output.pagesRecognized;
+            confidence += page->second.first;
+            words += page->second.second;
+        }
+        if (words > 0) output.meanConfidence = static_cast<int>((confidence + words / 2) / words);
         const auto [known, added] = run.outputIndex.try_emplace(outFile, run.outputs.size());
         if (added)
-            run.outputs.push_back({start + 1, end + 1, doc.g_szBuf, outFile});
+            run.outputs.push_back(std::move(output));
         else
-            run.outputs[known->second] = {start + 1, end + 1, doc.g_szBuf, outFile};
+            run.outputs[known->second] = std::move(output);
     }
 
     if (settings.EMAILENABLE) {

@@ -27,6 +27,7 @@ namespace vellira {
 struct PageText {
     int page = -1;
     int rotation = 0;
+    bool recognized = false;  // the words were read from the page's image
     std::vector<Word> words;
 };
 

@@ -34,7 +34,7 @@ bool SplitEngine::beginRun(const std::tm& now) {
     composer.runTime = now;
     composer.sequence = 0;
     match = MatchState{};
-    run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = run.scansFailed = 0;
+    run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = run.scansFailed = run.pagesRecognized = 0;
     run.written.clear();
     run.outputs.clear();
     run.outputIndex.clear();
@@ -212,7 +212,7 @@ void SplitEngine::scan(ScanView view) {
             }
         }
         if (run.trace.on()) run.trace.write("------ Scanning page: %d out of %lld\r\n", page + 1, last - first);
-        ui.progress({settings.FILENAME, page + 1, pages, doc.outputFiles});
+        ui.progress({settings.FILENAME, page + 1, pages, doc.outputFiles, static_cast<int>(doc.recognized.size())});
         // Pages before the open range (or the one a unique name may carry
         // on) are not looked at again.
         int keepFrom = page;
@@ -228,6 +228,12 @@ void SplitEngine::scan(ScanView view) {
             return;
         }
         pageRotation_ = text->rotation;
+        if (text->recognized) {
+            ++run.pagesRecognized;
+            auto& [confidence, words] = doc.recognized[page];
+            for (const Word& word : text->words) confidence += word.confidence;
+            words = static_cast<int>(text->words.size());
+        }
         for (const Word& word : text->words) {
             const std::size_t kept = limit ? firstCharacters(word.text, *limit).size() : word.text.size();
             if (kept == word.text.size()) {

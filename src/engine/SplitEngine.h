@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -68,6 +69,7 @@ struct RunState {
     int rangesFailed = 0;            // ranges whose PDF could not be made or saved
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
     int scansFailed = 0;             // documents whose scan a host error ended early: later ranges not written
+    int pagesRecognized = 0;         // pages read from their image
     // Every output saved in this run, in the order first saved, with the
     // pages and the name of its last range.
     std::vector<PlannedRange> outputs;
@@ -129,6 +131,9 @@ struct DocumentState {
     std::vector<MailRange> mailList;
     std::unordered_map<std::string, std::size_t> mailIndex;  // output path -> its entry in mailList
     Reports reports;
+    // The pages read from their image: the sum of their words' confidence
+    // and how many words, by 0-based page.
+    std::map<int, std::pair<long, int>> recognized;
     RecentPages recent;  // the pages the scan read last
 };
 

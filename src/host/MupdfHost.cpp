@@ -602,15 +602,41 @@ struct MupdfHost::Impl {
     }
 
     // The words of a page read from its image, once, each with its number.
+    // A page that draws nothing at all (a blank or lost page) has nothing to
+    // read and is not read.
     template <typename OnWord>
     void recognizedWords(Document& doc, int pageNumber, OnWord&& onWord) {
         auto found = doc.recognized.find(pageNumber);
-        if (found == doc.recognized.end()) found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber)).first;
+        if (found == doc.recognized.end()) {
+            if (drawsNothing(doc, pageNumber)) return;
+            found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber)).first;
+        }
         unsigned number = 0;
         for (auto [word, box] : found->second) {
             word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
             if (!onWord(word, static_cast<const fz_rect&>(box))) return;
         }
+    }
+
+    bool drawsNothing(Document& doc, int pageNumber) {
+        fz_rect marks = fz_empty_rect;
+        const PageLookup lookup(*this, doc, pageNumber);
+        guarded([&] {
+            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+            fz_device* device = nullptr;
+            fz_var(device);
+            fz_try(ctx) {
+                device = fz_new_bbox_device(ctx, &marks);
+                fz_run_page(ctx, page, device, fz_identity, nullptr);
+                fz_close_device(ctx, device);
+            }
+            fz_always(ctx) {
+                fz_drop_device(ctx, device);
+                fz_drop_page(ctx, page);
+            }
+            fz_catch(ctx) fz_rethrow(ctx);
+        });
+        return fz_is_empty_rect(marks);
     }
 
     // Renders a page in grey as it is shown and reads its words; their

@@ -64,6 +64,7 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.mailsFailed = run.batch.mailsFailed;
     result.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
     result.scansFailed = run.batch.run.scansFailed;
+    result.pagesRecognized = run.batch.run.pagesRecognized;
     result.outputs = run.batch.run.outputs;
     result.mails = run.batch.mailResults;
     result.stopped = ui.cancelled();
@@ -107,6 +108,7 @@ BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
     plan.rangesFailed = run.batch.run.rangesFailed;
     plan.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
     plan.scansFailed = run.batch.run.scansFailed;
+    plan.pagesRecognized = run.batch.run.pagesRecognized;
     plan.stopped = ui.cancelled();
     plan.events = std::move(planning.events);
     return plan;

@@ -190,17 +190,18 @@ std::string planText(const BatchPlan& plan) {
     }
     Json events = Json::array();
     for (const auto& e : plan.events) events.push_back(eventJson(e));
-    const Json json = {{"vellira-batch-plan", kPlanVersion},
-                       {"rows", rows},
-                       {"writes", writes},
-                       {"reports", files},
-                       {"events", events},
-                       {"mails", mails},
-                       {"completed", plan.completed},
-                       {"stopped", plan.stopped},
-                       {"rangesFailed", plan.rangesFailed},
-                       {"documentsWithoutRanges", plan.documentsWithoutRanges},
-                       {"scansFailed", plan.scansFailed}};
+    Json json = {{"vellira-batch-plan", kPlanVersion},
+                 {"rows", rows},
+                 {"writes", writes},
+                 {"reports", files},
+                 {"events", events},
+                 {"mails", mails},
+                 {"completed", plan.completed},
+                 {"stopped", plan.stopped},
+                 {"rangesFailed", plan.rangesFailed},
+                 {"documentsWithoutRanges", plan.documentsWithoutRanges},
+                 {"scansFailed", plan.scansFailed}};
+    if (plan.pagesRecognized > 0) json["pagesRecognized"] = plan.pagesRecognized;
     try {
         return json.dump() + "\n";
     } catch (const Json::type_error& error) {
@@ -244,6 +245,7 @@ BatchPlan planFromText(std::string_view text) {
         plan.documentsWithoutRanges = integerAt(json, "documentsWithoutRanges");
         // Plans written before scans that failed were counted have none.
         if (json.contains("scansFailed")) plan.scansFailed = integerAt(json, "scansFailed");
+        if (json.contains("pagesRecognized")) plan.pagesRecognized = integerAt(json, "pagesRecognized");
         return plan;
     });
 }
@@ -393,6 +395,7 @@ BatchResult finishPlan(const BatchPlan& plan, const std::vector<ShardResult>& sh
     result.rangesFailed = plan.rangesFailed;
     result.documentsWithoutRanges = plan.documentsWithoutRanges;
     result.scansFailed = plan.scansFailed;
+    result.pagesRecognized = plan.pagesRecognized;
     std::uint32_t unique = 0;
     for (const auto& [path, bytes] : plan.files) {
         StagedFile report;

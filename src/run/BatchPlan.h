@@ -45,7 +45,8 @@ struct BatchPlan {
     bool stopped = false;
     int rangesFailed = 0;
     int documentsWithoutRanges = 0;
-    int scansFailed = 0;  // documents whose scan an error ended
+    int scansFailed = 0;      // documents whose scan an error ended
+    int pagesRecognized = 0;  // pages read from their image
 };
 
 // A plan or a shard's result that cannot be read (or a plan that cannot be

@@ -273,6 +273,7 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
         run.rangesFailed += batch.run.rangesFailed;
         run.documentsWithoutRanges += batch.run.documentsWithoutRanges;
         run.scansFailed += batch.run.scansFailed;
+        run.pagesRecognized += batch.run.pagesRecognized;
         for (const auto& output : batch.run.outputs) {
             const auto [known, added] = run.outputIndex.try_emplace(output.path, run.outputs.size());
             if (added)

@@ -10,6 +10,7 @@
 #include "ui/PageView.h"
 #include "ui/ReportOptionsDialog.h"
 #include "ui/RunController.h"
+#include "ui/ScanOptionsDialog.h"
 #include "ui/SettingsBinding.h"
 
 #include <QApplication>
@@ -143,9 +144,11 @@ void MainDialog::build() {
     auto* saveSetup = button("saveSetup", "&Save Setup");
     auto* reportOptions = button("reportOptions", "&Report Options");
     auto* emailOptions = button("emailOptions", "&Email Options");
+    auto* scanOptions = button("scanOptions", "S&can Options");
     auto* batchList = button("batchList", "&Setup Batch Files List");
     auto* help = button("help", "Help");
-    for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, batchList}) top->addWidget(each);
+    for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, scanOptions, batchList})
+        top->addWidget(each);
     top->addStretch();
     top->addWidget(help);
     layout->addLayout(top);
@@ -303,6 +306,7 @@ void MainDialog::build() {
     });
     connect(reportOptions, &QPushButton::clicked, this, &MainDialog::openReportOptions);
     connect(emailOptions, &QPushButton::clicked, this, &MainDialog::openEmailOptions);
+    connect(scanOptions, &QPushButton::clicked, this, &MainDialog::openScanOptions);
     connect(batchList, &QPushButton::clicked, &window_, &ApplicationWindow::showBatchList);
     connect(help, &QPushButton::clicked, &window_, &ApplicationWindow::showHelpNote);
     connect(browseFile, &QPushButton::clicked, this, [this, filename] {
@@ -415,6 +419,8 @@ void MainDialog::openReportOptions() { openOptions(new ReportOptionsDialog(setti
 void MainDialog::openEmailOptions() {
     openOptions(new EmailSettingsDialog(settings(), mailTransportFromEnvironment(), window_.opener(), this));
 }
+
+void MainDialog::openScanOptions() { openOptions(new ScanOptionsDialog(settings(), this)); }
 
 void MainDialog::viewCurrentPagePositions() {
     BatchJob job;

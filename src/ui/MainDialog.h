@@ -4,8 +4,8 @@
 //
 // The controls of the dialog and of its option dialogs edit the settings
 // named by their object names (SettingsBinding); the fields without a control
-// here (reports, e-mail, the working "Remove first" copy) are kept in a record
-// of the dialog's own.
+// here (reports, e-mail, reading scanned pages, the working "Remove first"
+// copy) are kept in a record of the dialog's own.
 #pragma once
 
 #include "core/SplitSettings.h"
@@ -80,6 +80,7 @@ private:
     void openOptions(OptionsDialog* dialog);
     void openReportOptions();
     void openEmailOptions();
+    void openScanOptions();
     void viewCurrentPagePositions();
     void startRun(bool batch);
     void setRunning(bool running);

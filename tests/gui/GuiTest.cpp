@@ -50,6 +50,15 @@ void click(QWidget* parent, const char* button) {
     QTest::mouseClick(found, Qt::LeftButton);
 }
 
+// The option dialog `name` that `button` opens from `parent`.
+QDialog* openOptions(QWidget* parent, const char* button, const char* name) {
+    click(parent, button);
+    // One closed before may wait for its deletion.
+    for (auto* each : parent->findChildren<QDialog*>(name))
+        if (each->isVisible()) return each;
+    return nullptr;
+}
+
 int pageCount(const std::filesystem::path& pdf) {
     MupdfHost host;
     return host.pageCount(host.openDocument(pdf));
@@ -100,7 +109,8 @@ private slots:
     }
 
     // Every key goes from a setup file through "&Load Setup" into its control
-    // and back out through "&Save Setup" unchanged.
+    // and back out through "&Save Setup" unchanged; an option dialog's edits
+    // are kept on "Save/Exit" and dropped on "Cancel".
     void everyKeyRoundTripsThroughItsControl() {
         MainDialog* dialog = openApplication();
         SplitSettings saved;
@@ -114,6 +124,9 @@ private slots:
         }
         saved.EXTRACT = modeText(FilenameMode::NameAfterText);
         saved.PAGEEXTRACT = modeText(PageExtractMode::UntilMatchAtPosition);
+        saved.OCR = kOcrModes[0];
+        saved.OCRRESOLUTION = 400;
+        saved.OCRCONFIDENCE = 60;
         saved.EMAILMSG = "Dear customer,\r\nyour statement.";
         saved.OFFSETFIRST = 0;
         saved.offsetFirstWorking = 7;
@@ -137,22 +150,36 @@ private slots:
             }
         };
         checkControls(dialog->findChild<QWidget*>("settingsForm"));
-        for (const auto& [button, name] :
-             {std::pair{"reportOptions", "ReportOptionsDialog"}, {"emailOptions", "EmailSettingsDialog"}}) {
-            click(dialog, button);
-            auto* options = dialog->findChild<QDialog*>(name);
+        for (const auto& [button, name] : {std::pair{"reportOptions", "ReportOptionsDialog"},
+                                           {"emailOptions", "EmailSettingsDialog"},
+                                           {"scanOptions", "ScanOptionsDialog"}}) {
+            auto* options = openOptions(dialog, button, name);
             QVERIFY(options);
             checkControls(options);
             saveScreenshot(options, name);
             click(options, "saveExit");
         }
-        QCOMPARE(checked, 52);
+        QCOMPARE(checked, 56);
 
+        // Edits in an option dialog count on "Save/Exit" only.
+        const auto editScanOptions = [&](const char* button) {
+            auto* options = openOptions(dialog, "scanOptions", "ScanOptionsDialog");
+            QVERIFY(options);
+            options->findChild<QComboBox*>("OCR")->setCurrentText("All pages");
+            QVERIFY(options->findChild<QLineEdit*>("OCRLANGUAGES")->isEnabled());
+            options->findChild<QLineEdit*>("OCRLANGUAGES")->setText("eng+deu");
+            saveScreenshot(options, "ScanOptionsDialog");
+            click(options, button);
+        };
+        editScanOptions("cancel");
         MessageBoxes said;
         const auto again = *dir_ / "again.pcs";
         dialog->saveSetupTo(qt(again.string()));
         QCOMPARE(said.texts, QStringList{qt(again.string() + " saved.")});
         QCOMPARE(testing::readFile(again), text);
+        editScanOptions("saveExit");
+        QCOMPARE(dialog->settings().OCR, std::string("All pages"));
+        QCOMPARE(dialog->settings().OCRLANGUAGES, std::string("eng+deu"));
     }
 
     // The mode lists apply their rules to the controls as they change.
