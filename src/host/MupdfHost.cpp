@@ -682,6 +682,9 @@ struct MupdfHost::Impl {
             std::memcpy(raster.pixels.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(raster.width),
                         samples + static_cast<std::ptrdiff_t>(row) * stride, static_cast<std::size_t>(raster.width));
         fz_drop_pixmap(ctx, pixmap);
+        // A scanned page's image, decoded, is of no use to the next page:
+        // MuPDF's cache would otherwise hold megabytes of them per host.
+        fz_empty_store(ctx);
 
         std::vector<RecognizedWord> read;
         try {
