@@ -2,6 +2,7 @@
 
 #include "core/SplitSettings.h"
 #include "host/MupdfHost.h"
+#include "reading/Recognition.h"
 #include "ui/BatchListWindow.h"
 #include "ui/MainDialog.h"
 #include "ui/PageView.h"
@@ -81,6 +82,8 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
 
     auto* split = new QSplitter(this);
     pageView_ = new PageView(split);
+    // Scanned pages show their words from the first, as a run reads them.
+    pageView_->setTextRecognition(textRecognitionFor(SplitSettings{}));
     preview_ = new PreviewPane(split);
     split->addWidget(pageView_);
     split->addWidget(preview_);
@@ -177,6 +180,7 @@ void ApplicationWindow::updatePreview() {
     BatchJob job;
     job.settings = mainDialog_->settings();
     job.currentDocument = currentDocument_.toStdString();
+    pageView_->setTextRecognition(textRecognitionFor(job.settings));
     preview_->preview(std::move(job));
 }
 

@@ -117,8 +117,9 @@ public:
             Qt::QueuedConnection);
     }
 
-    void draw(int page, Fit fit, QSize viewport, int generation) {
+    void draw(int page, Fit fit, QSize viewport, int generation, const TextRecognition& recognition) {
         if (generation != view_.generation_ || !doc_) return;  // a newer request is on its way
+        host_->setTextRecognition(recognition);
         QImage image;
         std::vector<ViewWord> words;
         float zoom = 1;
@@ -257,10 +258,17 @@ void PageView::requestPage() {
     const QSize viewport = scroll_->viewport()->size() - QSize(scroll_->verticalScrollBar()->sizeHint().width(), 0);
     QMetaObject::invokeMethod(
         renderer_.get(),
-        [renderer = renderer_.get(), page = page_, fit, viewport, generation] {
-            renderer->draw(page, fit, viewport, generation);
+        [renderer = renderer_.get(), page = page_, fit, viewport, generation, recognition = recognition_] {
+            renderer->draw(page, fit, viewport, generation, recognition);
         },
         Qt::QueuedConnection);
+}
+
+void PageView::setTextRecognition(const TextRecognition& recognition) {
+    const bool changed = recognition.pages != recognition_.pages || recognition.dpi != recognition_.dpi ||
+                         recognition.key != recognition_.key;
+    recognition_ = recognition;
+    if (changed && pages_ > 0) requestPage();
 }
 
 void PageView::pageDrawn(int page, float zoom, const QImage& image, std::vector<ViewWord> words, int generation) {

@@ -57,6 +57,9 @@ public:
     const std::vector<ViewWord>& words() const { return words_; }
     // Where a word of the page in view is drawn, in the view's coordinates.
     QPoint wordCentre(const ViewWord& word) const;
+    // Which pages have their words read from their image, as the settings
+    // say; the page in view is drawn again when that changes.
+    void setTextRecognition(const TextRecognition& recognition);
 
 signals:
     // A document was opened (or could not be: pages 0 and the host's text).
@@ -73,6 +76,7 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
+    TextRecognition recognition_;
     class Renderer;
     void requestPage();
     void documentOpened(const QString& error);

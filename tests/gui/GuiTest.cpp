@@ -369,6 +369,16 @@ private slots:
         dialog->findChild<QComboBox*>("PAGEEXTRACT")->setCurrentText(qt(modeText(PageExtractMode::MatchedPageOnly)));
         QTRY_COMPARE_WITH_TIMEOUT(preview->item(1, 0)->text(), QString("6"), 10000);
         saveScreenshot(window_.get(), "PreviewPane");
+
+        // A scanned page shows the words read from its image, where the
+        // words of the page it was printed from stand.
+        const auto printed = *dir_ / "printed.pdf";
+        const auto scanned = *dir_ / "scanned.pdf";
+        fixtures::writePdf(fixtures::statements(1, 5), printed);
+        fixtures::writeScanned(printed, scanned);
+        QVERIFY(window_->openDocument(qt(scanned.string())));
+        QTRY_VERIFY_WITH_TIMEOUT(!view.words().empty() && view.words().front().text == "account:", 60000);
+        QVERIFY(std::abs(view.words().front().h - label.h) <= 4 && std::abs(view.words().front().v - label.v) <= 4);
     }
 
     // ExRun opens the main dialog as the menu item does, replacing one.
