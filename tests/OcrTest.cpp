@@ -38,7 +38,8 @@ TEST(Ocr, AScannedRunSplitsAsTheRunItCameFrom) {
     fixtures::writeScanned(digital, scanned, {.turned = {{3, 90}, {6, 180}}});
 
     const auto printed = runProgram(dir, "split --json --set OUTPUTDIR=" + quoted(dir / "a") + " " + quoted(digital));
-    const auto read = runProgram(dir, "split --json --set OUTPUTDIR=" + quoted(dir / "b") + " " + quoted(scanned));
+    const auto read = runProgram(
+        dir, "split --json --set OCRTEXTLAYER=1 --set OUTPUTDIR=" + quoted(dir / "b") + " " + quoted(scanned));
     ASSERT_EQ(printed.status, 0) << printed.err;
     ASSERT_EQ(read.status, 0) << read.err;
     EXPECT_EQ(outputsOf(printed), "100000 1-3\n100001 4-6\n100002 7-9\n");
@@ -55,6 +56,17 @@ TEST(Ocr, AScannedRunSplitsAsTheRunItCameFrom) {
         EXPECT_GE(output["ocrConfidence"].get<int>(), 80);
     }
     EXPECT_EQ(printed.out.find("ocr"), std::string::npos);
+    // Asked to, the pieces carry the text read, searchable where it was
+    // printed, also on the page scanned sideways.
+    MupdfHost host;
+    for (const auto& [piece, page, expected] : {std::tuple{"b/extract_100000.pdf", 0, "account: 100000 Vellira"},
+                                                std::tuple{"b/extract_100001.pdf", 0, "account: 100001 Vellira"}}) {
+        std::vector<Word> words;
+        host.appendWords(host.openDocument(dir / piece), page, words);
+        std::string text;
+        for (std::size_t i = 0; i < words.size() && i < 3; ++i) text += (i ? " " : "") + words[i].text;
+        EXPECT_EQ(text, expected) << piece;
+    }
 
     const auto unknown = runProgram(
         dir, "split --set OCRLANGUAGES=eng+xyz_abc --set OUTPUTDIR=" + quoted(dir / "c") + " " + quoted(scanned));
@@ -80,6 +92,7 @@ TEST(Ocr, WordsReadFromTheImageStandWhereTheTextWas) {
     const DocHandle image = host.openDocument(scanned);
     host.appendWords(image, 0, read);
     EXPECT_TRUE(host.pageRecognized(image, 0));
+    EXPECT_EQ(host.recognizedLayer(image, 0), nullptr);  // no text layer unless asked
     ASSERT_GE(read.size(), printed.size() * 9 / 10);
     std::size_t placed = 0;
     for (const Word& word : printed) {

@@ -90,8 +90,18 @@ struct RecognizedWord {
     std::string text;
     float x0 = 0, y0 = 0, x1 = 0, y1 = 0;
     float baseX = 0, baseY = 0;
+    float endX = 0, endY = 0;  // where the baseline ends
     int confidence = 0;
 };
+
+// A word read from a page's image, placed for an invisible text layer in the
+// page's PDF user space: its baseline from x, y along dx, dy (as long as the
+// word), and its height.
+struct PlacedWord {
+    std::string text;
+    float x = 0, y = 0, dx = 0, dy = 0, size = 0;
+};
+using TextLayer = std::vector<PlacedWord>;
 
 // A page rendered in grey to be read: a byte a pixel (0 is black), rows top
 // to bottom, as the page is shown (its /Rotate applied).
@@ -123,6 +133,9 @@ struct TextRecognition {
     // What the recognizer made by `make` reads with: a host keeps its
     // recognizer while this stays the same.
     std::string key;
+    // Pages read from their image keep what was read, for outputs to carry
+    // as an invisible text layer.
+    bool textLayer = false;
 };
 
 class DocumentHost {
@@ -184,6 +197,12 @@ public:
     const TextRecognition& textRecognition() const { return recognition_; }
     // Whether the words of a page read so far came from its image.
     virtual bool pageRecognized(DocHandle /*doc*/, int /*page*/) { return false; }
+    // What was read from a page's image, placed for a text layer (with
+    // `textLayer` on); none for a page not read from its image.
+    virtual std::shared_ptr<const TextLayer> recognizedLayer(DocHandle /*doc*/, int /*page*/) { return nullptr; }
+    // Writes words as invisible text under what a 0-based page of a target
+    // shows, so that the page can be searched and copied. Throws HostError.
+    virtual void addTextLayer(DocHandle /*target*/, int /*page*/, const TextLayer& /*layer*/) {}
 
     // Bookmark tree: the root of the outline (none when the document has no
     // bookmarks), first child and next sibling (none at the end), the title as

@@ -123,6 +123,14 @@ constexpr std::string_view kOcrDetails =
     "Each language is a Debian package: tesseract-ocr-eng, tesseract-ocr-deu, ... ('apt install "
     "tesseract-ocr-deu').";
 
+constexpr std::string_view kOcrLayerDetails =
+    "With OCRTEXTLAYER on, each output page that was read from its image gets the words read, as invisible text "
+    "at their places under the image, as a scanner's software writes it: the pieces can be searched, and their "
+    "text selected and copied, in any PDF viewer. What the page shows is unchanged. Outputs of pages with text of "
+    "their own are unchanged. For searchable pieces of a scanned run:\n"
+    "  OCR;Pages without text\n"
+    "  OCRTEXTLAYER;1";
+
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
 // label on its first line, meaning and any details on the next.
@@ -254,6 +262,9 @@ const SettingsKey kKeys[] = {
      "the dots per inch a page is rendered at to be read (36 to 1200)", kOcrDetails},
     {"OCRCONFIDENCE", KeyType::Integer, &S::OCRCONFIDENCE, "Least confidence:",
      "the least confidence (0 to 100) a word read from an image needs to count", kOcrDetails},
+    {"OCRTEXTLAYER", KeyType::Flag, &S::OCRTEXTLAYER, "Make the pieces searchable",
+     "write the text read from a page's image into its output as an invisible layer under the image",
+     kOcrLayerDetails},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",

@@ -197,6 +197,7 @@ struct SplitSettings {
     std::string OCRLANGUAGES = "eng";
     int OCRRESOLUTION = 300;
     int OCRCONFIDENCE = 30;
+    int OCRTEXTLAYER = 0;  // outputs carry the text read as an invisible layer
 
     bool operator==(const SplitSettings&) const = default;
 };

@@ -308,6 +308,10 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     bool inserted = true;
     try {
         host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
+        // Pages read from their image carry what was read, as searchable text.
+        const int first = host.pageCount(target) - (end - start + 1);
+        for (auto layer = doc.layers.lower_bound(start); layer != doc.layers.end() && layer->first <= end; ++layer)
+            host.addTextLayer(target, first + layer->first - start, *layer->second);
     } catch (const HostError& error) {
         ui.note("Extract Pages Abort!! Error message: " + error.text());
         inserted = false;

@@ -21,6 +21,7 @@ PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t e
     text.rotation = host.pageRotation(doc, page);
     host.appendWords(doc, page, text.words);
     text.recognized = host.pageRecognized(doc, page);
+    if (text.recognized) text.layer = host.recognizedLayer(doc, page);
     for (Word& word : text.words) {
         // A character is at least a byte: a shorter text is whole.
         if (word.text.size() > kMaxWordChars) word.text.resize(firstCharacters(word.text, kMaxWordChars).size());

@@ -29,6 +29,7 @@ struct PageText {
     int rotation = 0;
     bool recognized = false;  // the words were read from the page's image
     std::vector<Word> words;
+    std::shared_ptr<const TextLayer> layer;  // what was read, for outputs to carry as text
 };
 
 // Reads one page through a host, with room for `expected` words. Throws

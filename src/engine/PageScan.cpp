@@ -219,6 +219,7 @@ void SplitEngine::scan(ScanView view) {
         for (const int start : {doc.lStartPage, doc.lUniqueStartPage})
             if (start >= 0) keepFrom = std::min(keepFrom, start);
         doc.recent.dropBefore(keepFrom);
+        doc.layers.erase(doc.layers.begin(), doc.layers.lower_bound(keepFrom));
         const PageText* text = nullptr;
         try {
             text = &doc.recent.add(reader->read(page));
@@ -233,6 +234,7 @@ void SplitEngine::scan(ScanView view) {
             auto& [confidence, words] = doc.recognized[page];
             for (const Word& word : text->words) confidence += word.confidence;
             words = static_cast<int>(text->words.size());
+            if (text->layer) doc.layers[page] = text->layer;
         }
         for (const Word& word : text->words) {
             const std::size_t kept = limit ? firstCharacters(word.text, *limit).size() : word.text.size();

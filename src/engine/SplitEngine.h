@@ -134,6 +134,9 @@ struct DocumentState {
     // The pages read from their image: the sum of their words' confidence
     // and how many words, by 0-based page.
     std::map<int, std::pair<long, int>> recognized;
+    // What was read from the images of the pages not yet written, for the
+    // outputs to carry as an invisible text layer (OCRTEXTLAYER).
+    std::map<int, std::shared_ptr<const TextLayer>> layers;
     RecentPages recent;  // the pages the scan read last
 };
 

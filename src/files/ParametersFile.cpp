@@ -160,6 +160,7 @@ std::string parametersText(const SplitSettings& settings, bool withLastPaths) {
         "OCRLANGUAGES",
         "OCRRESOLUTION",
         "OCRCONFIDENCE",
+        "OCRTEXTLAYER",
         "LASTPATH",
         "LASTPATHSUB",
     };

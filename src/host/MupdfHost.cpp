@@ -16,6 +16,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -372,6 +373,7 @@ struct MupdfHost::Impl {
         // The words read from a page's image, with their boxes as drawn: a
         // page is read once.
         std::map<int, std::vector<std::pair<Word, fz_rect>>> recognized;
+        std::map<int, std::shared_ptr<const TextLayer>> layers;  // placed for a text layer, when asked
     };
 
     const TextRecognition* recognition = nullptr;  // the host's own settings
@@ -609,7 +611,7 @@ struct MupdfHost::Impl {
         auto found = doc.recognized.find(pageNumber);
         if (found == doc.recognized.end()) {
             if (drawsNothing(doc, pageNumber)) return;
-            found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber)).first;
+            found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber, doc.layers[pageNumber])).first;
         }
         unsigned number = 0;
         for (auto [word, box] : found->second) {
@@ -642,7 +644,8 @@ struct MupdfHost::Impl {
     // Renders a page in grey as it is shown and reads its words; their
     // places go from the image's pixels to the page's points as drawn, and
     // from there to PDF user space as a text word's are.
-    std::vector<std::pair<Word, fz_rect>> recognize(Document& doc, int pageNumber) {
+    std::vector<std::pair<Word, fz_rect>> recognize(Document& doc, int pageNumber,
+                                                    std::shared_ptr<const TextLayer>& layer) {
         if (!recognizer || recognizerKey != recognition->key) {
             recognizer.reset();
             try {
@@ -695,6 +698,22 @@ struct MupdfHost::Impl {
         const auto drawn = [&](float x, float y) {
             return fz_make_point((x + originX) / scale, (y + originY) / scale);
         };
+        if (recognition->textLayer) {
+            // Each word's baseline and height in user space, as the page's
+            // own text would be placed.
+            auto placed = std::make_shared<TextLayer>();
+            for (const auto& each : read) {
+                const fz_point start = fz_transform_point(drawn(each.baseX, each.baseY), toUser);
+                const fz_point end = fz_transform_point(drawn(each.endX, each.endY), toUser);
+                const fz_point low = drawn(each.x0, each.y0);
+                const fz_point high = drawn(each.x1, each.y1);
+                const fz_rect box = fz_transform_rect(fz_make_rect(low.x, low.y, high.x, high.y), toUser);
+                const bool upright = std::abs(end.x - start.x) >= std::abs(end.y - start.y);
+                const float size = upright ? box.y1 - box.y0 : box.x1 - box.x0;
+                placed->push_back({each.text, start.x, start.y, end.x - start.x, end.y - start.y, size});
+            }
+            layer = std::move(placed);
+        }
         std::vector<std::pair<Word, fz_rect>> words;
         words.reserve(read.size());
         for (auto& each : read) {
@@ -743,6 +762,76 @@ std::string mupdfVersion() { return FZ_VERSION; }
 MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) { impl_->recognition = &recognition_; }
 
 bool MupdfHost::pageRecognized(DocHandle doc, int page) { return impl_->document(doc).recognized.count(page) > 0; }
+
+std::shared_ptr<const TextLayer> MupdfHost::recognizedLayer(DocHandle doc, int page) {
+    const auto& layers = impl_->document(doc).layers;
+    const auto found = layers.find(page);
+    return found == layers.end() ? nullptr : found->second;
+}
+
+void MupdfHost::addTextLayer(DocHandle target, int page, const TextLayer& layer) {
+    if (layer.empty()) return;
+    fz_context* ctx = impl_->ctx;
+    auto& doc = impl_->document(target);
+    impl_->checkPage(doc, page);
+    // Invisible text (render mode 3) in Helvetica, each word scaled along its
+    // baseline to the length it covers, drawn before the page's own content.
+    std::string content = "q BT 3 Tr\n";
+    char placing[200];
+    for (const PlacedWord& word : layer) {
+        const float length = std::hypot(word.dx, word.dy);
+        std::string text;  // Windows-1252 (Latin-1 here) as the font's encoding reads it
+        int characters = 0;
+        for (const char* at = word.text.c_str(); *at; ++characters) {
+            int rune = 0;
+            at += fz_chartorune(&rune, at);
+            const char byte = rune >= 0x20 && rune < 0x100 ? static_cast<char>(rune) : '?';
+            if (byte == '(' || byte == ')' || byte == '\\') text.push_back('\\');
+            text.push_back(byte);
+        }
+        if (characters == 0 || length <= 0) continue;
+        const float size = std::max(word.size, 1.0f);
+        // Helvetica's mean width is about half its size a character.
+        const float natural = 0.5f * size * static_cast<float>(characters);
+        std::snprintf(placing, sizeof placing, "/VelliraOcr %.2f Tf %.2f Tz %.4f %.4f %.4f %.4f %.2f %.2f Tm (", size,
+                      100.0f * length / natural, word.dx / length, word.dy / length, -word.dy / length,
+                      word.dx / length, word.x, word.y);
+        content.append(placing).append(text).append(") Tj\n");
+    }
+    content.append("ET Q\n");
+    impl_->guarded([&] {
+        pdf_obj* pageObj = pdf_lookup_page_obj(ctx, doc.pdf, page);
+        pdf_obj* font = pdf_add_new_dict(ctx, doc.pdf, 4);
+        pdf_dict_put(ctx, font, PDF_NAME(Type), PDF_NAME(Font));
+        pdf_dict_put(ctx, font, PDF_NAME(Subtype), PDF_NAME(Type1));
+        pdf_dict_put_name(ctx, font, PDF_NAME(BaseFont), "Helvetica");
+        pdf_dict_put(ctx, font, PDF_NAME(Encoding), PDF_NAME(WinAnsiEncoding));
+        // The page's resources as a dictionary of its own: other pages may
+        // share the ones it has.
+        pdf_obj* inherited = pdf_dict_get_inheritable(ctx, pageObj, PDF_NAME(Resources));
+        pdf_obj* resources =
+            pdf_is_dict(ctx, inherited) ? pdf_copy_dict(ctx, inherited) : pdf_new_dict(ctx, doc.pdf, 2);
+        pdf_dict_put_drop(ctx, pageObj, PDF_NAME(Resources), resources);
+        pdf_obj* fonts = pdf_dict_get(ctx, resources, PDF_NAME(Font));
+        fonts = pdf_is_dict(ctx, fonts) ? pdf_copy_dict(ctx, fonts) : pdf_new_dict(ctx, doc.pdf, 1);
+        pdf_dict_put_drop(ctx, resources, PDF_NAME(Font), fonts);
+        pdf_dict_puts_drop(ctx, fonts, "VelliraOcr", font);
+        fz_buffer* buffer =
+            fz_new_buffer_from_copied_data(ctx, reinterpret_cast<const unsigned char*>(content.data()), content.size());
+        pdf_obj* layerStream = nullptr;
+        fz_try(ctx) layerStream = pdf_add_stream(ctx, doc.pdf, buffer, nullptr, 0);
+        fz_always(ctx) fz_drop_buffer(ctx, buffer);
+        fz_catch(ctx) fz_rethrow(ctx);
+        pdf_obj* old = pdf_dict_get(ctx, pageObj, PDF_NAME(Contents));
+        pdf_obj* contents = pdf_new_array(ctx, doc.pdf, 2);
+        pdf_array_push_drop(ctx, contents, layerStream);
+        if (pdf_is_array(ctx, old))
+            for (int i = 0; i < pdf_array_len(ctx, old); ++i) pdf_array_push(ctx, contents, pdf_array_get(ctx, old, i));
+        else if (old)
+            pdf_array_push(ctx, contents, old);
+        pdf_dict_put_drop(ctx, pageObj, PDF_NAME(Contents), contents);
+    });
+}
 MupdfHost::~MupdfHost() = default;
 
 void MupdfHost::setCurrentDocument(DocHandle doc) {

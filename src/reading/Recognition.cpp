@@ -43,6 +43,7 @@ TextRecognition textRecognitionFor(const SplitSettings& settings) {
     const std::string languages = settings.OCRLANGUAGES.empty() ? "eng" : settings.OCRLANGUAGES;
     const int confidence = std::clamp(settings.OCRCONFIDENCE, 0, 100);
     recognition.key = languages + "/" + std::to_string(confidence);
+    recognition.textLayer = settings.OCRTEXTLAYER != 0;
     recognition.make = [languages, confidence] { return ocrWire().create(languages, confidence); };
     return recognition;
 }

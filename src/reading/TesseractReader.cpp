@@ -44,13 +44,13 @@ std::filesystem::path dataFolder() {
 // Sparse text comes in pieces, not in reading order. Words are put in lines
 // across the text's own direction (the mean direction of their baselines,
 // so a turned or skewed page reads as an upright one): lines from the first,
-// words along each line. `ends` holds each word's baseline end.
-void inReadingOrder(std::vector<RecognizedWord>& words, const std::vector<std::pair<float, float>>& ends) {
+// words along each line.
+void inReadingOrder(std::vector<RecognizedWord>& words) {
     if (words.size() < 2) return;
     double dx = 0, dy = 0;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const double x = ends[i].first - words[i].baseX;
-        const double y = ends[i].second - words[i].baseY;
+        const double x = words[i].endX - words[i].baseX;
+        const double y = words[i].endY - words[i].baseY;
         if (const double length = std::hypot(x, y); length > 0) {
             dx += x / length;
             dy += y / length;
@@ -122,7 +122,6 @@ public:
         if (api_.Recognize(nullptr) != 0) throw std::runtime_error("the page's image could not be read");
         const std::unique_ptr<tesseract::ResultIterator> word(api_.GetIterator());
         if (!word) return words;
-        std::vector<std::pair<float, float>> ends;
         do {
             const std::unique_ptr<char[]> text(word->GetUTF8Text(tesseract::RIL_WORD));
             if (!text || text[0] == 0) continue;
@@ -145,11 +144,12 @@ public:
             }
             read.baseX = static_cast<float>(x1);
             read.baseY = static_cast<float>(y1);
+            read.endX = static_cast<float>(x2);
+            read.endY = static_cast<float>(y2);
             words.push_back(std::move(read));
-            ends.emplace_back(static_cast<float>(x2), static_cast<float>(y2));
         } while (word->Next(tesseract::RIL_WORD));
         api_.Clear();
-        inReadingOrder(words, ends);
+        inReadingOrder(words);
         return words;
     }
 

@@ -1,5 +1,6 @@
 #include "ui/ScanOptionsDialog.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -50,6 +51,9 @@ ScanOptionsDialog::ScanOptionsDialog(const SplitSettings& settings, QWidget* par
     };
     auto* resolution = number("OCRRESOLUTION", 36, 1200);
     auto* confidence = number("OCRCONFIDENCE", 0, 100);
+    auto* layer = new QCheckBox(labelOf("OCRTEXTLAYER"), group);
+    layer->setObjectName("OCRTEXTLAYER");
+    layer->setToolTip("Each output page read from its image gets the words read as invisible text under the image");
 
     grid->addWidget(new QLabel(labelOf("OCR"), group), 0, 0);
     grid->addWidget(mode, 0, 1, 1, 2);
@@ -60,13 +64,15 @@ ScanOptionsDialog::ScanOptionsDialog(const SplitSettings& settings, QWidget* par
     grid->addWidget(resolution, 3, 1);
     grid->addWidget(new QLabel(labelOf("OCRCONFIDENCE"), group), 4, 0);
     grid->addWidget(confidence, 4, 1);
+    grid->addWidget(layer, 5, 0, 1, 3);
     grid->setColumnStretch(2, 1);
     layout->addWidget(group);
 
-    // The languages, resolution and confidence matter only while pages are read.
-    const auto follow = [mode, languages, resolution, confidence] {
+    // The other settings matter only while pages are read.
+    const auto follow = [mode, languages, resolution, confidence, layer] {
         const bool reading = mode->currentIndex() != 0;
         for (QLineEdit* each : {languages, resolution, confidence}) each->setEnabled(reading);
+        layer->setEnabled(reading);
     };
     connect(mode, &QComboBox::currentIndexChanged, this, follow);
     finish(layout, settings);

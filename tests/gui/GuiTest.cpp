@@ -159,7 +159,7 @@ private slots:
             saveScreenshot(options, name);
             click(options, "saveExit");
         }
-        QCOMPARE(checked, 56);
+        QCOMPARE(checked, 57);
 
         // Edits in an option dialog count on "Save/Exit" only.
         const auto editScanOptions = [&](const char* button) {
