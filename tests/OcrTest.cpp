@@ -68,6 +68,17 @@ TEST(Ocr, AScannedRunSplitsAsTheRunItCameFrom) {
         EXPECT_EQ(text, expected) << piece;
     }
 
+    // Bounds on where the search text stands: only there is read, and the
+    // pieces are the same (of sheets fed upright: positions are the page's).
+    const auto upright = dir / "upright.pdf";
+    fixtures::writeScanned(digital, upright);
+    const auto bounded = runProgram(dir,
+                                    "split --json --set FINDSTRING= --set 'PAGEEXTRACT=From match to next match "
+                                    "using position h,v' --set 'EXTRACT=h,v match as filename' --set "
+                                    "MATCHPOSH=140-150 --set MATCHPOSV=715-725 --set OUTPUTDIR=" +
+                                        quoted(dir / "d") + " " + quoted(upright));
+    EXPECT_EQ(outputsOf(bounded), "100000 1-3\n100001 4-6\n100002 7-9\n") << bounded.err;
+
     const auto unknown = runProgram(
         dir, "split --set OCRLANGUAGES=eng+xyz_abc --set OUTPUTDIR=" + quoted(dir / "c") + " " + quoted(scanned));
     EXPECT_EQ(unknown.status, 3);

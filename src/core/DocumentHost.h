@@ -8,6 +8,7 @@
 
 #include "core/Platform.h"
 
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <filesystem>
@@ -109,6 +110,7 @@ struct GreyRaster {
     int width = 0;
     int height = 0;
     int dpi = 0;
+    bool wholePage = true;  // else an area of it, where orientation is not looked for
     std::vector<unsigned char> pixels;
 };
 
@@ -136,6 +138,9 @@ struct TextRecognition {
     // Pages read from their image keep what was read, for outputs to carry
     // as an invisible text layer.
     bool textLayer = false;
+    // Only this area of a page is read (PDF user space: x0, y0, x1, y1),
+    // when nothing outside it can matter; else the whole page.
+    std::optional<std::array<float, 4>> area;
 };
 
 class DocumentHost {

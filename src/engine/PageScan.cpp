@@ -4,6 +4,7 @@
 #include "engine/SplitEngine.h"
 
 #include "core/Text.h"
+#include "engine/MatchRules.h"
 #include "reading/Recognition.h"
 
 #include <algorithm>
@@ -69,6 +70,36 @@ bool SplitEngine::takeSettings() {
         }
     }
     return true;
+}
+
+std::optional<std::array<float, 4>> SplitEngine::searchArea() const {
+    // A range starts only at a word standing within the bounds, and names
+    // itself by that word or by pages alone: no other word of a page counts.
+    const auto mode = run.lAquireType;
+    const auto naming = composer.mode;
+    const bool atPosition = mode == PageExtractMode::NextMatchAtPosition ||
+                            mode == PageExtractMode::NextUniqueMatchAtPosition;
+    const bool namedWithoutWords =
+        naming == FilenameMode::PositionMatch || naming == FilenameMode::PageStart ||
+        naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
+    const auto usesPositions = [](const std::string& text) { return text.find("[POS") != std::string::npos; };
+    if (!atPosition || !namedWithoutWords || settings.EMAILENABLE || run.lExtractOnCharsNumWords > 1 ||
+        usesPositions(settings.PREFIXFILENAME) || usesPositions(settings.POSTFIXFILENAME))
+        return std::nullopt;
+    const PositionSpec h = parsePosition(settings.MATCHPOSH);
+    const PositionSpec v = parsePosition(settings.MATCHPOSV);
+    // 0 or a negative bound stands for a whole line or column: no area.
+    if (h.lo <= 0 || v.lo <= 0) return std::nullopt;
+    // A word stands at the bottom-left of its first character: the area
+    // reaches up a line's height and right to the page's edge from there.
+    constexpr float kBelow = 8;
+    constexpr float kAbove = 48;
+    constexpr float kRight = 1000;
+    const float left = static_cast<float>(std::min({h.lo, h.hi, h.alt})) - 4;
+    const float right = static_cast<float>(std::max({h.lo, h.hi, h.alt})) + kRight;
+    const float bottom = static_cast<float>(std::min({v.lo, v.hi, v.alt})) - kBelow;
+    const float top = static_cast<float>(std::max({v.lo, v.hi, v.alt})) + kAbove;
+    return std::array<float, 4>{left, bottom, right, top};
 }
 
 std::unique_ptr<PageReader> SplitEngine::pageReader(int first, int last) {
@@ -175,8 +206,11 @@ void SplitEngine::scan(ScanView view) {
     const auto source = wordFinderDocument(host, ui);
     if (!source) return;
     doc.source = *source;
-    // Pages without text (or all) are read from their image, as set.
-    host.setTextRecognition(textRecognitionFor(settings));
+    // Pages without text (or all) are read from their image, as set; only
+    // where the search text must stand, when nothing else needs words.
+    TextRecognition recognition = textRecognitionFor(settings);
+    recognition.area = searchArea();
+    host.setTextRecognition(recognition);
     int pages = 0;
     try {
         pages = host.pageCount(doc.source);

@@ -264,6 +264,10 @@ private:
     int lineCoordinate(int h, int v) const;
     void reopenSource();
     std::unique_ptr<PageReader> pageReader(int first, int last);
+    // The area of a page that alone can matter to the scan, when the search
+    // text must stand within bounds and nothing else needs a page's words:
+    // scanned pages are then read there only.
+    std::optional<std::array<float, 4>> searchArea() const;
     // The words of 0-based pages first..last as the scan read them, h and v
     // swapped for ROTATED; none when a page is no longer kept or holds more
     // words than a page store takes.

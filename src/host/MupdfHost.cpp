@@ -374,6 +374,7 @@ struct MupdfHost::Impl {
         // page is read once.
         std::map<int, std::vector<std::pair<Word, fz_rect>>> recognized;
         std::map<int, std::shared_ptr<const TextLayer>> layers;  // placed for a text layer, when asked
+        std::optional<std::array<float, 4>> recognizedArea;         // what `recognized` was read from
     };
 
     const TextRecognition* recognition = nullptr;  // the host's own settings
@@ -608,6 +609,11 @@ struct MupdfHost::Impl {
     // read and is not read.
     template <typename OnWord>
     void recognizedWords(Document& doc, int pageNumber, OnWord&& onWord) {
+        if (doc.recognizedArea != recognition->area) {
+            doc.recognized.clear();
+            doc.layers.clear();
+            doc.recognizedArea = recognition->area;
+        }
         auto found = doc.recognized.find(pageNumber);
         if (found == doc.recognized.end()) {
             if (drawsNothing(doc, pageNumber)) return;
@@ -667,7 +673,27 @@ struct MupdfHost::Impl {
                 fz_matrix ctm;
                 pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
                 toUser = fz_invert_matrix(ctm);
-                pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(scale, scale), fz_device_gray(ctx), 0);
+                if (recognition->area) {
+                    // The area alone: its pixels of the page as drawn.
+                    const auto& [x0, y0, x1, y1] = *recognition->area;
+                    const fz_rect drawnArea = fz_intersect_rect(
+                        fz_transform_rect(fz_make_rect(x0, y0, x1, y1), fz_concat(ctm, fz_scale(scale, scale))),
+                        fz_transform_rect(fz_bound_page(ctx, page), fz_scale(scale, scale)));
+                    pixmap = fz_new_pixmap_with_bbox(ctx, fz_device_gray(ctx), fz_round_rect(drawnArea), nullptr, 0);
+                    fz_clear_pixmap_with_value(ctx, pixmap, 255);
+                    fz_device* device = fz_new_draw_device(ctx, fz_identity, pixmap);
+                    fz_try(ctx) {
+                        fz_run_page(ctx, page, device, fz_scale(scale, scale), nullptr);
+                        fz_close_device(ctx, device);
+                    }
+                    fz_always(ctx) fz_drop_device(ctx, device);
+                    fz_catch(ctx) {
+                        fz_drop_pixmap(ctx, pixmap);
+                        fz_rethrow(ctx);
+                    }
+                } else {
+                    pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(scale, scale), fz_device_gray(ctx), 0);
+                }
             }
             fz_always(ctx) fz_drop_page(ctx, page);
             fz_catch(ctx) fz_rethrow(ctx);
@@ -676,6 +702,7 @@ struct MupdfHost::Impl {
         raster.width = fz_pixmap_width(ctx, pixmap);
         raster.height = fz_pixmap_height(ctx, pixmap);
         raster.dpi = static_cast<int>(scale * 72.0f + 0.5f);
+        raster.wholePage = !recognition->area;
         const float originX = static_cast<float>(fz_pixmap_x(ctx, pixmap));
         const float originY = static_cast<float>(fz_pixmap_y(ctx, pixmap));
         const int stride = fz_pixmap_stride(ctx, pixmap);

@@ -117,6 +117,8 @@ public:
         omp_set_max_active_levels(0);
         std::vector<RecognizedWord> words;
         if (raster.width <= 0 || raster.height <= 0) return words;
+        // An area of a page is too little to tell a page's orientation by.
+        api_.SetPageSegMode(raster.wholePage ? tesseract::PSM_SPARSE_TEXT_OSD : tesseract::PSM_SPARSE_TEXT);
         api_.SetImage(raster.pixels.data(), raster.width, raster.height, 1, raster.width);
         api_.SetSourceResolution(raster.dpi);
         if (api_.Recognize(nullptr) != 0) throw std::runtime_error("the page's image could not be read");
