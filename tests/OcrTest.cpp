@@ -35,7 +35,7 @@ TEST(Ocr, AScannedRunSplitsAsTheRunItCameFrom) {
     const auto digital = dir / "digital.pdf";
     const auto scanned = dir / "scanned.pdf";
     fixtures::writePdf(fixtures::statements(9, 3), digital);
-    fixtures::writeScanned(digital, scanned, {.turned = {{3, 90}, {6, 180}}});
+    fixtures::writeScanned(digital, scanned, {.turned = {{3, 90}, {6, 180}}, .skewDegrees = 2});
 
     const auto printed = runProgram(dir, "split --json --set OUTPUTDIR=" + quoted(dir / "a") + " " + quoted(digital));
     const auto read = runProgram(
