@@ -77,11 +77,10 @@ std::optional<std::array<float, 4>> SplitEngine::searchArea() const {
     // itself by that word or by pages alone: no other word of a page counts.
     const auto mode = run.lAquireType;
     const auto naming = composer.mode;
-    const bool atPosition = mode == PageExtractMode::NextMatchAtPosition ||
-                            mode == PageExtractMode::NextUniqueMatchAtPosition;
-    const bool namedWithoutWords =
-        naming == FilenameMode::PositionMatch || naming == FilenameMode::PageStart ||
-        naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
+    const bool atPosition =
+        mode == PageExtractMode::NextMatchAtPosition || mode == PageExtractMode::NextUniqueMatchAtPosition;
+    const bool namedWithoutWords = naming == FilenameMode::PositionMatch || naming == FilenameMode::PageStart ||
+                                   naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
     const auto usesPositions = [](const std::string& text) { return text.find("[POS") != std::string::npos; };
     if (!atPosition || !namedWithoutWords || settings.EMAILENABLE || run.lExtractOnCharsNumWords > 1 ||
         usesPositions(settings.PREFIXFILENAME) || usesPositions(settings.POSTFIXFILENAME))

@@ -374,7 +374,7 @@ struct MupdfHost::Impl {
         // page is read once.
         std::map<int, std::vector<std::pair<Word, fz_rect>>> recognized;
         std::map<int, std::shared_ptr<const TextLayer>> layers;  // placed for a text layer, when asked
-        std::optional<std::array<float, 4>> recognizedArea;         // what `recognized` was read from
+        std::optional<std::array<float, 4>> recognizedArea;      // what `recognized` was read from
     };
 
     const TextRecognition* recognition = nullptr;  // the host's own settings

@@ -119,7 +119,8 @@ void RunController::showProgress() {
     const auto latest = bridge_->takeProgress();
     if (!latest) return;
     const QString file = qt(latest->file);
-    if (status_) status_->showProgress(file, latest->page, latest->pages, latest->filesWritten);
+    if (status_)
+        status_->showProgress(file, latest->page, latest->pages, latest->filesWritten, latest->pagesRecognized);
     emit progress(file, latest->page, latest->pages, latest->filesWritten);
 }
 

@@ -46,10 +46,12 @@ StatusDialog::StatusDialog(QWidget* parent) : QDialog(parent) {
     showProgress({}, 0, 0, 0);
 }
 
-void StatusDialog::showProgress(const QString& file, int page, int pages, int filesWritten) {
+void StatusDialog::showProgress(const QString& file, int page, int pages, int filesWritten, int recognized) {
     file_->setText("File: " + (file.isEmpty() ? QString() : QFileInfo(file).fileName()));
     file_->setToolTip(file);
-    page_->setText(pages > 0 ? QString("Page %1 of %2").arg(page).arg(pages) : QString("Opening..."));
+    QString pageText = pages > 0 ? QString("Page %1 of %2").arg(page).arg(pages) : QString("Opening...");
+    if (recognized > 0) pageText += QString(" (%1 read by OCR)").arg(recognized);
+    page_->setText(pageText);
     files_->setText(QString("Files written: %1").arg(filesWritten));
     bar_->setRange(0, pages > 0 ? pages : 1);
     bar_->setValue(pages > 0 ? page : 0);

@@ -13,7 +13,8 @@ class StatusDialog : public QDialog {
     Q_OBJECT
 public:
     explicit StatusDialog(QWidget* parent = nullptr);
-    void showProgress(const QString& file, int page, int pages, int filesWritten);
+    // `recognized`: the document's pages read from their image so far.
+    void showProgress(const QString& file, int page, int pages, int filesWritten, int recognized = 0);
     // A line of status while the run waits or sends.
     void showStatus(const QString& text);
 
