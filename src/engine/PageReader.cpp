@@ -29,18 +29,20 @@ PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t e
     return text;
 }
 
-ParallelPageReader::ParallelPageReader(const HostFactory& newHost, int workers, const std::filesystem::path& source,
-                                       int first, int last, DocumentHost& host, const DocHandle& doc)
+ParallelPageReader::ParallelPageReader(const HostFactory& newHost, std::vector<std::unique_ptr<DocumentHost>>& hosts,
+                                       int workers, const std::filesystem::path& source, int first, int last,
+                                       DocumentHost& host, const DocHandle& doc)
     : host_(host), doc_(doc), last_(last), slots_(static_cast<std::size_t>(workers) * kAheadPerWorker), next_(first) {
     for (int k = 0; k < workers && first + k < last; ++k) {
-        std::unique_ptr<DocumentHost> own;
+        const auto index = static_cast<std::size_t>(k);
+        if (hosts.size() <= index) hosts.resize(index + 1);
         try {
-            own = newHost();
-            own->setTextRecognition(host.textRecognition());
+            if (!hosts[index]) hosts[index] = newHost();
+            hosts[index]->setTextRecognition(host.textRecognition());
         } catch (const HostError&) {
-            own.reset();  // its pages are then read on the scan's host
+            hosts[index].reset();  // its pages are then read on the scan's host
         }
-        threads_.emplace_back(&ParallelPageReader::work, this, std::move(own), source, first + k, workers);
+        threads_.emplace_back(&ParallelPageReader::work, this, hosts[index].get(), source, first + k, workers);
     }
 }
 
@@ -53,8 +55,7 @@ ParallelPageReader::~ParallelPageReader() {
     for (auto& thread : threads_) thread.join();
 }
 
-void ParallelPageReader::work(std::unique_ptr<DocumentHost> host, const std::filesystem::path& source, int page,
-                              int step) {
+void ParallelPageReader::work(DocumentHost* host, const std::filesystem::path& source, int page, int step) {
     DocHandle doc;
     if (host) {
         try {

@@ -63,13 +63,15 @@ private:
 
 // Pages first..last-1 read ahead by `workers` threads, page first + k by
 // worker k, then every `workers`-th page after it, into a bounded window.
+// Worker k works on hosts[k], made by newHost when there is none yet.
 // A page a worker could not read (its copy would not open, or the page
 // failed) is read again on the scan's host, so that errors come as a
 // serial scan gives them.
 class ParallelPageReader final : public PageReader {
 public:
-    ParallelPageReader(const HostFactory& newHost, int workers, const std::filesystem::path& source, int first,
-                       int last, DocumentHost& host, const DocHandle& doc);
+    ParallelPageReader(const HostFactory& newHost, std::vector<std::unique_ptr<DocumentHost>>& hosts, int workers,
+                       const std::filesystem::path& source, int first, int last, DocumentHost& host,
+                       const DocHandle& doc);
     ~ParallelPageReader() override;
     ParallelPageReader(const ParallelPageReader&) = delete;
     ParallelPageReader& operator=(const ParallelPageReader&) = delete;
@@ -84,7 +86,7 @@ private:
         PageText text;
     };
 
-    void work(std::unique_ptr<DocumentHost> host, const std::filesystem::path& source, int page, int step);
+    void work(DocumentHost* host, const std::filesystem::path& source, int page, int step);
     Slot& slotOf(int page) { return slots_[static_cast<std::size_t>(page) % slots_.size()]; }
 
     DocumentHost& host_;

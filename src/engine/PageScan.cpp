@@ -107,8 +107,8 @@ std::unique_ptr<PageReader> SplitEngine::pageReader(int first, int last) {
     if (pageWorkers > 1 && newHost && last - first >= kPagesPerWorker * 2) {
         const std::string path = host.filePath(doc.source);
         if (!path.empty())
-            return std::make_unique<ParallelPageReader>(newHost, pageWorkers, host.makeHostPath(path), first, last,
-                                                        host, doc.source);
+            return std::make_unique<ParallelPageReader>(newHost, pageHosts, pageWorkers, host.makeHostPath(path), first,
+                                                        last, host, doc.source);
     }
     return std::make_unique<HostPageReader>(host, doc.source);
 }

@@ -220,6 +220,9 @@ public:
     // when the source has enough pages; one reads them on `host`.
     int pageWorkers = 1;
     HostFactory newHost;
+    // The workers' hosts, made once and kept for the documents after: what a
+    // host sets up once (a text recognizer, above all) serves them all.
+    std::vector<std::unique_ptr<DocumentHost>> pageHosts;
     // The mail address among a range's words (in reading order, h and v
     // swapped for rotated text as the settings say); set when mail is on.
     std::function<std::string(std::vector<Word>)> addressFromWords;
