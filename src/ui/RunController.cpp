@@ -143,6 +143,10 @@ bool RunController::start(Kind kind, BatchJob job) {
     status_ = new StatusDialog(window_);
     status_->setAttribute(Qt::WA_DeleteOnClose);
     connect(status_, &StatusDialog::stopRequested, this, &RunController::stop);
+    status_->setFileCount(job.settings.USECURRENT
+                              ? 1
+                              : static_cast<int>(std::count_if(job.rows.begin(), job.rows.end(),
+                                                               [](const BatchRow& row) { return row.use == "Yes"; })));
     if (kind == Kind::Batch) status_->show();
     progressTimer_.start();
     // As many rows (or pages of one document) side by side as there are

@@ -1,8 +1,10 @@
-// The status window of a run: the file being processed, page n of N, the
-// files written so far, a progress bar, and Stop.
+// The status window of a run: the file being processed (file k of n), page n
+// of N, the files written so far, the time taken and the time left, a
+// progress bar, and Stop.
 #pragma once
 
 #include <QDialog>
+#include <QElapsedTimer>
 
 class QLabel;
 class QProgressBar;
@@ -13,6 +15,9 @@ class StatusDialog : public QDialog {
     Q_OBJECT
 public:
     explicit StatusDialog(QWidget* parent = nullptr);
+    // The number of files the run processes, for "File k of n" and the time
+    // left; none told, the run is taken as one file.
+    void setFileCount(int files);
     // `recognized`: the document's pages read from their image so far.
     void showProgress(const QString& file, int page, int pages, int filesWritten, int recognized = 0);
     // A line of status while the run waits or sends.
@@ -25,8 +30,13 @@ private:
     QLabel* file_;
     QLabel* page_;
     QLabel* files_;
+    QLabel* time_;
     QLabel* status_;
     QProgressBar* bar_;
+    QElapsedTimer clock_;
+    QString shownFile_;  // the file of the last progress
+    int fileCount_ = 1;
+    int fileNumber_ = 0;  // of the file in progress, from 1
 };
 
 }  // namespace vellira::ui
