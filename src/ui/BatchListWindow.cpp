@@ -25,6 +25,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <numeric>
+#include <tuple>
 
 namespace vellira::ui {
 
@@ -45,6 +46,15 @@ public:
 std::filesystem::path fsPath(const QString& path) { return std::filesystem::path(path.toStdU16String()); }
 
 QString qt(const std::string& text) { return QString::fromStdString(text); }
+
+// A row for a file added by hand: in use and "Ready.".
+BatchRow addedRow(const QString& path) { return {"Yes", QDir::toNativeSeparators(path).toStdString(), "Ready.", ""}; }
+
+bool sameRows(const std::vector<BatchRow>& a, const std::vector<BatchRow>& b) {
+    const auto fields = [](const BatchRow& row) { return std::tie(row.use, row.path, row.status, row.params); };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [&](const BatchRow& x, const BatchRow& y) { return fields(x) == fields(y); });
+}
 
 }  // namespace
 
@@ -146,6 +156,10 @@ void BatchListWindow::buildMenus() {
     deleteAction_ = add(action, "deleteAction", "&Delete\tDELETE", [this] { deleteSelected(); });
     deleteAction_->setShortcut(QKeySequence::Delete);
     addAction(deleteAction_);
+    undoAction_ = add(action, "undoAction", "&Undo\tCtrl+Z", [this] { undo(); });
+    undoAction_->setShortcut(QKeySequence::Undo);
+    undoAction_->setEnabled(false);
+    addAction(undoAction_);
     moveUpAction_ = add(action, "moveUpAction", "&Move Up", [this] { moveUp(); });
     moveDownAction_ = add(action, "moveDownAction", "&Move Down", [this] { moveDown(); });
     parametersAction_ =
@@ -219,15 +233,19 @@ void BatchListWindow::selectRows(const std::vector<int>& rows) {
 void BatchListWindow::addFiles(const QStringList& paths) {
     std::vector<BatchRow> rows;
     for (const QString& path : paths)
-        if (!path.isEmpty()) rows.push_back({"Yes", QDir::toNativeSeparators(path).toStdString(), "Ready.", ""});
+        if (!path.isEmpty()) rows.push_back(addedRow(path));
+    std::vector<BatchRow> before = this->rows();
     appendRows(rows);
+    remember(std::move(before));
 }
 
 void BatchListWindow::addFolder(const QString& folder, bool subFolders) {
     if (folder.isEmpty()) return;
     std::vector<BatchRow> rows;
     addFolderToBatchList(fsPath(folder), subFolders, rows);
+    std::vector<BatchRow> before = this->rows();
     appendRows(rows);
+    remember(std::move(before));
     (subFolders ? lastPathSub_ : lastPath_) = folder;
     MessageBoxInterface(this, systemOpen()).note("Files Loaded");
 }
@@ -237,11 +255,13 @@ void BatchListWindow::loadListFrom(const QString& path, bool append) {
     std::vector<BatchRow> loaded;
     MessageBoxInterface messages(this, systemOpen());
     if (!loadBatchList(fsPath(path), loaded, messages)) return;
+    std::vector<BatchRow> before = rows();
     if (!append) {
         table_->setRowCount(0);
         listFile_ = path;
     }
     appendRows(loaded);
+    remember(std::move(before));
 }
 
 void BatchListWindow::saveListTo(const QString& path) {
@@ -271,24 +291,30 @@ void BatchListWindow::addParametersFile(const QString& path) {
         std::iota(rows.begin(), rows.end(), 0);
     }
     const QString shown = QDir::toNativeSeparators(path);
+    std::vector<BatchRow> before = this->rows();
     for (int row : rows) {
         table_->item(row, kParameters)->setText(shown);
         table_->item(row, kParameters)->setToolTip(shown);
     }
+    remember(std::move(before));
 }
 
 void BatchListWindow::deleteSelected() {
     const std::vector<int> rows = selectedRows();
+    std::vector<BatchRow> before = this->rows();
     for (auto row = rows.rbegin(); row != rows.rend(); ++row) table_->removeRow(*row);
+    remember(std::move(before));
 }
 
 void BatchListWindow::swapRows(int first, int second) {
+    std::vector<BatchRow> before = rows();
     for (int column = 0; column < table_->columnCount(); ++column) {
         QTableWidgetItem* a = table_->takeItem(first, column);
         QTableWidgetItem* b = table_->takeItem(second, column);
         table_->setItem(first, column, b);
         table_->setItem(second, column, a);
     }
+    remember(std::move(before));
     forgetSortOrder();
     table_->setCurrentCell(second, 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     table_->scrollToItem(table_->item(second, 0));
@@ -312,12 +338,33 @@ void BatchListWindow::toggleUse() {
     const std::vector<int> rows = selectedRows();
     if (rows.empty()) return;
     const int row = rows.front();
+    std::vector<BatchRow> before = this->rows();
     const bool use = table_->item(row, kUse)->text() != "Yes";
     table_->item(row, kUse)->setText(use ? "Yes" : "No");
     table_->item(row, kStatus)->setText(use ? "Ready." : "");
+    remember(std::move(before));
 }
 
-void BatchListWindow::clearAll() { table_->setRowCount(0); }
+void BatchListWindow::clearAll() {
+    std::vector<BatchRow> before = rows();
+    table_->setRowCount(0);
+    remember(std::move(before));
+}
+
+void BatchListWindow::undo() {
+    if (undoRows_.empty()) return;
+    setRows(undoRows_.back());
+    undoRows_.pop_back();
+    undoAction_->setEnabled(!undoRows_.empty());
+}
+
+// Keeps the rows as they were before an edit for Undo; an edit that changed
+// nothing (a sort of sorted rows, Clear ALL on an empty list) is no step.
+void BatchListWindow::remember(std::vector<BatchRow> before) {
+    if (sameRows(before, rows())) return;
+    undoRows_.push_back(std::move(before));
+    undoAction_->setEnabled(true);
+}
 
 void BatchListWindow::sortOn(int column, Qt::SortOrder order) {
     if (column < 0 || column >= table_->columnCount()) return;
@@ -337,6 +384,7 @@ void BatchListWindow::sortOn(int column, Qt::SortOrder order) {
         if (std::binary_search(selected.begin(), selected.end(), sorted[place])) stillSelected.push_back(place);
     }
     setRows(after);
+    remember(before);
     selectRows(stillSelected);
     sortColumn_ = column;
     sortOrder_ = order;
@@ -405,14 +453,26 @@ void BatchListWindow::dragMoveEvent(QDragMoveEvent* event) {
     if (event->mimeData()->hasUrls()) event->acceptProposedAction();
 }
 
-// Only local files named "*.pdf", in any case, become rows.
+// Local files named "*.pdf", in any case, become rows, and a folder gives the
+// PDFs in it (not those of its sub-folders), as "&Scan for files" does, in
+// the order they were dropped. Anything else is passed over without a word.
 void BatchListWindow::dropEvent(QDropEvent* event) {
-    QStringList pdfs;
+    std::vector<BatchRow> dropped;
     for (const QUrl& url : event->mimeData()->urls()) {
-        const QString path = url.isLocalFile() ? url.toLocalFile() : QString();
-        if (path.endsWith(".pdf", Qt::CaseInsensitive)) pdfs << path;
+        if (!url.isLocalFile()) continue;
+        const QString path = url.toLocalFile();
+        if (QFileInfo(path).isDir())
+            addFolderToBatchList(fsPath(path), false, dropped);
+        else if (path.endsWith(".pdf", Qt::CaseInsensitive))
+            dropped.push_back(addedRow(path));
     }
-    addFiles(pdfs);
+    if (dropped.empty()) {
+        event->ignore();
+        return;
+    }
+    std::vector<BatchRow> before = rows();
+    appendRows(dropped);
+    remember(std::move(before));
     event->acceptProposedAction();
 }
 

@@ -1,10 +1,11 @@
 // "Batch List": the rows a batch run walks, each with its use flag, status
 // and parameters file. Files are added by menu, by folder scans and by drag
 // and drop; rows are reordered, removed, sorted, given parameters files and
-// opened in the view; lists are loaded and saved. The window's rows are the
-// application's batch list: runs take them from here and write their
-// statuses back. The default list is loaded when the window is made and
-// saved when it closes.
+// opened in the view; lists are loaded and saved. Every edit of the rows can
+// be undone, one step at a time back to the list the window started with.
+// The window's rows are the application's batch list: runs take them from
+// here and write their statuses back (a status a run writes is no edit). The
+// default list is loaded when the window is made and saved when it closes.
 #pragma once
 
 #include "core/BatchRow.h"
@@ -67,6 +68,9 @@ public slots:
     // use is "Ready." again, a row left out loses its status.
     void toggleUse();
     void clearAll();
+    // Puts the rows back as they were before the last edit that changed them
+    // (order, use flags, statuses and parameters files).
+    void undo();
     // Sorts the rows on a column's text, ignoring case; equal texts keep
     // their order.
     void sortOn(int column, Qt::SortOrder order);
@@ -100,6 +104,7 @@ private:
     void openRows(const std::vector<int>& rows);
     void saveDefaultList() const;
     void forgetSortOrder();
+    void remember(std::vector<BatchRow> before);
 
     OpenInView open_;
     QTableWidget* table_;
@@ -110,8 +115,11 @@ private:
     Qt::SortOrder sortOrder_ = Qt::AscendingOrder;
     bool opening_ = false;  // an open command is under way
     bool shown_ = false;    // shown and not closed since
+    // The rows before each edit, the latest last.
+    std::vector<std::vector<BatchRow>> undoRows_;
 
     QAction* deleteAction_ = nullptr;
+    QAction* undoAction_ = nullptr;
     QAction* moveUpAction_ = nullptr;
     QAction* moveDownAction_ = nullptr;
     QAction* parametersAction_ = nullptr;

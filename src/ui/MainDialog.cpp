@@ -67,6 +67,7 @@ MainDialog::MainDialog(ApplicationWindow& window)
     setWindowTitle(windowTitleText());
     setModal(false);
     build();
+    showKeyMeanings(form_);
     // The settings a fresh dialog starts with, then the settings file.
     std::string settingsFile = pathText(settingsFilePath());
     readParameters(settingsFile, record_, {legacyFolder(), false});

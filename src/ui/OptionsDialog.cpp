@@ -23,7 +23,9 @@ QLineEdit* OptionsDialog::edit(const char* key) {
 }
 
 void OptionsDialog::finish(QBoxLayout* layout, const SplitSettings& settings) {
+    // Every control is in its layout now: the labels beside them are found.
     showSettings(this, settings);
+    showKeyMeanings(this);
     auto* buttons = new QDialogButtonBox(this);
     auto* save = buttons->addButton("Save/Exit", QDialogButtonBox::AcceptRole);
     save->setObjectName("saveExit");

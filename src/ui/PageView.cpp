@@ -13,6 +13,7 @@
 #include <QStyle>
 #include <QThread>
 #include <QVBoxLayout>
+#include <QWheelEvent>
 
 #include <algorithm>
 #include <filesystem>
@@ -166,10 +167,10 @@ PageView::PageView(QWidget* parent)
     bar->setContentsMargins(6, 4, 6, 4);
     auto* previous = new QPushButton(style()->standardIcon(QStyle::SP_ArrowBack), "", this);
     previous->setObjectName("previousPage");
-    previous->setToolTip("Previous page (Page Up)");
+    previous->setToolTip("Previous page (Page Up, Left)");
     auto* next = new QPushButton(style()->standardIcon(QStyle::SP_ArrowForward), "", this);
     next->setObjectName("nextPage");
-    next->setToolTip("Next page (Page Down)");
+    next->setToolTip("Next page (Page Down, Right)");
     pageBox_ = new QSpinBox(this);
     pageBox_->setObjectName("pageNumber");
     pageBox_->setRange(1, 1);
@@ -178,6 +179,7 @@ PageView::PageView(QWidget* parent)
     zoomBox_ = new QComboBox(this);
     zoomBox_->setObjectName("zoom");
     zoomBox_->addItems({"Fit width", "Fit page", "50%", "75%", "100%", "125%", "150%", "200%"});
+    zoomBox_->setToolTip("Zoom (Ctrl+plus, Ctrl+minus, Ctrl+wheel)");
     for (QWidget* each : std::initializer_list<QWidget*>{previous, next, pageBox_, zoomBox_})
         each->setFocusPolicy(Qt::ClickFocus);
     bar->addWidget(previous);
@@ -198,6 +200,8 @@ PageView::PageView(QWidget* parent)
     canvas_ = new PageCanvas(*this);
     scroll_->setWidget(canvas_);
     scroll_->setFocusPolicy(Qt::NoFocus);
+    // Ctrl+wheel zooms, as in the viewers people know; the wheel alone scrolls.
+    scroll_->viewport()->installEventFilter(this);
     layout->addWidget(scroll_, 1);
 
     connect(previous, &QPushButton::clicked, this, [this] { goToPage(page_ - 1); });
@@ -216,6 +220,7 @@ void PageView::showDocument(const QString& path) {
     const int generation = ++generation_;
     pages_ = 0;
     page_ = 0;
+    drawnPage_ = -1;
     words_.clear();
     clearHighlight();
     canvas_->image = QImage();
@@ -282,6 +287,9 @@ void PageView::pageDrawn(int page, float zoom, const QImage& image, std::vector<
             if (word.number == highlightNumber_) canvas_->highlight = word.box;
     }
     canvas_->resize(image.width() + 2 * kMargin, image.height() + 2 * kMargin);
+    // Another page is shown from its top.
+    if (page != drawnPage_) scroll_->verticalScrollBar()->setValue(0);
+    drawnPage_ = page;
     if (!canvas_->highlight.isEmpty())
         scroll_->ensureVisible(canvas_->onScreen(canvas_->highlight).center().x(),
                                canvas_->onScreen(canvas_->highlight).center().y(), 40, 80);
@@ -321,12 +329,69 @@ QPoint PageView::wordCentre(const ViewWord& word) const {
     return canvas_->mapTo(this, canvas_->onScreen(word.box).center());
 }
 
+void PageView::zoomBy(int steps) {
+    // From a fit, the first step goes to the percentage beside the zoom the
+    // fit gave.
+    constexpr int kFirstPercent = 2;
+    int index = zoomBox_->currentIndex();
+    if (index < kFirstPercent) {
+        const int percent = static_cast<int>(canvas_->zoom * 100 + 0.5f);
+        index = steps > 0 ? zoomBox_->count() - 1 : kFirstPercent;
+        for (int each = kFirstPercent; each < zoomBox_->count(); ++each) {
+            const int value = zoomBox_->itemText(each).chopped(1).toInt();
+            if (steps > 0 && value > percent) {
+                index = each;
+                break;
+            }
+            if (steps < 0 && value < percent) index = each;
+        }
+    } else {
+        index = std::clamp(index + steps, kFirstPercent, zoomBox_->count() - 1);
+    }
+    zoomBox_->setCurrentIndex(index);
+}
+
+bool PageView::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::Wheel) {
+        auto* wheel = static_cast<QWheelEvent*>(event);
+        if (wheel->modifiers() & Qt::ControlModifier) {
+            if (wheel->angleDelta().y() != 0) zoomBy(wheel->angleDelta().y() > 0 ? 1 : -1);
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
 void PageView::keyPressEvent(QKeyEvent* event) {
+    QScrollBar* bar = scroll_->verticalScrollBar();
+    const bool control = event->modifiers() & Qt::ControlModifier;
     switch (event->key()) {
         case Qt::Key_PageUp: goToPage(page_ - 1); break;
         case Qt::Key_PageDown: goToPage(page_ + 1); break;
+        case Qt::Key_Left: goToPage(page_ - 1); break;
+        case Qt::Key_Right: goToPage(page_ + 1); break;
         case Qt::Key_Home: goToPage(0); break;
         case Qt::Key_End: goToPage(pages_ - 1); break;
+        case Qt::Key_Up: bar->setValue(bar->value() - 3 * bar->singleStep()); break;
+        case Qt::Key_Down: bar->setValue(bar->value() + 3 * bar->singleStep()); break;
+        case Qt::Key_Space:
+            // A screen on, and at the bottom of a page the top of the next.
+            if (event->modifiers() & Qt::ShiftModifier)
+                bar->setValue(bar->value() - bar->pageStep());
+            else if (bar->value() >= bar->maximum())
+                goToPage(page_ + 1);
+            else
+                bar->setValue(bar->value() + bar->pageStep());
+            break;
+        case Qt::Key_Plus:
+        case Qt::Key_Equal:
+            if (!control) return QWidget::keyPressEvent(event);
+            zoomBy(1);
+            break;
+        case Qt::Key_Minus:
+            if (!control) return QWidget::keyPressEvent(event);
+            zoomBy(-1);
+            break;
         default: QWidget::keyPressEvent(event);
     }
 }

@@ -73,11 +73,15 @@ signals:
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
     TextRecognition recognition_;
     class Renderer;
+    // Steps the zoom by entries of its list: up for more than 0.
+    void zoomBy(int steps);
+    int drawnPage_ = -1;  // the page drawn last
     void requestPage();
     void documentOpened(const QString& error);
     void pageDrawn(int page, float zoom, const QImage& image, std::vector<ViewWord> words, int generation);

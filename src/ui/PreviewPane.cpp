@@ -5,10 +5,27 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
+#include <QStyle>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
+#include <filesystem>
+#include <map>
+
 namespace vellira::ui {
+
+namespace {
+
+QString pagesText(const PlannedRange& range) {
+    return range.first == range.last ? QString::number(range.first) : QString("%1-%2").arg(range.first).arg(range.last);
+}
+
+// "1 file", "2 files".
+QString counted(int count, const char* one, const char* more) {
+    return count == 1 ? QString("1 %1").arg(one) : QString("%1 %2").arg(count).arg(more);
+}
+
+}  // namespace
 
 // A dry run says nothing to the user: its first message is kept to explain
 // an empty list, and its questions take their default.
@@ -72,42 +89,90 @@ void PreviewPane::start(BatchJob job) {
     worker_ = std::thread([this, job = std::move(job)] {
         MupdfHost host;
         const std::vector<PlannedRange> ranges = previewRanges(job, host, *interface_);
+        std::vector<bool> existing;
+        for (const PlannedRange& range : ranges) {
+            std::error_code ignored;
+            existing.push_back(std::filesystem::exists(host.makeHostPath(range.path), ignored));
+        }
+        const bool appending = job.settings.ALWAYSAPPEND != 0;
         const bool stopped = interface_->cancelled();
         const QString message = QString::fromStdString(interface_->firstNote);
         QMetaObject::invokeMethod(
             this,
-            [this, ranges, stopped, message] {
+            [this, ranges, existing, appending, stopped, message] {
                 worker_.join();
                 if (next_) {
                     BatchJob job = std::move(*next_);
                     next_.reset();
                     start(std::move(job));
                 } else if (!stopped) {
-                    show(ranges, message);
+                    show(ranges, existing, appending, message);
                 }
             },
             Qt::QueuedConnection);
     });
 }
 
-void PreviewPane::show(const std::vector<PlannedRange>& ranges, const QString& message) {
+void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vector<bool>& existing, bool appending,
+                       const QString& message) {
+    // The rows that write each output file, in the order they write it.
+    std::map<std::string, std::vector<int>> writers;
+    for (int row = 0; row < static_cast<int>(ranges.size()); ++row) writers[ranges[row].path].push_back(row);
+    int writtenAgain = 0;
+    int there = 0;
+    for (const auto& [path, rows] : writers) {
+        if (rows.size() > 1) ++writtenAgain;
+        if (existing[rows.front()]) ++there;
+    }
+    const QIcon mark =
+        style()->standardIcon(appending ? QStyle::SP_MessageBoxInformation : QStyle::SP_MessageBoxWarning);
+
     table_->setRowCount(static_cast<int>(ranges.size()));
     for (int row = 0; row < static_cast<int>(ranges.size()); ++row) {
         const PlannedRange& range = ranges[row];
-        auto* pages =
-            new QTableWidgetItem(range.first == range.last ? QString::number(range.first)
-                                                           : QString("%1-%2").arg(range.first).arg(range.last));
+        auto* pages = new QTableWidgetItem(pagesText(range));
         pages->setData(Qt::UserRole, range.first - 1);
         table_->setItem(row, 0, pages);
         table_->setItem(row, 1, new QTableWidgetItem(QString::fromStdString(range.name)));
         auto* file = new QTableWidgetItem(QFileInfo(QString::fromStdString(range.path)).fileName());
-        file->setToolTip(QString::fromStdString(range.path));
+        QString tip = QString::fromStdString(range.path);
+        // Ranges of one name each replace the piece before them, unless the
+        // run appends; only the first of them meets a file already there.
+        const std::vector<int>& same = writers[range.path];
+        QStringList earlier, later;
+        for (int other : same)
+            if (other != row) (other < row ? earlier : later) << pagesText(ranges[other]);
+        QStringList marks;
+        if (!later.isEmpty())
+            marks << (appending ? QString("Written again by pages %1: their pages are appended to this range's")
+                                : QString("Written again by pages %1: only the last range's piece is kept"))
+                         .arg(later.join(", "));
+        else if (!earlier.isEmpty())
+            marks << (appending ? QString("Written before by pages %1: this range's pages are appended to theirs")
+                                : QString("Written before by pages %1: only this last range's piece is kept"))
+                         .arg(earlier.join(", "));
+        if (row == same.front() && existing[row])
+            marks << (appending ? QString("Appends to an existing file") : QString("Replaces an existing file"));
+        if (!marks.isEmpty()) {
+            file->setIcon(mark);
+            if (!appending) file->setForeground(QColor(0xb3, 0x59, 0x00));
+            tip += "\n\n" + marks.join("\n");
+        }
+        file->setToolTip(tip);
         table_->setItem(row, 2, file);
     }
-    if (ranges.empty())
+    if (ranges.empty()) {
         summary_->setText(message.isEmpty() ? QString("No range: the search text is not found.") : message);
-    else
-        summary_->setText(QString("%1 range(s). Double-click a range to see its first page.").arg(ranges.size()));
+    } else {
+        QString summary = QString("%1 range(s). Double-click a range to see its first page.").arg(ranges.size());
+        QStringList counts;
+        if (writtenAgain > 0) counts << counted(writtenAgain, "file", "files") + " written more than once";
+        if (there > 0)
+            counts << (appending ? counted(there, "appends to an existing file", "append to existing files")
+                                 : counted(there, "replaces an existing file", "replace existing files"));
+        if (!counts.isEmpty()) summary += QString::fromUtf8(" \u2014 ") + counts.join(", ");
+        summary_->setText(summary);
+    }
     emit listed(static_cast<int>(ranges.size()));
 }
 

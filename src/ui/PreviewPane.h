@@ -1,7 +1,8 @@
 // The ranges the current settings would cut on the current document, with
 // their names and output files, from a dry run of the split that writes
 // nothing. It runs on a thread and host of its own; a newer request replaces
-// one still working.
+// one still working. An output file that two ranges would write, or that is
+// there already, is marked in the list and counted in its summary.
 #pragma once
 
 #include "run/BatchJob.h"
@@ -38,7 +39,10 @@ signals:
 private:
     class Interface;
     void start(BatchJob job);
-    void show(const std::vector<PlannedRange>& ranges, const QString& message);
+    // `existing` tells, range by range, whether its output file is there
+    // before the run; `appending` whether a run adds to such a file.
+    void show(const std::vector<PlannedRange>& ranges, const std::vector<bool>& existing, bool appending,
+              const QString& message);
 
     std::unique_ptr<Interface> interface_;
     std::thread worker_;

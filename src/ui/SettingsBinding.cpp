@@ -2,6 +2,8 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QGridLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QWidget>
@@ -14,10 +16,43 @@ QString qt(const std::string& text) { return QString::fromStdString(text); }
 
 constexpr const char* kCrLf = "velliraCrLf";
 
+// The label that names `control`: its buddy, or else the label in the cell
+// just left of it in the grid of its parent, where it or the row of controls
+// it stands in has a cell of its own.
+QLabel* labelOf(const QWidget* control) {
+    QWidget* parent = control->parentWidget();
+    if (!parent) return nullptr;
+    for (QLabel* label : parent->findChildren<QLabel*>(QString(), Qt::FindDirectChildrenOnly))
+        if (label->buddy() == control) return label;
+    auto* grid = qobject_cast<QGridLayout*>(parent->layout());
+    if (!grid) return nullptr;
+    for (int index = 0; index < grid->count(); ++index) {
+        QLayoutItem* item = grid->itemAt(index);
+        if (item->widget() != control && !(item->layout() && item->layout()->indexOf(control) >= 0)) continue;
+        int row = 0, column = 0, rows = 0, columns = 0;
+        grid->getItemPosition(index, &row, &column, &rows, &columns);
+        QLayoutItem* left = column > 0 ? grid->itemAtPosition(row, column - 1) : nullptr;
+        return left ? qobject_cast<QLabel*>(left->widget()) : nullptr;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 QWidget* controlFor(const QWidget* root, std::string_view key) {
     return root->findChild<QWidget*>(QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size())));
+}
+
+void showKeyMeanings(QWidget* root) {
+    for (const SettingsKey& key : settingsKeys()) {
+        QWidget* control = controlFor(root, key.name);
+        if (!control) continue;
+        const QString meaning = QString::fromUtf8(key.meaning.data(), static_cast<qsizetype>(key.meaning.size()));
+        const QString own = control->toolTip();
+        control->setToolTip(own.isEmpty() ? meaning : own + "\n\n" + meaning);
+        if (QLabel* label = labelOf(control); label && label->toolTip().isEmpty())
+            label->setToolTip(control->toolTip());
+    }
 }
 
 void showSettings(QWidget* root, const SplitSettings& settings) {

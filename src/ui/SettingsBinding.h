@@ -18,6 +18,13 @@ void showSettings(QWidget* root, const SplitSettings& settings);
 // Takes the value of every control under `root` into the key it edits.
 void takeSettings(const QWidget* root, SplitSettings& settings);
 
+// Gives every control under `root` that edits a key the key's meaning as its
+// tooltip, the text `vellira-batch keys` shows for it, after a blank line
+// where the control has a tooltip of its own; the label beside the control
+// (its buddy, or the label just left of it in its grid) shows the same.
+// Called once, when the controls are laid out.
+void showKeyMeanings(QWidget* root);
+
 // The control under `root` that edits `key`, if any.
 QWidget* controlFor(const QWidget* root, std::string_view key);
 

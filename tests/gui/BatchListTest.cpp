@@ -86,6 +86,10 @@ private slots:
         add("header sorts on names, ignoring case", {2}, "header", "~a: +b:Ready. +c:Done +D:Ready.", {1});
         add("second click on the header reverses", {2}, "header header", "+D:Ready. +c:Done +b:Ready. ~a:", {2});
         add("sort on use keeps the order of equals", {}, "sortUse", "~a: +c:Done +b:Ready. +D:Ready.", {});
+        add("Ctrl+Z brings deleted rows back", {0, 2}, "deleteKey ctrlZ", start, {});
+        add("Clear ALL is undone", {}, "clearAll undo", start, {});
+        add("undo goes back one edit at a time", {1}, "moveDown deleteKey undo", "+c:Done +b:Ready. ~a: +D:Ready.", {});
+        add("undo with nothing to undo", {}, "undo", start, {});
     }
 
     void rowCommands() {
@@ -105,6 +109,10 @@ private slots:
                 QTest::mouseDClick(table->viewport(), Qt::LeftButton, {}, cell.center());
             } else if (command == "deleteKey") {
                 QTest::keyClick(table, Qt::Key_Delete);
+            } else if (command == "ctrlZ") {
+                QTest::keyClick(table, Qt::Key_Z, Qt::ControlModifier);
+            } else if (command == "clearAll") {
+                QTest::mouseClick(window->findChild<QPushButton*>("clearAllButton"), Qt::LeftButton);
             } else if (command == "parameters") {
                 window->addParametersFile("set.pcs");
             } else if (command == "header") {
@@ -166,21 +174,25 @@ private slots:
         QCOMPARE(shown(*openWindow()), kept);
     }
 
-    // Only local files named "*.pdf", in any case, become rows.
+    // Local files named "*.pdf", in any case, become rows, and a folder
+    // gives the PDFs in it.
     void droppedPdfsBecomeRows() {
         auto window = openWindow();
+        const auto folder = *dir_ / "scans";
+        std::filesystem::create_directories(folder / "old");
+        for (const char* name : {"b.pdf", "a.PDF", "notes.txt", "old/c.pdf"}) std::ofstream(folder / name) << "x";
         QMimeData data;
         data.setUrls({QUrl::fromLocalFile("/home/ann/Statements/March 2024.PDF"),
                       QUrl::fromLocalFile("/home/ann/Statements/notes.txt"), QUrl("https://example.com/remote.pdf"),
-                      QUrl::fromLocalFile("/home/ann/Statements/April 2024.pdf")});
+                      QUrl::fromLocalFile(qt(folder)), QUrl::fromLocalFile("/home/ann/Statements/April 2024.pdf")});
         QWidget* list = window->findChild<QTableWidget*>("batchRows")->viewport();
         QDragEnterEvent enter(QPoint(200, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(list, &enter);
         QVERIFY(enter.isAccepted());
         QDropEvent drop(QPointF(200, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(list, &drop);
-        QCOMPARE(shown(*window),
-                 "+/home/ann/Statements/March 2024.PDF:Ready. +/home/ann/Statements/April 2024.pdf:Ready.");
+        QCOMPARE(shown(*window), "+/home/ann/Statements/March 2024.PDF:Ready. +" + qt(folder / "a.PDF") + ":Ready. +" +
+                                     qt(folder / "b.pdf") + ":Ready. +/home/ann/Statements/April 2024.pdf:Ready.");
         window->addParametersFile("/home/ann/Setups/statements.pcs");
         saveScreenshot(window.get(), "BatchListWindow");
     }

@@ -6,8 +6,8 @@
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
     int failed = 0;
-    for (const auto run :
-         {vellira::ui::runApplicationTests, vellira::ui::runBatchListTests, vellira::ui::runFolderChooserTests})
+    for (const auto run : {vellira::ui::runApplicationTests, vellira::ui::runBatchListTests,
+                           vellira::ui::runFolderChooserTests, vellira::ui::runPageViewTests})
         failed += run(argc, argv) != 0;
     return failed;
 }

@@ -109,8 +109,9 @@ private slots:
     }
 
     // Every key goes from a setup file through "&Load Setup" into its control
-    // and back out through "&Save Setup" unchanged; an option dialog's edits
-    // are kept on "Save/Exit" and dropped on "Cancel".
+    // and back out through "&Save Setup" unchanged, and its control's tooltip
+    // says what the key means; an option dialog's edits are kept on
+    // "Save/Exit" and dropped on "Cancel".
     void everyKeyRoundTripsThroughItsControl() {
         MainDialog* dialog = openApplication();
         SplitSettings saved;
@@ -142,8 +143,12 @@ private slots:
         const auto checkControls = [&](QWidget* root) {
             for (const SettingsKey& key : settingsKeys()) {
                 const QWidget* control = root->findChild<QWidget*>(qt(key.name));
-                if (!control || key.name == "OFFSETFIRST" || key.name == "UNTILCHARACTERFILENAME" ||
-                    key.name == "EMAILLOGIN" || key.name == "EMAILPASSWORD")
+                if (!control) continue;
+                // The meaning `vellira-batch keys` prints, after the control's own tip.
+                const QString tip = control->toolTip();
+                QVERIFY2(tip == qt(key.meaning) || tip.endsWith("\n\n" + qt(key.meaning)), qPrintable(tip));
+                if (key.name == "OFFSETFIRST" || key.name == "UNTILCHARACTERFILENAME" || key.name == "EMAILLOGIN" ||
+                    key.name == "EMAILPASSWORD")
                     continue;  // the file never brings these back
                 QCOMPARE(shown(control), qt(keyValueText(key, saved)).replace("\r\n", "\n"));
                 ++checked;
@@ -367,7 +372,32 @@ private slots:
 
         // Matched pages only: the preview follows the settings.
         dialog->findChild<QComboBox*>("PAGEEXTRACT")->setCurrentText(qt(modeText(PageExtractMode::MatchedPageOnly)));
-        QTRY_COMPARE_WITH_TIMEOUT(preview->item(1, 0)->text(), QString("6"), 10000);
+        // A cell's text, or none while the list is being filled again.
+        const auto cell = [&](int row, int column) {
+            const QTableWidgetItem* item = preview->item(row, column);
+            return item ? item->text() : QString();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(cell(1, 0), QString("6"), 10000);
+
+        // The bank's name is the same on every statement: the file is
+        // written by every range, and it is there already.
+        std::filesystem::create_directories(*dir_ / "out");
+        std::ofstream(*dir_ / "out" / "extract_Savings.pdf") << "old";
+        dialog->findChild<QLineEdit*>("FINDSTRING")->setText("Vellira");
+        QTRY_COMPARE_WITH_TIMEOUT(cell(2, 2), QString("extract_Savings.pdf"), 10000);
+        QStringList marks;
+        for (int row = 0; row < preview->rowCount(); ++row) {
+            const QTableWidgetItem* file = preview->item(row, 2);
+            QVERIFY(!file->icon().isNull());
+            marks << file->toolTip().section("\n\n", 1);
+        }
+        QCOMPARE(marks, (QStringList{"Written again by pages 6, 11: only the last range's piece is kept\n"
+                                     "Replaces an existing file",
+                                     "Written again by pages 11: only the last range's piece is kept",
+                                     "Written before by pages 1, 6: only this last range's piece is kept"}));
+        QVERIFY(window_->findChild<QLabel*>("previewSummary")
+                    ->text()
+                    .endsWith(QString::fromUtf8(" \u2014 1 file written more than once, 1 replaces an existing file")));
         saveScreenshot(window_.get(), "PreviewPane");
 
         // A scanned page shows the words read from its image, where the

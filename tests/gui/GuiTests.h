@@ -23,6 +23,7 @@ int runTests(int argc, char** argv) {
 int runApplicationTests(int argc, char** argv);
 int runBatchListTests(int argc, char** argv);
 int runFolderChooserTests(int argc, char** argv);
+int runPageViewTests(int argc, char** argv);
 
 // Writes a picture of a window into the build folder's screenshots.
 inline void saveScreenshot(QWidget* widget, const char* name) {
