@@ -63,6 +63,26 @@ struct BookmarkHandle {
     auto operator<=>(const BookmarkHandle&) const = default;
 };
 
+// The kinds of code read from a page's image, and their names in settings
+// and reports ("QRCode", "Code128", ...).
+enum class CodeFormat : std::uint8_t {
+    None,
+    QRCode,
+    DataMatrix,
+    Code128,
+    Code39,
+    EAN13,
+    EAN8,
+    UPCA,
+    UPCE,
+    ITF,
+    PDF417,
+    Aztec,
+};
+inline constexpr std::array<std::string_view, 12> kCodeFormatNames = {
+    "", "QRCode", "DataMatrix", "Code128", "Code39", "EAN13", "EAN8", "UPCA", "UPCE", "ITF", "PDF417", "Aztec"};
+inline std::string_view codeFormatName(CodeFormat format) { return kCodeFormatNames[static_cast<std::size_t>(format)]; }
+
 // One word of a page, as the host reads it and every text decision sees it:
 // a maximal run of non-blank characters, in the host's reading order. `h`, `v`
 // are the bottom-left corner of its first character's quadrilateral in PDF
@@ -77,6 +97,9 @@ struct Word {
     // How sure the reading of a page's image was of it, 0 to 100; -1 for a
     // word of the page's text.
     std::int8_t confidence = -1;
+    // For a code read from the page's image: its kind; its text is the
+    // code's value and its h, v the bottom-left corner of the code's box.
+    CodeFormat code = CodeFormat::None;
 };
 // Returning false stops the enumeration of the current page.
 using WordCallback = std::function<bool(const Word&)>;
@@ -124,7 +147,26 @@ public:
     virtual std::vector<RecognizedWord> read(const GreyRaster& raster) = 0;
 };
 
-// When a host reads a page's words from its image, and with what.
+// A code found in a page's image: its value, its kind and its box in the
+// image's pixels (origin top-left).
+struct FoundCode {
+    std::string text;
+    CodeFormat format = CodeFormat::None;
+    float x0 = 0, y0 = 0, x1 = 0, y1 = 0;
+};
+
+// Finds the codes in a page's image, in the order they stand (top to bottom,
+// then left to right), whichever way round they are printed. One reader is
+// used from one thread at a time.
+class CodeReader {
+public:
+    virtual ~CodeReader() = default;
+    // Throws std::runtime_error when the image cannot be read.
+    virtual std::vector<FoundCode> read(const GreyRaster& raster) = 0;
+};
+
+// When a host reads a page's words from its image, and with what: the text
+// (OCR), the codes, and whether a page shows almost nothing.
 struct TextRecognition {
     enum class Pages { Off, WithoutText, All };
     Pages pages = Pages::Off;
@@ -141,6 +183,18 @@ struct TextRecognition {
     // Only this area of a page is read (PDF user space: x0, y0, x1, y1),
     // when nothing outside it can matter; else the whole page.
     std::optional<std::array<float, 4>> area;
+
+    // The codes on a page, as words after its text: on the pages `pages`
+    // says, rendered at `dpi` unless the page is rendered for its text.
+    struct Codes {
+        Pages pages = Pages::Off;
+        int dpi = 150;
+        std::function<std::unique_ptr<CodeReader>()> make;
+        std::string key;  // what `make` reads with, as `key` above
+    } codes;
+    // Whether a page's image shows almost nothing: pages without text are
+    // looked at with it, when set.
+    std::function<bool(const GreyRaster&)> blank;
 };
 
 class DocumentHost {
@@ -200,8 +254,13 @@ public:
     // cannot render ignores it.
     virtual void setTextRecognition(const TextRecognition& recognition) { recognition_ = recognition; }
     const TextRecognition& textRecognition() const { return recognition_; }
-    // Whether the words of a page read so far came from its image.
+    // Whether the words of a page read so far came from its image (OCR).
     virtual bool pageRecognized(DocHandle /*doc*/, int /*page*/) { return false; }
+    // Whether a page shows no text, no code and almost no ink: specks, a
+    // punched hole or a stray dot, but not a signature or a line of
+    // writing. Asked after the page's words, with `blank` set. Throws
+    // HostError.
+    virtual bool pageBlank(DocHandle /*doc*/, int /*page*/) { return false; }
     // What was read from a page's image, placed for a text layer (with
     // `textLayer` on); none for a page not read from its image.
     virtual std::shared_ptr<const TextLayer> recognizedLayer(DocHandle /*doc*/, int /*page*/) { return nullptr; }

@@ -131,6 +131,40 @@ constexpr std::string_view kOcrLayerDetails =
     "  OCR;Pages without text\n"
     "  OCRTEXTLAYER;1";
 
+constexpr std::string_view kCodeDetails =
+    "A page is rendered at CODERESOLUTION dots per inch (or at OCRRESOLUTION when it is read for its text as "
+    "well) and the codes on it are read: each becomes a word of the page after its text, the code's value at the "
+    "bottom-left corner of its box, so search texts, positions, names and addresses take codes as they take "
+    "words. CODEFORMATS limits the kinds read (QRCode, DataMatrix, Code128, Code39, EAN13, EAN8, UPCA, UPCE, "
+    "ITF, PDF417, Aztec), joined by +; empty reads them all. A small Data Matrix or Aztec code among other "
+    "things on a page is found when CODEFORMATS names its kind, which looks for it part by part.\n"
+    "  \"Off\"                 never\n"
+    "  \"Pages without text\"  pages that hold no text (scans), the default\n"
+    "  \"All pages\"           every page, its text kept\n"
+    "To name each piece by the Code 128 invoice number at h,v 400,760 on its first page:\n"
+    "  CODES;All pages\n"
+    "  CODEFORMATS;Code128\n"
+    "  PAGEEXTRACT;From match to next match using position h,v\n"
+    "  FINDSTRING;\n"
+    "  MATCHPOSH;400-450\n"
+    "  MATCHPOSV;760-780\n"
+    "  EXTRACT;h,v match as filename";
+
+constexpr std::string_view kSeparatorDetails =
+    "A separator sheet ends the piece before it, whatever the search text, and a new piece starts after it: the "
+    "pages between two sheets are one piece even where the search text is found nowhere, and more where it is "
+    "found within them. The sheet itself is left out of the pieces, or with KEEPSEPARATOR it is the first page of "
+    "the piece after it. Pages before the search text's first match after a sheet are a piece named by the "
+    "sheet's code value (with SEPARATORNAMES) or else by their pages.\n"
+    "  \"None\"                    no separators, the default\n"
+    "  \"Code value is\"           a page with a code whose value is SEPARATORTEXT\n"
+    "  \"Code value begins with\"  a page with a code whose value begins with SEPARATORTEXT\n"
+    "  \"Any code of format\"      a page with a code of the format SEPARATORTEXT names (QRCode, Code128, ...)\n"
+    "  \"Blank page\"              a page with no text, no code and almost no ink (specks, a punched hole)\n"
+    "For a scanned run with a QR code sheet \"NEXT\" between the documents:\n"
+    "  SEPARATOR;Code value is\n"
+    "  SEPARATORTEXT;NEXT";
+
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
 // label on its first line, meaning and any details on the next.
@@ -265,6 +299,24 @@ const SettingsKey kKeys[] = {
     {"OCRTEXTLAYER", KeyType::Flag, &S::OCRTEXTLAYER, "Make the pieces searchable",
      "write the text read from a page's image into its output as an invisible layer under the image",
      kOcrLayerDetails},
+    {"CODES", KeyType::Text, &S::CODES, "Read codes (barcodes, QR codes):",
+     "which pages codes are read from: \"Off\", \"Pages without text\" or \"All pages\"", kCodeDetails},
+    {"CODEFORMATS", KeyType::Text, &S::CODEFORMATS, "Kinds of code:",
+     "the kinds of code read, joined by +: QRCode+Code128; empty for every kind", kCodeDetails},
+    {"CODERESOLUTION", KeyType::Integer, &S::CODERESOLUTION, "Code resolution (dpi):",
+     "the dots per inch a page is rendered at to read its codes (36 to 1200)", kCodeDetails},
+    {"SEPARATOR", KeyType::Text, &S::SEPARATOR, "Separator sheets:",
+     "what makes a page a separator sheet that starts a new piece", kSeparatorDetails},
+    {"SEPARATORTEXT", KeyType::Text, &S::SEPARATORTEXT, "Separator code:",
+     "the code value, its beginning or its format that makes a page a separator sheet", kSeparatorDetails},
+    {"KEEPSEPARATOR", KeyType::Flag, &S::KEEPSEPARATOR, "Keep the separator as the first page of the next piece",
+     "a code separator sheet stays as the first page of the piece after it, instead of being left out",
+     kSeparatorDetails},
+    {"SEPARATORNAMES", KeyType::Flag, &S::SEPARATORNAMES, "The separator's code names the piece after it",
+     "a separator sheet's code value names the piece after it where no match of the search text does",
+     kSeparatorDetails},
+    {"DROPBLANKPAGES", KeyType::Flag, &S::DROPBLANKPAGES, "Leave blank pages out of the pieces",
+     "pages with no text, no code and almost no ink are left out of the pieces, without cutting at them"},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",

@@ -199,11 +199,31 @@ struct SplitSettings {
     int OCRCONFIDENCE = 30;
     int OCRTEXTLAYER = 0;  // outputs carry the text read as an invisible layer
 
+    // Codes read from a page's image as words: which pages (one of
+    // kOcrModes), which kinds (names of kCodeFormatNames joined by +, empty
+    // for all) and at what resolution.
+    std::string CODES = "Pages without text";
+    std::string CODEFORMATS;
+    int CODERESOLUTION = 150;
+    // Separator sheets: what makes a page one (one of kSeparatorModes) with
+    // the value, beginning or kind it looks for; whether the sheet stays as
+    // the first page of the piece after it, and whether its value names that
+    // piece. Blank pages may also be only left out of the pieces.
+    std::string SEPARATOR = "None";
+    std::string SEPARATORTEXT;
+    int KEEPSEPARATOR = 0;
+    int SEPARATORNAMES = 1;
+    int DROPBLANKPAGES = 0;
+
     bool operator==(const SplitSettings&) const = default;
 };
 
 // The OCR key's values: which pages are read from their image.
 inline constexpr std::array<std::string_view, 3> kOcrModes = {"Off", "Pages without text", "All pages"};
+
+// The SEPARATOR key's values: what makes a page a separator sheet.
+inline constexpr std::array<std::string_view, 5> kSeparatorModes = {"None", "Code value is", "Code value begins with",
+                                                                    "Any code of format", "Blank page"};
 
 // One parameters-file key: its name, its type and the field it names, listed
 // in the order the parameters reader compares them, with what a user is told

@@ -168,7 +168,11 @@ MatchState MatchState::carried() const {
     kept.rings.multiFilenameBuf.clear();
     kept.line.lLineWordCount = 0;
     if (!kept.line.bConcatLine) kept.line.lLineCoord = -1;
-    if (!kept.position.bMatch) kept.position.lastPositionWord.clear();
+    if (!kept.position.bMatch) {
+        kept.position.lastPositionWord.clear();
+        kept.position.matchPage = -1;
+        kept.position.codeMatch = false;
+    }
     return kept;
 }
 
@@ -190,7 +194,7 @@ bool SplitEngine::onWord(const Word& word) {
     // The word after a match: its range starts on this word's page, and it
     // may start the capture of the name.
     if (match.position.bMatch) {
-        doc.lStartPage = word.page;
+        doc.lStartPage = match.position.codeMatch ? match.position.matchPage : word.page;
         if (!match.position.bFileMatch && composer.mode != FilenameMode::PositionMatch) {
             doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
             if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());
@@ -244,6 +248,8 @@ bool SplitEngine::onWord(const Word& word) {
             if (!waitingForUntil) {
                 startMatch(word.page);
                 match.position.bMatch = true;
+                match.position.matchPage = word.page;
+                match.position.codeMatch = word.code != CodeFormat::None;
                 match.position.fromMatchUntil = true;
                 if (view_ == ScanView::ShowHighlights) highlight(word);
             }
@@ -262,6 +268,8 @@ bool SplitEngine::onWord(const Word& word) {
             if (composer.mode == FilenameMode::PositionMatch) doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
             if (settings.FINDSTRING.empty()) match.position.lastPositionWord = match.wdbuf;
             match.position.bMatch = true;
+            match.position.matchPage = word.page;
+            match.position.codeMatch = word.code != CodeFormat::None;
             match.position.fromMatchUntil = false;
             match.position.fromMatchUntilPos = true;
             if (view_ == ScanView::ShowHighlights) highlight(word);

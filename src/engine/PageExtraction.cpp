@@ -307,11 +307,23 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     }
     bool inserted = true;
     try {
-        host.insertPages(target, source, start, end - start + 1, settings.KEEPBOOKMARKS != 0);
-        // Pages read from their image carry what was read, as searchable text.
-        const int first = host.pageCount(target) - (end - start + 1);
-        for (auto layer = doc.layers.lower_bound(start); layer != doc.layers.end() && layer->first <= end; ++layer)
-            host.addTextLayer(target, first + layer->first - start, *layer->second);
+        // The range's pages in runs, less blank pages left out; a range the
+        // host cannot take is still asked for, so that it says why.
+        std::vector<std::pair<int, int>> runs;
+        for (int first = start; first <= end;) {
+            const auto blank = doc.blankPages.lower_bound(first);
+            const int stop = blank != doc.blankPages.end() && *blank <= end ? *blank - 1 : end;
+            if (stop >= first) runs.emplace_back(first, stop);
+            first = stop + 2;
+        }
+        if (runs.empty() && doc.blankPages.empty()) runs.emplace_back(start, end);
+        for (const auto& [first, last] : runs) {
+            const int placed = host.pageCount(target);
+            host.insertPages(target, source, first, last - first + 1, settings.KEEPBOOKMARKS != 0);
+            // Pages read from their image carry what was read, as searchable text.
+            for (auto layer = doc.layers.lower_bound(first); layer != doc.layers.end() && layer->first <= last; ++layer)
+                host.addTextLayer(target, placed + layer->first - first, *layer->second);
+        }
     } catch (const HostError& error) {
         ui.note("Extract Pages Abort!! Error message: " + error.text());
         inserted = false;

@@ -22,6 +22,7 @@ PageText readPageText(DocumentHost& host, DocHandle doc, int page, std::size_t e
     host.appendWords(doc, page, text.words);
     text.recognized = host.pageRecognized(doc, page);
     if (text.recognized) text.layer = host.recognizedLayer(doc, page);
+    if (text.words.empty() && host.textRecognition().blank) text.blank = host.pageBlank(doc, page);
     for (Word& word : text.words) {
         // A character is at least a byte: a shorter text is whole.
         if (word.text.size() > kMaxWordChars) word.text.resize(firstCharacters(word.text, kMaxWordChars).size());

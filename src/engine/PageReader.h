@@ -28,6 +28,7 @@ struct PageText {
     int page = -1;
     int rotation = 0;
     bool recognized = false;  // the words were read from the page's image
+    bool blank = false;       // it shows almost nothing (looked at where the host is asked to)
     std::vector<Word> words;
     std::shared_ptr<const TextLayer> layer;  // what was read, for outputs to carry as text
 };

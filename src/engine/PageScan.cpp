@@ -21,6 +21,13 @@ std::string unknownModeMessage(const char* kind, const std::string& text, const 
     return message;
 }
 
+// The SEPARATOR modes, as indexes of kSeparatorModes.
+constexpr std::size_t kNoSeparator = 0;
+constexpr std::size_t kCodeValueIs = 1;
+constexpr std::size_t kCodeValueBegins = 2;
+constexpr std::size_t kAnyCodeOfFormat = 3;
+constexpr std::size_t kBlankPage = 4;
+
 constexpr std::string_view kNoMatches =
     "No matches found,\r\nplease note: word searching is case sensitive & must contain the full word";
 
@@ -56,6 +63,25 @@ bool SplitEngine::takeSettings() {
         ui.note(unknownModeMessage("filename", settings.EXTRACT, kFilenameModes));
         return false;
     }
+    const auto separator = std::find(kSeparatorModes.begin(), kSeparatorModes.end(), settings.SEPARATOR);
+    if (separator == kSeparatorModes.end()) {
+        std::string message = "Unknown separator mode: \"" + settings.SEPARATOR + "\". The separator modes are:";
+        for (const auto name : kSeparatorModes) message.append("\n\"").append(name).append("\"");
+        ui.note(message);
+        return false;
+    }
+    separator_ = static_cast<std::size_t>(separator - kSeparatorModes.begin());
+    separatorFormat_ = codeFormatOf(settings.SEPARATORTEXT);
+    const std::string unknownFormat = codeFormatsOf(settings.CODEFORMATS).unknown;
+    if (!unknownFormat.empty() || (separator_ == kAnyCodeOfFormat && separatorFormat_ == CodeFormat::None)) {
+        std::string message = "Unknown code format: \"" +
+                              (unknownFormat.empty() ? settings.SEPARATORTEXT : unknownFormat) +
+                              "\". The code formats are:";
+        for (std::size_t kind = 1; kind < kCodeFormatNames.size(); ++kind)
+            message.append(" ").append(kCodeFormatNames[kind]);
+        ui.note(message);
+        return false;
+    }
     run.lAquireType = *mode;
     run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
     run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
@@ -83,7 +109,8 @@ std::optional<std::array<float, 4>> SplitEngine::searchArea() const {
                                    naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
     const auto usesPositions = [](const std::string& text) { return text.find("[POS") != std::string::npos; };
     if (!atPosition || !namedWithoutWords || settings.EMAILENABLE || run.lExtractOnCharsNumWords > 1 ||
-        usesPositions(settings.PREFIXFILENAME) || usesPositions(settings.POSTFIXFILENAME))
+        separator_ != kNoSeparator || settings.DROPBLANKPAGES || usesPositions(settings.PREFIXFILENAME) ||
+        usesPositions(settings.POSTFIXFILENAME))
         return std::nullopt;
     const PositionSpec h = parsePosition(settings.MATCHPOSH);
     const PositionSpec v = parsePosition(settings.MATCHPOSV);
@@ -150,6 +177,11 @@ void SplitEngine::uniqueRule(const char* same, const char* fresh) {
 }
 
 void SplitEngine::startMatch(int page) {
+    // The pages a separator sheet began before this match are a piece.
+    if (doc.segmentStart >= 0) {
+        writeSegment(page - 1);
+        doc.segmentStart = -1;
+    }
     if (doc.lStartPage < 0) return;
     doc.lEndPage = std::max(page - 1, doc.lStartPage);
     if (view_ != ScanView::Split) return;
@@ -184,6 +216,71 @@ void SplitEngine::untilMatch(int page) {
         if (run.trace.on()) run.trace.write("copy4 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
     }
     doc.lStartPage = -1;
+}
+
+std::optional<std::string> SplitEngine::separatorOf(const PageText& page) const {
+    if (separator_ == kBlankPage) return page.blank ? std::optional<std::string>("") : std::nullopt;
+    if (separator_ == kNoSeparator) return std::nullopt;
+    for (const Word& word : page.words) {
+        if (word.code == CodeFormat::None) continue;
+        if ((separator_ == kCodeValueIs && word.text == settings.SEPARATORTEXT) ||
+            (separator_ == kCodeValueBegins && word.text.starts_with(settings.SEPARATORTEXT)) ||
+            (separator_ == kAnyCodeOfFormat && word.code == separatorFormat_))
+            return word.text;
+    }
+    return std::nullopt;
+}
+
+void SplitEngine::writeSegment(int lastPage) {
+    if (view_ != ScanView::Split || doc.segmentStart < 0 || doc.segmentStart > lastPage) return;
+    doc.lStartPage = doc.segmentStart;
+    doc.lEndPage = lastPage;
+    // Named by the sheet's value, else by its pages.
+    doc.g_szBuf = !doc.segmentName.empty() ? doc.segmentName
+                  : doc.lStartPage == lastPage
+                      ? std::to_string(lastPage + 1)
+                      : std::to_string(doc.lStartPage + 1) + "-" + std::to_string(lastPage + 1);
+    doc.szOutFilenameLine = doc.g_szBuf;
+    doc.g_szLastBuf2.clear();
+    extractNamed(doc.g_szBuf, "s)");
+    doc.lStartPage = -1;
+}
+
+void SplitEngine::endSegment(int lastPage) {
+    // A match that was the last word before the sheet (a code alone on its
+    // page) starts its range on its own page.
+    if (match.position.bMatch && doc.lStartPage < 0) doc.lStartPage = match.position.matchPage;
+    if (view_ == ScanView::Split) {
+        if (doc.lStartPage >= 0)
+            closeRange(lastPage);
+        else
+            writeSegment(lastPage);
+    }
+    doc.lStartPage = doc.lUniqueStartPage = doc.segmentStart = -1;
+    doc.g_szBuf.clear();
+    doc.g_szLastBuf2.clear();
+    doc.szOutFilenameLine.clear();
+    match.position.bMatch = match.position.bFileMatch = false;
+    match.position.fromMatchUntil = match.position.fromMatchUntilPos = false;
+    match.line.bConcatLine = match.line.bConcatLine2 = false;
+}
+
+void SplitEngine::closeRange(int lastPage) {
+    doc.lEndPage = std::max(lastPage, doc.lStartPage);
+    if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.position.lastPositionWord;
+    const PageExtractMode closing = run.lAquireType;
+    if (closing == PageExtractMode::NextUniqueMatch || closing == PageExtractMode::NextUniqueMatchAtPosition) {
+        uniqueRule("a)", "b)");
+        doc.g_szLastBuf2 = doc.g_szBuf;
+        if (run.trace.on()) run.trace.write("copy1 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
+    } else if (closing == PageExtractMode::NextMatchAtPosition && !doc.szOutFilenameLine.empty()) {
+        doc.g_szBuf = FilenameComposer::cleanName(doc.szOutFilenameLine);
+        extractNamed(doc.g_szBuf, "c)");
+    } else {
+        if (closing == PageExtractMode::MatchedPageOnly) doc.lEndPage = doc.lStartPage;
+        extractNamed(doc.g_szBuf, "d)");
+        doc.lStartPage = -1;
+    }
 }
 
 void SplitEngine::scan(ScanView view) {
@@ -231,6 +328,9 @@ void SplitEngine::scan(ScanView view) {
     const int firstPage = static_cast<int>(std::min(first, last));
     std::unique_ptr<PageReader> reader = pageReader(firstPage, static_cast<int>(last));
     doc.recent.clear();
+    // With separator sheets every page is in a piece: those before the first
+    // sheet too.
+    if (separator_ != kNoSeparator) doc.segmentStart = firstPage;
 
     for (int page = firstPage; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
         match.line.lLineWordCount = 0;
@@ -249,10 +349,12 @@ void SplitEngine::scan(ScanView view) {
         // Pages before the open range (or the one a unique name may carry
         // on) are not looked at again.
         int keepFrom = page;
-        for (const int start : {doc.lStartPage, doc.lUniqueStartPage})
+        const int waiting = match.position.bMatch ? match.position.matchPage : -1;  // a match whose range has not begun
+        for (const int start : {doc.lStartPage, doc.lUniqueStartPage, doc.segmentStart, waiting})
             if (start >= 0) keepFrom = std::min(keepFrom, start);
         doc.recent.dropBefore(keepFrom);
         doc.layers.erase(doc.layers.begin(), doc.layers.lower_bound(keepFrom));
+        doc.blankPages.erase(doc.blankPages.begin(), doc.blankPages.lower_bound(keepFrom));
         const PageText* text = nullptr;
         try {
             text = &doc.recent.add(reader->read(page));
@@ -269,6 +371,17 @@ void SplitEngine::scan(ScanView view) {
             words = static_cast<int>(text->words.size());
             if (text->layer) doc.layers[page] = text->layer;
         }
+        if (const auto value = separatorOf(*text)) {
+            // A sheet ends what is open before it, and the next piece starts
+            // after it, or with it where it is kept.
+            endSegment(page - 1);
+            const bool keep = settings.KEEPSEPARATOR && separator_ != kBlankPage;
+            doc.segmentStart = keep ? page : page + 1;
+            doc.segmentName = settings.SEPARATORNAMES ? *value : std::string();
+            if (!keep) continue;
+        } else if (text->blank && settings.DROPBLANKPAGES) {
+            doc.blankPages.insert(page);
+        }
         for (const Word& word : text->words) {
             const std::size_t kept = limit ? firstCharacters(word.text, *limit).size() : word.text.size();
             if (kept == word.text.size()) {
@@ -283,26 +396,18 @@ void SplitEngine::scan(ScanView view) {
     reader.reset();
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
+    if (match.position.bMatch && match.position.codeMatch && doc.lStartPage < 0) {
+        doc.lStartPage = match.position.matchPage;
+        match.position.bMatch = false;
+    }
     if (doc.lStartPage >= 0 && view == ScanView::Split) {
-        doc.lEndPage = std::max(static_cast<int>(last) - 1, doc.lStartPage);
-        if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.position.lastPositionWord;
         // A one-page document turns the unique mode into the plain one for the
         // rest of the run.
         if (last - 1 == 0 && run.lAquireType == PageExtractMode::NextUniqueMatch)
             run.lAquireType = PageExtractMode::NextMatch;
-        const PageExtractMode closing = run.lAquireType;
-        if (closing == PageExtractMode::NextUniqueMatch || closing == PageExtractMode::NextUniqueMatchAtPosition) {
-            uniqueRule("a)", "b)");
-            doc.g_szLastBuf2 = doc.g_szBuf;
-            if (run.trace.on()) run.trace.write("copy1 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
-        } else if (closing == PageExtractMode::NextMatchAtPosition && !doc.szOutFilenameLine.empty()) {
-            doc.g_szBuf = FilenameComposer::cleanName(doc.szOutFilenameLine);
-            extractNamed(doc.g_szBuf, "c)");
-        } else {
-            if (closing == PageExtractMode::MatchedPageOnly) doc.lEndPage = doc.lStartPage;
-            extractNamed(doc.g_szBuf, "d)");
-            doc.lStartPage = -1;
-        }
+        closeRange(static_cast<int>(last) - 1);
+    } else if (!doc.bStopScan && !ui.cancelled()) {
+        writeSegment(static_cast<int>(last) - 1);
     }
     if (view == ScanView::ShowHighlights && !doc.bStopScan && !ui.cancelled())
         ui.note(doc.highlightCount > 0 ? std::string_view("No more matches found.") : kNoMatches);

@@ -105,8 +105,10 @@ std::optional<std::filesystem::path> writePagePositions(DocumentHost& host, RunI
         streamPageWords(host, *doc, page, streamedWordLimit(settings.TAKENCHARSFORFILENAME), [&](const Word& word) {
             std::string line = pagePositionsLine(word.text, word.h, word.v);
             // A word read from the page's image says so, with how sure the
-            // reading was.
+            // reading was; a code says its kind.
             if (word.confidence >= 0) line.insert(line.size() - 2, "\tOCR " + std::to_string(word.confidence) + "%");
+            if (word.code != CodeFormat::None)
+                line.insert(line.size() - 2, "\tcode " + std::string(codeFormatName(word.code)));
             file << line;
             return true;
         });

@@ -28,6 +28,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -138,6 +139,11 @@ struct DocumentState {
     // outputs to carry as an invisible text layer (OCRTEXTLAYER).
     std::map<int, std::shared_ptr<const TextLayer>> layers;
     RecentPages recent;  // the pages the scan read last
+    // Separator sheets: the first page of the piece the last sheet (or the
+    // document's start) began, until a match takes it on, and what names it.
+    int segmentStart = -1;
+    std::string segmentName;
+    std::set<int> blankPages;  // pages left out of the pieces, from the open range on
 };
 
 // The last words seen, for search texts of more than one word. It goes on
@@ -193,6 +199,11 @@ struct MatchState {
         bool fromMatchUntil = false;
         bool fromMatchUntilPos = false;
         std::string lastPositionWord;
+        // The page of the match `bMatch` tells of, and whether it was a
+        // code: a code's range starts on the code's own page, as a code
+        // often stands alone on it.
+        int matchPage = -1;
+        bool codeMatch = false;
         bool operator==(const Position&) const = default;
     } position;
 
@@ -287,8 +298,21 @@ private:
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.
     bool restOfLineNames() const;
+    // Ends the range open at `lastPage`, as the end of the document does.
+    void closeRange(int lastPage);
+    // The value of the code that makes a page a separator sheet ("" for a
+    // blank one), when it is one.
+    std::optional<std::string> separatorOf(const PageText& page) const;
+    // Writes the pages a separator sheet began, up to `lastPage`, as a piece
+    // of their own, when no match took them on.
+    void writeSegment(int lastPage);
+    // Ends everything open at a separator sheet: the pages after it begin
+    // afresh.
+    void endSegment(int lastPage);
 
     ScanView view_ = ScanView::Split;
+    std::size_t separator_ = 0;  // the SEPARATOR mode, an index of kSeparatorModes
+    CodeFormat separatorFormat_ = CodeFormat::None;
     int pageRotation_ = 0;
 };
 

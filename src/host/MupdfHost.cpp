@@ -359,6 +359,25 @@ fz_context* newContext() {
 
 }  // namespace
 
+// What a host read from a page's image: the words of its text (OCR), then
+// its codes, each with its box as drawn.
+struct ImagePage {
+    std::vector<std::pair<Word, fz_rect>> words;
+    bool textRead = false;  // its text was read (OCR)
+    bool blank = false;     // it showed almost nothing, where that was asked
+};
+
+// A page rendered grey to be read, and how its pixels map to the page.
+struct RenderedPage {
+    GreyRaster raster;
+    fz_matrix toUser = fz_identity;  // the page as drawn, in points, to PDF user space
+    float originX = 0, originY = 0;  // the raster's first pixel, in pixels of the page as drawn
+    float scale = 1;                 // pixels a point
+
+    // A pixel's place on the page as drawn, in points.
+    fz_point drawn(float x, float y) const { return fz_make_point((x + originX) / scale, (y + originY) / scale); }
+};
+
 struct MupdfHost::Impl {
     struct Document {
         pdf_document* pdf = nullptr;
@@ -370,16 +389,18 @@ struct MupdfHost::Impl {
         SourceAnnotations annotationsRead;        // what a source's annotations lead to, as far as asked
         std::vector<AnnotationCarrier::Range> grafted;   // a target's pages, by where they came from
         std::unique_ptr<AnnotationCarrier> annotations;  // a target's carried annotations, once it has any
-        // The words read from a page's image, with their boxes as drawn: a
-        // page is read once.
-        std::map<int, std::vector<std::pair<Word, fz_rect>>> recognized;
+        // What was read from a page's image, with the words' boxes as
+        // drawn: a page is read once.
+        std::map<int, ImagePage> imagePages;
         std::map<int, std::shared_ptr<const TextLayer>> layers;  // placed for a text layer, when asked
-        std::optional<std::array<float, 4>> recognizedArea;      // what `recognized` was read from
+        std::string imageKey;                                    // the settings `imagePages` were read with
     };
 
     const TextRecognition* recognition = nullptr;  // the host's own settings
     std::unique_ptr<TextRecognizer> recognizer;
     std::string recognizerKey;  // what `recognizer` was made for
+    std::unique_ptr<CodeReader> codeReader;
+    std::string codeReaderKey;  // what `codeReader` was made for
 
     fz_context* ctx = nullptr;
     std::map<int, Document> documents;
@@ -544,11 +565,20 @@ struct MupdfHost::Impl {
     template <bool kBoxes, typename OnWord>
     void walkWords(Document& doc, int pageNumber, OnWord&& onWord) {
         checkPage(doc, pageNumber);
-        const bool reading = recognition && recognition->make && recognition->pages != TextRecognition::Pages::Off;
-        if (reading && recognition->pages == TextRecognition::Pages::All) {
-            recognizedWords(doc, pageNumber, onWord);
-            return;
-        }
+        using Pages = TextRecognition::Pages;
+        const Pages ocr = recognition && recognition->make ? recognition->pages : Pages::Off;
+        const Pages codes = recognition && recognition->codes.make ? recognition->codes.pages : Pages::Off;
+        unsigned number = 0;
+        if (ocr != Pages::All && !textWords<kBoxes>(doc, pageNumber, number, onWord)) return;
+        const bool readText = ocr == Pages::All || (ocr == Pages::WithoutText && number == 0);
+        const bool readCodes = codes == Pages::All || (codes == Pages::WithoutText && number == 0);
+        if (readText || readCodes) imageWords(doc, pageNumber, readText, readCodes, number, onWord);
+    }
+
+    // The words of a page's text layer, numbered from `number` on; false when
+    // `onWord` stopped them.
+    template <bool kBoxes, typename OnWord>
+    bool textWords(Document& doc, int pageNumber, unsigned& number, OnWord&& onWord) {
         fz_stext_page* text = nullptr;
         fz_matrix toUser = fz_identity;
         const PageLookup lookup(*this, doc, pageNumber);
@@ -571,7 +601,6 @@ struct MupdfHost::Impl {
         Word word;
         word.page = pageNumber;
         fz_rect box = fz_empty_rect;
-        unsigned number = 0;
         char utf8[FZ_UTFMAX];
         for (fz_stext_block* block = text->first_block; block; block = block->next) {
             if (block->type != FZ_STEXT_BLOCK_TEXT) continue;
@@ -580,7 +609,7 @@ struct MupdfHost::Impl {
                     if (!ch || isBlank(ch->c)) {
                         if (!word.text.empty()) {
                             word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
-                            if (!onWord(word, static_cast<const fz_rect&>(box))) return;
+                            if (!onWord(word, static_cast<const fz_rect&>(box))) return false;
                             word.text.clear();
                         }
                         if (!ch) break;
@@ -601,29 +630,70 @@ struct MupdfHost::Impl {
                 }
             }
         }
-        if (number == 0 && reading) recognizedWords(doc, pageNumber, onWord);
+        return true;
     }
 
-    // The words of a page read from its image, once, each with its number.
-    // A page that draws nothing at all (a blank or lost page) has nothing to
-    // read and is not read.
+    // What `recognition` reads pages with: a page read with other settings
+    // is read again.
+    std::string imageKey() const {
+        std::string key = recognition->key + "|" + recognition->codes.key + "|" +
+                          std::to_string(static_cast<int>(recognition->pages)) +
+                          std::to_string(static_cast<int>(recognition->codes.pages)) + (recognition->blank ? "b" : "");
+        if (recognition->area)
+            for (const float bound : *recognition->area) key += "|" + std::to_string(bound);
+        return key;
+    }
+
+    // The words read from a page's image (its text, its codes or both), once,
+    // numbered from `number` on. A page that draws nothing at all (a blank or
+    // lost page) has nothing to read and is not read.
     template <typename OnWord>
-    void recognizedWords(Document& doc, int pageNumber, OnWord&& onWord) {
-        if (doc.recognizedArea != recognition->area) {
-            doc.recognized.clear();
-            doc.layers.clear();
-            doc.recognizedArea = recognition->area;
-        }
-        auto found = doc.recognized.find(pageNumber);
-        if (found == doc.recognized.end()) {
-            if (drawsNothing(doc, pageNumber)) return;
-            found = doc.recognized.emplace(pageNumber, recognize(doc, pageNumber, doc.layers[pageNumber])).first;
-        }
-        unsigned number = 0;
-        for (auto [word, box] : found->second) {
+    void imageWords(Document& doc, int pageNumber, bool readText, bool readCodes, unsigned number, OnWord&& onWord) {
+        const ImagePage& page = imagePage(doc, pageNumber, readText, readCodes);
+        for (auto [word, box] : page.words) {
             word.number = static_cast<std::uint16_t>(number++ & 0xFFFF);
             if (!onWord(word, static_cast<const fz_rect&>(box))) return;
         }
+    }
+
+    const ImagePage& imagePage(Document& doc, int pageNumber, bool readText, bool readCodes) {
+        if (const std::string key = imageKey(); doc.imageKey != key) {
+            doc.imagePages.clear();
+            doc.layers.clear();
+            doc.imageKey = key;
+        }
+        if (const auto found = doc.imagePages.find(pageNumber); found != doc.imagePages.end()) return found->second;
+        ImagePage page;
+        if (drawsNothing(doc, pageNumber)) {
+            page.blank = true;
+            return doc.imagePages.emplace(pageNumber, std::move(page)).first->second;
+        }
+        // Text is read at its resolution and the codes from the same image;
+        // codes alone at theirs. A page read for its text where it must
+        // stand is read there alone.
+        const bool area = readText && recognition->area;
+        const RenderedPage rendered = render(doc, pageNumber, readText ? recognition->dpi : recognition->codes.dpi,
+                                             area ? recognition->area : std::nullopt);
+        if (recognition->blank && !area && recognition->blank(rendered.raster)) {
+            page.blank = true;
+            return doc.imagePages.emplace(pageNumber, std::move(page)).first->second;
+        }
+        if (readText) {
+            page.words = readTextOf(rendered, pageNumber, doc.layers[pageNumber]);
+            page.textRead = true;
+        }
+        if (readCodes) {
+            auto codes = readCodesOf(rendered, pageNumber);
+            // What OCR made of a code's modules is no word.
+            std::erase_if(page.words, [&](const std::pair<Word, fz_rect>& word) {
+                const fz_point middle =
+                    fz_make_point((word.second.x0 + word.second.x1) / 2, (word.second.y0 + word.second.y1) / 2);
+                return std::any_of(codes.begin(), codes.end(),
+                                   [&](const auto& code) { return fz_is_point_inside_rect(middle, code.second); });
+            });
+            for (auto& code : codes) page.words.push_back(std::move(code));
+        }
+        return doc.imagePages.emplace(pageNumber, std::move(page)).first->second;
     }
 
     bool drawsNothing(Document& doc, int pageNumber) {
@@ -647,23 +717,12 @@ struct MupdfHost::Impl {
         return fz_is_empty_rect(marks);
     }
 
-    // Renders a page in grey as it is shown and reads its words; their
-    // places go from the image's pixels to the page's points as drawn, and
-    // from there to PDF user space as a text word's are.
-    std::vector<std::pair<Word, fz_rect>> recognize(Document& doc, int pageNumber,
-                                                    std::shared_ptr<const TextLayer>& layer) {
-        if (!recognizer || recognizerKey != recognition->key) {
-            recognizer.reset();
-            try {
-                recognizer = recognition->make();
-            } catch (const std::exception& error) {
-                throw HostError(HostError::kRecognition, error.what());
-            }
-            if (!recognizer) throw HostError(HostError::kRecognition, "no text recognizer");
-            recognizerKey = recognition->key;
-        }
-        const float scale = static_cast<float>(std::clamp(recognition->dpi, 36, 1200)) / 72.0f;
-        fz_matrix toUser = fz_identity;
+    // Renders a page (or an area of it, in PDF user space) in grey as it is
+    // shown, at `dpi`.
+    RenderedPage render(Document& doc, int pageNumber, int dpi, const std::optional<std::array<float, 4>>& area) {
+        RenderedPage rendered;
+        rendered.scale = static_cast<float>(std::clamp(dpi, 36, 1200)) / 72.0f;
+        const float scale = rendered.scale;
         fz_pixmap* pixmap = nullptr;
         const PageLookup lookup(*this, doc, pageNumber);
         guarded([&] {
@@ -672,10 +731,10 @@ struct MupdfHost::Impl {
                 fz_rect mediabox;
                 fz_matrix ctm;
                 pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
-                toUser = fz_invert_matrix(ctm);
-                if (recognition->area) {
+                rendered.toUser = fz_invert_matrix(ctm);
+                if (area) {
                     // The area alone: its pixels of the page as drawn.
-                    const auto& [x0, y0, x1, y1] = *recognition->area;
+                    const auto& [x0, y0, x1, y1] = *area;
                     const fz_rect drawnArea = fz_intersect_rect(
                         fz_transform_rect(fz_make_rect(x0, y0, x1, y1), fz_concat(ctm, fz_scale(scale, scale))),
                         fz_transform_rect(fz_bound_page(ctx, page), fz_scale(scale, scale)));
@@ -698,13 +757,13 @@ struct MupdfHost::Impl {
             fz_always(ctx) fz_drop_page(ctx, page);
             fz_catch(ctx) fz_rethrow(ctx);
         });
-        GreyRaster raster;
+        GreyRaster& raster = rendered.raster;
         raster.width = fz_pixmap_width(ctx, pixmap);
         raster.height = fz_pixmap_height(ctx, pixmap);
         raster.dpi = static_cast<int>(scale * 72.0f + 0.5f);
-        raster.wholePage = !recognition->area;
-        const float originX = static_cast<float>(fz_pixmap_x(ctx, pixmap));
-        const float originY = static_cast<float>(fz_pixmap_y(ctx, pixmap));
+        raster.wholePage = !area;
+        rendered.originX = static_cast<float>(fz_pixmap_x(ctx, pixmap));
+        rendered.originY = static_cast<float>(fz_pixmap_y(ctx, pixmap));
         const int stride = fz_pixmap_stride(ctx, pixmap);
         const unsigned char* samples = fz_pixmap_samples(ctx, pixmap);
         raster.pixels.resize(static_cast<std::size_t>(raster.width) * static_cast<std::size_t>(raster.height));
@@ -715,25 +774,49 @@ struct MupdfHost::Impl {
         // A scanned page's image, decoded, is of no use to the next page:
         // MuPDF's cache would otherwise hold megabytes of them per host.
         fz_empty_store(ctx);
+        return rendered;
+    }
 
+    // Makes a reader the first time one is needed, and again when what it
+    // reads with changed; a reader that cannot be made fails the page.
+    template <typename Reader, typename Make>
+    Reader& readerFor(std::unique_ptr<Reader>& reader, std::string& readerKey, const std::string& key,
+                      const Make& make) {
+        if (!reader || readerKey != key) {
+            reader.reset();
+            try {
+                reader = make();
+            } catch (const std::exception& error) {
+                throw HostError(HostError::kRecognition, error.what());
+            }
+            if (!reader) throw HostError(HostError::kRecognition, "no reader of page images");
+            readerKey = key;
+        }
+        return *reader;
+    }
+
+    // The words of a rendered page's text; their places go from the image's
+    // pixels to the page's points as drawn, and from there to PDF user space
+    // as a text word's are.
+    std::vector<std::pair<Word, fz_rect>> readTextOf(const RenderedPage& rendered, int pageNumber,
+                                                     std::shared_ptr<const TextLayer>& layer) {
+        TextRecognizer& reader = readerFor(recognizer, recognizerKey, recognition->key, recognition->make);
         std::vector<RecognizedWord> read;
         try {
-            read = recognizer->read(raster);
+            read = reader.read(rendered.raster);
         } catch (const std::exception& error) {
             throw HostError(HostError::kRecognition, error.what());
         }
-        const auto drawn = [&](float x, float y) {
-            return fz_make_point((x + originX) / scale, (y + originY) / scale);
-        };
+        const fz_matrix& toUser = rendered.toUser;
         if (recognition->textLayer) {
             // Each word's baseline and height in user space, as the page's
             // own text would be placed.
             auto placed = std::make_shared<TextLayer>();
             for (const auto& each : read) {
-                const fz_point start = fz_transform_point(drawn(each.baseX, each.baseY), toUser);
-                const fz_point end = fz_transform_point(drawn(each.endX, each.endY), toUser);
-                const fz_point low = drawn(each.x0, each.y0);
-                const fz_point high = drawn(each.x1, each.y1);
+                const fz_point start = fz_transform_point(rendered.drawn(each.baseX, each.baseY), toUser);
+                const fz_point end = fz_transform_point(rendered.drawn(each.endX, each.endY), toUser);
+                const fz_point low = rendered.drawn(each.x0, each.y0);
+                const fz_point high = rendered.drawn(each.x1, each.y1);
                 const fz_rect box = fz_transform_rect(fz_make_rect(low.x, low.y, high.x, high.y), toUser);
                 const bool upright = std::abs(end.x - start.x) >= std::abs(end.y - start.y);
                 const float size = upright ? box.y1 - box.y0 : box.x1 - box.x0;
@@ -748,12 +831,45 @@ struct MupdfHost::Impl {
             word.text = std::move(each.text);
             word.page = pageNumber;
             word.confidence = static_cast<std::int8_t>(std::clamp(each.confidence, 0, 100));
-            const fz_point corner = fz_transform_point(drawn(each.baseX, each.baseY), toUser);
+            const fz_point corner = fz_transform_point(rendered.drawn(each.baseX, each.baseY), toUser);
             word.h = truncateCoordinate(corner.x);
             word.v = truncateCoordinate(corner.y);
-            const fz_point low = drawn(each.x0, each.y0);
-            const fz_point high = drawn(each.x1, each.y1);
+            const fz_point low = rendered.drawn(each.x0, each.y0);
+            const fz_point high = rendered.drawn(each.x1, each.y1);
             words.emplace_back(std::move(word), fz_make_rect(low.x, low.y, high.x, high.y));
+        }
+        return words;
+    }
+
+    // The codes on a rendered page as words: each code's value, at the
+    // bottom-left corner of its box in PDF user space.
+    std::vector<std::pair<Word, fz_rect>> readCodesOf(const RenderedPage& rendered, int pageNumber) {
+        const auto& codes = recognition->codes;
+        CodeReader& reader = readerFor(codeReader, codeReaderKey, codes.key, codes.make);
+        std::vector<FoundCode> found;
+        try {
+            found = reader.read(rendered.raster);
+        } catch (const std::exception& error) {
+            throw HostError(HostError::kRecognition, error.what());
+        }
+        std::vector<std::pair<Word, fz_rect>> words;
+        for (auto& code : found) {
+            if (code.text.empty()) continue;
+            const fz_point low = rendered.drawn(code.x0, code.y0);
+            const fz_point high = rendered.drawn(code.x1, code.y1);
+            const fz_rect drawnBox = fz_make_rect(low.x, low.y, high.x, high.y);
+            const fz_rect user = fz_transform_rect(drawnBox, rendered.toUser);
+            Word word;
+            // A value is one word however it is written: blanks in it are
+            // kept as they are, control characters dropped.
+            for (const char c : code.text)
+                if (static_cast<unsigned char>(c) >= 32 && c != 127) word.text.push_back(c);
+            if (word.text.empty()) continue;
+            word.page = pageNumber;
+            word.h = truncateCoordinate(user.x0);
+            word.v = truncateCoordinate(user.y0);
+            word.code = code.format;
+            words.emplace_back(std::move(word), drawnBox);
         }
         return words;
     }
@@ -788,7 +904,20 @@ std::string mupdfVersion() { return FZ_VERSION; }
 
 MupdfHost::MupdfHost() : impl_(std::make_unique<Impl>()) { impl_->recognition = &recognition_; }
 
-bool MupdfHost::pageRecognized(DocHandle doc, int page) { return impl_->document(doc).recognized.count(page) > 0; }
+bool MupdfHost::pageRecognized(DocHandle doc, int page) {
+    const auto& pages = impl_->document(doc).imagePages;
+    const auto found = pages.find(page);
+    return found != pages.end() && found->second.textRead;
+}
+
+bool MupdfHost::pageBlank(DocHandle handle, int page) {
+    if (!recognition_.blank) return false;
+    auto& doc = impl_->document(handle);
+    impl_->checkPage(doc, page);
+    // A page without words that nothing read from its image yet is looked at
+    // for this alone, as codes are.
+    return impl_->imagePage(doc, page, false, false).blank;
+}
 
 std::shared_ptr<const TextLayer> MupdfHost::recognizedLayer(DocHandle doc, int page) {
     const auto& layers = impl_->document(doc).layers;

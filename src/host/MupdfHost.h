@@ -58,6 +58,7 @@ public:
     void enumerateWords(DocHandle doc, int page, const WordCallback& onWord) override;
     void appendWords(DocHandle doc, int page, std::vector<Word>& words) override;
     bool pageRecognized(DocHandle doc, int page) override;
+    bool pageBlank(DocHandle doc, int page) override;
     std::shared_ptr<const TextLayer> recognizedLayer(DocHandle doc, int page) override;
     void addTextLayer(DocHandle target, int page, const TextLayer& layer) override;
     BookmarkHandle bookmarkRoot(DocHandle doc) override;
