@@ -95,6 +95,12 @@ TextRecognition textRecognitionFor(const SplitSettings& settings) {
 
     const unsigned formats = codeFormatsOf(settings.CODEFORMATS).bits;
     recognition.codes.pages = pagesOf(settings.CODES);
+    // Separator sheets that carry a code are scanned sheets: their codes are
+    // read even with codes off.
+    const bool codeSeparators = settings.SEPARATOR == kSeparatorModes[1] || settings.SEPARATOR == kSeparatorModes[2] ||
+                                settings.SEPARATOR == kSeparatorModes[3];
+    if (codeSeparators && recognition.codes.pages == TextRecognition::Pages::Off)
+        recognition.codes.pages = TextRecognition::Pages::WithoutText;
     recognition.codes.dpi = std::clamp(settings.CODERESOLUTION, 36, 1200);
     recognition.codes.key = std::to_string(formats);
     recognition.codes.make = [formats] { return codeWire().create(formats); };

@@ -12,6 +12,7 @@
 #include <QSpinBox>
 #include <QStyle>
 #include <QThread>
+#include <QToolTip>
 #include <QVBoxLayout>
 #include <QWheelEvent>
 
@@ -24,6 +25,9 @@ namespace {
 
 constexpr int kMargin = 12;  // around the page, in pixels
 
+const QColor kCodeColour(0, 115, 190);
+const QColor kUncertainColour(225, 135, 0);
+
 // How the page is fitted: to the width of the view, to the whole view, or a
 // fixed percentage.
 struct Fit {
@@ -33,8 +37,18 @@ struct Fit {
 
 }  // namespace
 
-// Draws the page image, the highlighted match, and reports the word under
-// the pointer.
+QString wordNote(const ViewWord& word) {
+    if (word.code != CodeFormat::None) {
+        const std::string_view name = codeFormatName(word.code);
+        return "Code: " + QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
+    }
+    if (word.confidence < 0) return {};
+    const QString read = QString("read from the image with %1% confidence").arg(word.confidence);
+    return word.confidence < kUncertainBelow ? "Uncertain: " + read : read.left(1).toUpper() + read.mid(1);
+}
+
+// Draws the page image, the codes and uncertain words read from it, the
+// highlighted match, and reports the word under the pointer.
 class PageCanvas : public QWidget {
 public:
     explicit PageCanvas(PageView& view) : QWidget(&view), view_(view) {
@@ -64,12 +78,24 @@ protected:
         const QRect page(kMargin, kMargin, image.width(), image.height());
         painter.fillRect(page.translated(3, 3), QColor(0, 0, 0, 60));
         painter.drawImage(page.topLeft(), image);
+        drawReadWords(painter, page);
         if (!highlight.isEmpty()) {
             const QRect box = onScreen(highlight).adjusted(-2, -2, 2, 2);
             painter.fillRect(box, QColor(255, 200, 0, 110));
             painter.setPen(QPen(QColor(230, 120, 0), 2));
             painter.drawRect(box);
         }
+    }
+    bool event(QEvent* event) override {
+        if (event->type() != QEvent::ToolTip) return QWidget::event(event);
+        const auto* help = static_cast<QHelpEvent*>(event);
+        const ViewWord* word = wordAt(help->pos());
+        const QString note = word ? wordNote(*word) : QString();
+        if (note.isEmpty())
+            QToolTip::hideText();
+        else
+            QToolTip::showText(help->globalPos(), word->text + "\n" + note, this);
+        return true;
     }
     void mouseMoveEvent(QMouseEvent* event) override {
         const ViewWord* word = wordAt(event->position().toPoint());
@@ -83,6 +109,42 @@ protected:
     }
 
 private:
+    // Words read with little confidence in an amber dashed outline, then
+    // codes over them, tinted, with their kind on a tag above them (below,
+    // at the top of the page).
+    void drawReadWords(QPainter& painter, const QRect& page) {
+        const auto tint = [](QColor colour) {
+            colour.setAlpha(45);
+            return colour;
+        };
+        painter.setPen(QPen(kUncertainColour, 1.5, Qt::DashLine));
+        for (const ViewWord& word : view_.words()) {
+            if (word.code != CodeFormat::None || word.confidence < 0 || word.confidence >= kUncertainBelow) continue;
+            const QRect box = onScreen(word.box).adjusted(-2, -2, 2, 2);
+            painter.fillRect(box, tint(kUncertainColour));
+            painter.drawRect(box);
+        }
+        QFont small = font();
+        small.setPointSizeF(font().pointSizeF() * 0.8);
+        painter.setFont(small);
+        const QFontMetrics metrics(small);
+        for (const ViewWord& word : view_.words()) {
+            if (word.code == CodeFormat::None) continue;
+            const QRect box = onScreen(word.box).adjusted(-2, -2, 2, 2);
+            painter.fillRect(box, tint(kCodeColour));
+            painter.setPen(QPen(kCodeColour, 2));
+            painter.drawRect(box);
+            const std::string_view name = codeFormatName(word.code);
+            const QString text = QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
+            QRect tag(0, 0, metrics.horizontalAdvance(text) + 8, metrics.height() + 2);
+            tag.moveBottomLeft(box.topLeft() - QPoint(0, 1));
+            if (tag.top() < page.top()) tag.moveTopLeft(box.bottomLeft() + QPoint(0, 2));
+            painter.fillRect(tag, kCodeColour);
+            painter.setPen(Qt::white);
+            painter.drawText(tag, Qt::AlignCenter, text);
+        }
+    }
+
     PageView& view_;
 };
 
@@ -135,7 +197,8 @@ public:
                 QImage(drawn.pixels.data(), drawn.width, drawn.height, drawn.width * 3, QImage::Format_RGB888).copy();
             for (const auto& box : host_->wordBoxes(doc_, page))
                 words.push_back({QString::fromStdString(box.word.text), box.word.h, box.word.v, box.word.number,
-                                 QRectF(box.x0, box.y0, box.x1 - box.x0, box.y1 - box.y0)});
+                                 QRectF(box.x0, box.y0, box.x1 - box.x0, box.y1 - box.y0), box.word.code,
+                                 box.word.confidence});
         } catch (const HostError&) {
             // A page that cannot be drawn shows empty.
         }
@@ -271,7 +334,9 @@ void PageView::requestPage() {
 
 void PageView::setTextRecognition(const TextRecognition& recognition) {
     const bool changed = recognition.pages != recognition_.pages || recognition.dpi != recognition_.dpi ||
-                         recognition.key != recognition_.key;
+                         recognition.key != recognition_.key || recognition.codes.pages != recognition_.codes.pages ||
+                         recognition.codes.dpi != recognition_.codes.dpi ||
+                         recognition.codes.key != recognition_.codes.key;
     recognition_ = recognition;
     if (changed && pages_ > 0) requestPage();
 }

@@ -2,7 +2,9 @@
 // of the view's own, on a thread of its own, so a long document opens at once
 // and a run can work beside it. The view pages and zooms, draws the matches
 // "&Show" finds over their words, tells the word under the pointer, and
-// offers a clicked word's position to the settings.
+// offers a clicked word's position to the settings. Codes read from a page's
+// image are drawn tinted with their kind beside them, and words read with
+// little confidence with a dashed outline.
 #pragma once
 
 #include "host/MupdfHost.h"
@@ -26,14 +28,26 @@ namespace vellira::ui {
 class PageCanvas;
 
 // A word as the view shows it: its text, its h and v, its number on the
-// page, and its box on the drawn page in points.
+// page, and its box on the drawn page in points; for a code, its kind, and
+// for a word read from the page's image, how sure the reading was (0 to 100,
+// -1 for a word of the page's text).
 struct ViewWord {
     QString text;
     int h = 0;
     int v = 0;
     int number = 0;
     QRectF box;
+    CodeFormat code = CodeFormat::None;
+    int confidence = -1;
 };
+
+// OCR words read with less confidence than this are marked as uncertain.
+inline constexpr int kUncertainBelow = 60;
+
+// What the view tells of a word beside its text: the kind of a code, or how
+// sure the reading of a word read from the page's image was; empty for a
+// word of the page's text.
+QString wordNote(const ViewWord& word);
 
 class PageView : public QWidget {
     Q_OBJECT

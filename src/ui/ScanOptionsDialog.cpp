@@ -1,5 +1,7 @@
 #include "ui/ScanOptionsDialog.h"
 
+#include "core/DocumentHost.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QGridLayout>
@@ -9,14 +11,15 @@
 #include <QLineEdit>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace vellira::ui {
 
 namespace {
 
-QString labelOf(const char* key) {
-    const std::string_view label = findSettingsKey(key)->label;
-    return QString::fromUtf8(label.data(), static_cast<qsizetype>(label.size()));
-}
+QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+QString labelOf(const char* key) { return qt(findSettingsKey(key)->label); }
 
 QLabel* hint(QWidget* parent, const QString& text) {
     auto* label = new QLabel(text, parent);
@@ -27,21 +30,38 @@ QLabel* hint(QWidget* parent, const QString& text) {
     return label;
 }
 
+// A list of a key's modes; it offers only them.
+template <std::size_t N>
+QComboBox* modeList(QWidget* parent, const char* key, const std::array<std::string_view, N>& modes) {
+    auto* list = new QComboBox(parent);
+    list->setObjectName(key);
+    for (const auto text : modes) list->addItem(qt(text));
+    return list;
+}
+
+QCheckBox* check(QWidget* parent, const char* key) {
+    auto* box = new QCheckBox(labelOf(key), parent);
+    box->setObjectName(key);
+    return box;
+}
+
+// The labels of the groups' first columns take one width, so their controls
+// stand in one line down the dialog.
+void alignLabels(std::initializer_list<QGridLayout*> grids) {
+    int width = 0;
+    for (QGridLayout* grid : grids)
+        for (int row = 0; row < grid->rowCount(); ++row)
+            if (QLayoutItem* item = grid->itemAtPosition(row, 0); item && qobject_cast<QLabel*>(item->widget()))
+                width = std::max(width, item->widget()->sizeHint().width());
+    for (QGridLayout* grid : grids) grid->setColumnMinimumWidth(0, width);
+}
+
 }  // namespace
 
 ScanOptionsDialog::ScanOptionsDialog(const SplitSettings& settings, QWidget* parent) : OptionsDialog(parent) {
     setObjectName("ScanOptionsDialog");
     setWindowTitle("Scan Options");
     auto* layout = new QVBoxLayout(this);
-    auto* group = new QGroupBox("Text recognition", this);
-    auto* grid = new QGridLayout(group);
-
-    auto* mode = new QComboBox(group);
-    mode->setObjectName("OCR");
-    for (const auto text : kOcrModes)
-        mode->addItem(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
-    auto* languages = edit("OCRLANGUAGES");
-    languages->setMinimumWidth(220);
     // The ranges the reader keeps to: a number above them cannot be typed.
     const auto number = [this](const char* key, int bottom, int top) {
         auto* line = edit(key);
@@ -49,32 +69,96 @@ ScanOptionsDialog::ScanOptionsDialog(const SplitSettings& settings, QWidget* par
         line->setMaximumWidth(70);
         return line;
     };
+
+    auto* text = new QGroupBox("Text recognition", this);
+    auto* textGrid = new QGridLayout(text);
+    auto* mode = modeList(text, "OCR", kOcrModes);
+    auto* languages = edit("OCRLANGUAGES");
+    languages->setMinimumWidth(220);
     auto* resolution = number("OCRRESOLUTION", 36, 1200);
     auto* confidence = number("OCRCONFIDENCE", 0, 100);
-    auto* layer = new QCheckBox(labelOf("OCRTEXTLAYER"), group);
-    layer->setObjectName("OCRTEXTLAYER");
+    auto* layer = check(text, "OCRTEXTLAYER");
     layer->setToolTip("Each output page read from its image gets the words read as invisible text under the image");
+    textGrid->addWidget(new QLabel(labelOf("OCR"), text), 0, 0);
+    textGrid->addWidget(mode, 0, 1, 1, 2);
+    textGrid->addWidget(new QLabel(labelOf("OCRLANGUAGES"), text), 1, 0);
+    textGrid->addWidget(languages, 1, 1, 1, 2);
+    textGrid->addWidget(hint(text, "Each language is a package: tesseract-ocr-eng, tesseract-ocr-deu, ..."), 2, 1, 1,
+                        2);
+    textGrid->addWidget(new QLabel(labelOf("OCRRESOLUTION"), text), 3, 0);
+    textGrid->addWidget(resolution, 3, 1);
+    textGrid->addWidget(new QLabel(labelOf("OCRCONFIDENCE"), text), 4, 0);
+    textGrid->addWidget(confidence, 4, 1);
+    textGrid->addWidget(layer, 5, 0, 1, 3);
+    textGrid->setColumnStretch(2, 1);
+    layout->addWidget(text);
 
-    grid->addWidget(new QLabel(labelOf("OCR"), group), 0, 0);
-    grid->addWidget(mode, 0, 1, 1, 2);
-    grid->addWidget(new QLabel(labelOf("OCRLANGUAGES"), group), 1, 0);
-    grid->addWidget(languages, 1, 1, 1, 2);
-    grid->addWidget(hint(group, "Each language is a package: tesseract-ocr-eng, tesseract-ocr-deu, ..."), 2, 1, 1, 2);
-    grid->addWidget(new QLabel(labelOf("OCRRESOLUTION"), group), 3, 0);
-    grid->addWidget(resolution, 3, 1);
-    grid->addWidget(new QLabel(labelOf("OCRCONFIDENCE"), group), 4, 0);
-    grid->addWidget(confidence, 4, 1);
-    grid->addWidget(layer, 5, 0, 1, 3);
-    grid->setColumnStretch(2, 1);
-    layout->addWidget(group);
+    auto* code = new QGroupBox("Codes", this);
+    auto* codeGrid = new QGridLayout(code);
+    auto* codes = modeList(code, "CODES", kOcrModes);
+    auto* formats = edit("CODEFORMATS");
+    formats->setPlaceholderText("every kind");
+    // The kinds' names on two lines, as wide as the languages' hint.
+    QStringList names;
+    for (std::size_t kind = 1; kind < kCodeFormatNames.size(); ++kind) names << qt(kCodeFormatNames[kind]);
+    const auto half = names.size() / 2 + 1;
+    auto* formatNames =
+        hint(code, "Any of " + names.first(half).join(", ") + ",\n" + names.sliced(half).join(", ") + ", joined by +");
+    auto* codeResolution = number("CODERESOLUTION", 36, 1200);
+    codeGrid->addWidget(new QLabel(labelOf("CODES"), code), 0, 0);
+    codeGrid->addWidget(codes, 0, 1, 1, 2);
+    codeGrid->addWidget(new QLabel(labelOf("CODEFORMATS"), code), 1, 0);
+    codeGrid->addWidget(formats, 1, 1, 1, 2);
+    codeGrid->addWidget(formatNames, 2, 1, 1, 2);
+    codeGrid->addWidget(new QLabel(labelOf("CODERESOLUTION"), code), 3, 0);
+    codeGrid->addWidget(codeResolution, 3, 1);
+    codeGrid->setColumnStretch(2, 1);
+    layout->addWidget(code);
 
-    // The other settings matter only while pages are read.
-    const auto follow = [mode, languages, resolution, confidence, layer] {
-        const bool reading = mode->currentIndex() != 0;
-        for (QLineEdit* each : {languages, resolution, confidence}) each->setEnabled(reading);
-        layer->setEnabled(reading);
+    auto* sheets = new QGroupBox("Separator sheets and blank pages", this);
+    auto* sheetGrid = new QGridLayout(sheets);
+    auto* separator = modeList(sheets, "SEPARATOR", kSeparatorModes);
+    auto* value = edit("SEPARATORTEXT");
+    auto* keep = check(sheets, "KEEPSEPARATOR");
+    auto* naming = check(sheets, "SEPARATORNAMES");
+    auto* drop = check(sheets, "DROPBLANKPAGES");
+    sheetGrid->addWidget(new QLabel(labelOf("SEPARATOR"), sheets), 0, 0);
+    sheetGrid->addWidget(separator, 0, 1, 1, 2);
+    sheetGrid->addWidget(new QLabel(labelOf("SEPARATORTEXT"), sheets), 1, 0);
+    sheetGrid->addWidget(value, 1, 1, 1, 2);
+    sheetGrid->addWidget(keep, 2, 0, 1, 3);
+    sheetGrid->addWidget(naming, 3, 0, 1, 3);
+    sheetGrid->addWidget(drop, 4, 0, 1, 3);
+    sheetGrid->setColumnStretch(2, 1);
+    layout->addWidget(sheets);
+    alignLabels({textGrid, codeGrid, sheetGrid});
+
+    // A control is greyed while the settings before it leave it without
+    // effect: a list that shows none of its modes counts as its first.
+    const auto follow = [=] {
+        const bool reading = mode->currentIndex() > 0;
+        for (QWidget* each : std::initializer_list<QWidget*>{languages, resolution, confidence, layer})
+            each->setEnabled(reading);
+
+        // Only a sheet found by its code has a value to look for, to name a
+        // piece by, and can be kept; a blank sheet is always left out, so
+        // blank pages are left out already. Sheets found by their code have
+        // codes read even with codes off.
+        const QString kind = separator->currentText();
+        const bool blankSheet = kind == qt(kSeparatorModes[4]);
+        const bool codeSheet = separator->currentIndex() > 0 && !blankSheet;
+        const bool readingCodes = codes->currentIndex() > 0 || codeSheet;
+        for (QWidget* each : std::initializer_list<QWidget*>{formats, formatNames, codeResolution})
+            each->setEnabled(readingCodes);
+
+        for (QWidget* each : std::initializer_list<QWidget*>{value, keep, naming}) each->setEnabled(codeSheet);
+        drop->setEnabled(!blankSheet);
+        value->setPlaceholderText(kind == qt(kSeparatorModes[1])   ? "the whole value, such as NEXT"
+                                  : kind == qt(kSeparatorModes[2]) ? "its beginning, such as SEP-"
+                                  : kind == qt(kSeparatorModes[3]) ? "a kind, such as QRCode"
+                                                                   : QString());
     };
-    connect(mode, &QComboBox::currentIndexChanged, this, follow);
+    for (QComboBox* list : {mode, codes, separator}) connect(list, &QComboBox::currentIndexChanged, this, follow);
     finish(layout, settings);
     follow();
 }

@@ -1,5 +1,8 @@
-// "Scan Options": whether pages are read from their image (OCR), in which
-// languages, at what resolution, and the least confidence a word read needs.
+// "Scan Options": how pages are read from their image. Text (OCR): which
+// pages, in which languages, at what resolution, and the least confidence a
+// word read needs. Codes: which pages, which kinds, at what resolution.
+// Separator sheets: what makes a page one, and what becomes of it; and
+// whether blank pages are left out.
 #pragma once
 
 #include "ui/OptionsDialog.h"

@@ -126,6 +126,8 @@ private slots:
         saved.EXTRACT = modeText(FilenameMode::NameAfterText);
         saved.PAGEEXTRACT = modeText(PageExtractMode::UntilMatchAtPosition);
         saved.OCR = kOcrModes[0];
+        saved.CODES = kOcrModes[2];
+        saved.SEPARATOR = kSeparatorModes[1];
         saved.OCRRESOLUTION = 400;
         saved.OCRCONFIDENCE = 60;
         saved.EMAILMSG = "Dear customer,\r\nyour statement.";
@@ -164,15 +166,43 @@ private slots:
             saveScreenshot(options, name);
             click(options, "saveExit");
         }
-        QCOMPARE(checked, 57);
+        QCOMPARE(checked, 65);
 
-        // Edits in an option dialog count on "Save/Exit" only.
+        // Edits in an option dialog count on "Save/Exit" only. A control is
+        // greyed while the lists above it leave it without effect.
         const auto editScanOptions = [&](const char* button) {
             auto* options = openOptions(dialog, "scanOptions", "ScanOptionsDialog");
             QVERIFY(options);
-            options->findChild<QComboBox*>("OCR")->setCurrentText("All pages");
+            const auto choose = [&](const char* list, std::string_view mode) {
+                options->findChild<QComboBox*>(list)->setCurrentText(qt(mode));
+            };
+            const auto enabled = [&](std::initializer_list<const char*> keys) {
+                QString which;
+                for (const char* key : keys) which += options->findChild<QWidget*>(key)->isEnabled() ? "1" : "0";
+                return which;
+            };
+            choose("OCR", "All pages");
             QVERIFY(options->findChild<QLineEdit*>("OCRLANGUAGES")->isEnabled());
             options->findChild<QLineEdit*>("OCRLANGUAGES")->setText("eng+deu");
+            choose("SEPARATOR", kSeparatorModes[0]);
+            choose("CODES", kOcrModes[0]);
+            QCOMPARE(enabled({"CODEFORMATS", "CODERESOLUTION"}), QString("00"));
+            choose("CODES", kOcrModes[1]);
+            QCOMPARE(enabled({"CODEFORMATS", "CODERESOLUTION"}), QString("11"));
+            // The value, "keep" and "names" serve code sheets only; blank
+            // sheets leave blank pages out already.
+            for (const auto& [mode, expected] :
+                 {std::pair{kSeparatorModes[0], "0001"}, {kSeparatorModes[4], "0000"}, {kSeparatorModes[3], "1111"}}) {
+                choose("SEPARATOR", mode);
+                QCOMPARE(enabled({"SEPARATORTEXT", "KEEPSEPARATOR", "SEPARATORNAMES", "DROPBLANKPAGES"}),
+                         QString(expected));
+            }
+            // Sheets found by their code have codes read even with codes off.
+            choose("CODES", kOcrModes[0]);
+            QCOMPARE(enabled({"CODEFORMATS", "CODERESOLUTION"}), QString("11"));
+            choose("CODES", kOcrModes[1]);
+            options->findChild<QLineEdit*>("CODEFORMATS")->setText("QRCode+Code128");
+            options->findChild<QLineEdit*>("SEPARATORTEXT")->setText("QRCode");
             saveScreenshot(options, "ScanOptionsDialog");
             click(options, button);
         };
@@ -185,6 +215,9 @@ private slots:
         editScanOptions("saveExit");
         QCOMPARE(dialog->settings().OCR, std::string("All pages"));
         QCOMPARE(dialog->settings().OCRLANGUAGES, std::string("eng+deu"));
+        QCOMPARE(dialog->settings().CODES, std::string(kOcrModes[1]));
+        QCOMPARE(dialog->settings().SEPARATOR, std::string(kSeparatorModes[3]));
+        QCOMPARE(dialog->settings().SEPARATORTEXT, std::string("QRCode"));
     }
 
     // The mode lists apply their rules to the controls as they change.
@@ -409,6 +442,28 @@ private slots:
         QVERIFY(window_->openDocument(qt(scanned.string())));
         QTRY_VERIFY_WITH_TIMEOUT(!view.words().empty() && view.words().front().text == "account:", 60000);
         QVERIFY(std::abs(view.words().front().h - label.h) <= 4 && std::abs(view.words().front().v - label.v) <= 4);
+    }
+
+    // The codes on a scanned page are words of the page view over the
+    // codes, that tell their kind, as a run reads them.
+    void aScannedPageShowsItsCodes() {
+        openApplication();
+        const auto pdf = *dir_ / "sheet.pdf";
+        fixtures::Sheet sheet;
+        sheet.lines = {"Invoice", "", "Please pay within 30 days of the invoice date."};
+        sheet.codes = {{"Code128", "INV-100001", 380, 160, 180}, {"QRCode", "NEXT", 72, 300, 100}};
+        fixtures::writeSheets({sheet}, pdf);
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        const PageView& view = window_->pageView();
+        QTRY_VERIFY_WITH_TIMEOUT(!view.words().empty(), 60000);
+        QStringList codes;
+        for (const ViewWord& word : view.words()) {
+            if (word.code == CodeFormat::None) continue;
+            codes << word.text + " " + wordNote(word);
+            if (word.code == CodeFormat::QRCode) QVERIFY(QRectF(62, 290, 120, 120).contains(word.box));
+        }
+        QCOMPARE(codes, (QStringList{"INV-100001 Code: Code128", "NEXT Code: QRCode"}));
+        saveScreenshot(window_.get(), "PageViewCodes");
     }
 
     // ExRun opens the main dialog as the menu item does, replacing one.
