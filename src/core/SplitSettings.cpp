@@ -165,6 +165,13 @@ constexpr std::string_view kSeparatorDetails =
     "  SEPARATOR;Code value is\n"
     "  SEPARATORTEXT;NEXT";
 
+constexpr std::string_view kBlankPagesDetails =
+    "A page is blank when it holds no text and no code and, rendered, shows almost no "
+    "ink: scanner specks, a punched hole, a stray dot or a shadow along an edge still count as blank; a "
+    "signature, a stamp or a line of writing does not. For a duplex scan whose empty backs should not reach "
+    "the customers:\n"
+    "  DROPBLANKPAGES;1";
+
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
 // label on its first line, meaning and any details on the next.
@@ -316,7 +323,8 @@ const SettingsKey kKeys[] = {
      "a separator sheet's code value names the piece after it where no match of the search text does",
      kSeparatorDetails},
     {"DROPBLANKPAGES", KeyType::Flag, &S::DROPBLANKPAGES, "Leave blank pages out of the pieces",
-     "pages with no text, no code and almost no ink are left out of the pieces, without cutting at them"},
+     "pages with no text, no code and almost no ink are left out of the pieces, without cutting at them",
+     kBlankPagesDetails},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",
