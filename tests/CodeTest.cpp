@@ -67,6 +67,10 @@ TEST(Codes, SeparatorSheetsCutScannedRuns) {
         {"QR sheets dropped, pieces named by their invoice code",
          "--set 'SEPARATOR=Any code of format' --set SEPARATORTEXT=QRCode " + std::string(kNamedByInvoice), separated,
          "INV-100001 1-4:4\nINV-100002 6-8:3\nINV-100003 10-12:3\n"},
+        {"kept sheets lead the invoice after them",
+         "--set 'SEPARATOR=Code value is' --set SEPARATORTEXT=NEXT --set KEEPSEPARATOR=1 " +
+             std::string(kNamedByInvoice),
+         separated, "INV-100001 1-4:4\nINV-100002 5-8:4\nINV-100003 9-12:4\n"},
         {"sheets alone cut, kept as first pages, named by their pages",
          "--set 'SEPARATOR=Code value is' --set SEPARATORTEXT=NEXT --set KEEPSEPARATOR=1 --set SEPARATORNAMES=0",
          separated, "1-4 1-4:4\n5-8 5-8:4\n9-12 9-12:4\n"},

@@ -194,7 +194,7 @@ bool SplitEngine::onWord(const Word& word) {
     // The word after a match: its range starts on this word's page, and it
     // may start the capture of the name.
     if (match.position.bMatch) {
-        doc.lStartPage = match.position.codeMatch ? match.position.matchPage : word.page;
+        doc.lStartPage = rangeStart(match.position.codeMatch ? match.position.matchPage : word.page);
         if (!match.position.bFileMatch && composer.mode != FilenameMode::PositionMatch) {
             doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
             if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());

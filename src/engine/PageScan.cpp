@@ -176,12 +176,14 @@ void SplitEngine::uniqueRule(const char* same, const char* fresh) {
     }
 }
 
+int SplitEngine::rangeStart(int page) {
+    if (doc.segmentStart < 0) return page;
+    page = std::min(page, doc.segmentStart);
+    doc.segmentStart = -1;
+    return page;
+}
+
 void SplitEngine::startMatch(int page) {
-    // The pages a separator sheet began before this match are a piece.
-    if (doc.segmentStart >= 0) {
-        writeSegment(page - 1);
-        doc.segmentStart = -1;
-    }
     if (doc.lStartPage < 0) return;
     doc.lEndPage = std::max(page - 1, doc.lStartPage);
     if (view_ != ScanView::Split) return;
@@ -249,7 +251,7 @@ void SplitEngine::writeSegment(int lastPage) {
 void SplitEngine::endSegment(int lastPage) {
     // A match that was the last word before the sheet (a code alone on its
     // page) starts its range on its own page.
-    if (match.position.bMatch && doc.lStartPage < 0) doc.lStartPage = match.position.matchPage;
+    if (match.position.bMatch && doc.lStartPage < 0) doc.lStartPage = rangeStart(match.position.matchPage);
     if (view_ == ScanView::Split) {
         if (doc.lStartPage >= 0)
             closeRange(lastPage);
@@ -397,7 +399,7 @@ void SplitEngine::scan(ScanView view) {
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
     if (match.position.bMatch && match.position.codeMatch && doc.lStartPage < 0) {
-        doc.lStartPage = match.position.matchPage;
+        doc.lStartPage = rangeStart(match.position.matchPage);
         match.position.bMatch = false;
     }
     if (doc.lStartPage >= 0 && view == ScanView::Split) {

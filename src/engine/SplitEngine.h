@@ -140,7 +140,8 @@ struct DocumentState {
     std::map<int, std::shared_ptr<const TextLayer>> layers;
     RecentPages recent;  // the pages the scan read last
     // Separator sheets: the first page of the piece the last sheet (or the
-    // document's start) began, until a match takes it on, and what names it.
+    // document's start) began, until its first match takes it on, and what
+    // names it when none does.
     int segmentStart = -1;
     std::string segmentName;
     std::set<int> blankPages;  // pages left out of the pieces, from the open range on
@@ -303,6 +304,9 @@ private:
     // The value of the code that makes a page a separator sheet ("" for a
     // blank one), when it is one.
     std::optional<std::string> separatorOf(const PageText& page) const;
+    // Where a range whose match stands on `page` starts: at the start of
+    // the pages a separator sheet began, for its first match.
+    int rangeStart(int page);
     // Writes the pages a separator sheet began, up to `lastPage`, as a piece
     // of their own, when no match took them on.
     void writeSegment(int lastPage);

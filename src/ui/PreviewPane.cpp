@@ -133,7 +133,11 @@ void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vecto
         auto* pages = new QTableWidgetItem(pagesText(range));
         pages->setData(Qt::UserRole, range.first - 1);
         table_->setItem(row, 0, pages);
-        table_->setItem(row, 1, new QTableWidgetItem(QString::fromStdString(range.name)));
+        // The name the piece is written under, as its file will be named;
+        // the text captured for it, where that differs, in its tooltip.
+        auto* name = new QTableWidgetItem(QFileInfo(QString::fromStdString(range.path)).completeBaseName());
+        name->setToolTip(QString("Captured text: %1").arg(QString::fromStdString(range.name)));
+        table_->setItem(row, 1, name);
         auto* file = new QTableWidgetItem(QFileInfo(QString::fromStdString(range.path)).fileName());
         QString tip = QString::fromStdString(range.path);
         // Ranges of one name each replace the piece before them, unless the
