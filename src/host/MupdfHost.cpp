@@ -683,7 +683,10 @@ struct MupdfHost::Impl {
             page.textRead = true;
         }
         if (readCodes) {
-            auto codes = readCodesOf(rendered, pageNumber);
+            // Codes are read at their own resolution: a page rendered finer
+            // for its text is shrunk to it first.
+            const int factor = readText ? recognition->dpi / std::max(recognition->codes.dpi, 36) : 1;
+            auto codes = readCodesOf(factor >= 2 ? shrunk(rendered, factor) : rendered, pageNumber);
             // What OCR made of a code's modules is no word.
             std::erase_if(page.words, [&](const std::pair<Word, fz_rect>& word) {
                 const fz_point middle =
@@ -775,6 +778,37 @@ struct MupdfHost::Impl {
         // MuPDF's cache would otherwise hold megabytes of them per host.
         fz_empty_store(ctx);
         return rendered;
+    }
+
+    // A rendered page `factor` times coarser, each pixel the mean of the
+    // pixels it covers.
+    static RenderedPage shrunk(const RenderedPage& page, int factor) {
+        RenderedPage coarse;
+        coarse.toUser = page.toUser;
+        coarse.scale = page.scale / static_cast<float>(factor);
+        coarse.originX = page.originX / static_cast<float>(factor);
+        coarse.originY = page.originY / static_cast<float>(factor);
+        const GreyRaster& fine = page.raster;
+        GreyRaster& raster = coarse.raster;
+        raster.width = fine.width / factor;
+        raster.height = fine.height / factor;
+        raster.dpi = fine.dpi / factor;
+        raster.wholePage = fine.wholePage;
+        raster.pixels.resize(static_cast<std::size_t>(raster.width) * static_cast<std::size_t>(raster.height));
+        std::vector<unsigned> sums(static_cast<std::size_t>(raster.width));
+        for (int y = 0; y < raster.height; ++y) {
+            std::fill(sums.begin(), sums.end(), 0u);
+            for (int row = y * factor; row < (y + 1) * factor; ++row) {
+                const unsigned char* line = fine.pixels.data() + static_cast<std::size_t>(row) * fine.width;
+                for (int x = 0; x < raster.width; ++x)
+                    for (int k = 0; k < factor; ++k) sums[x] += line[x * factor + k];
+            }
+            const unsigned area = static_cast<unsigned>(factor * factor);
+            for (int x = 0; x < raster.width; ++x)
+                raster.pixels[static_cast<std::size_t>(y) * raster.width + x] =
+                    static_cast<unsigned char>(sums[x] / area);
+        }
+        return coarse;
     }
 
     // Makes a reader the first time one is needed, and again when what it
