@@ -24,5 +24,5 @@ pkg_check_modules(TESSERACT REQUIRED IMPORTED_TARGET tesseract lept)
 find_package(nlohmann_json 3.10 REQUIRED)
 
 if(VELLIRA_BUILD_GUI)
-  find_package(Qt6 REQUIRED COMPONENTS Widgets Test)
+  find_package(Qt6 REQUIRED COMPONENTS Widgets DBus Test)
 endif()

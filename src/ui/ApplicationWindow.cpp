@@ -1,6 +1,8 @@
 #include "ui/ApplicationWindow.h"
 
+#include "core/Platform.h"
 #include "core/SplitSettings.h"
+#include "files/SettingsLocations.h"
 #include "host/MupdfHost.h"
 #include "reading/Recognition.h"
 #include "ui/BatchListWindow.h"
@@ -15,6 +17,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSettings>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QStyle>
@@ -30,6 +33,11 @@ namespace vellira::ui {
 namespace {
 
 QString qt(const std::string& text) { return QString::fromStdString(text); }
+
+constexpr int kRecentKept = 8;
+
+// The lists of recent files, beside the product's other settings.
+QString recentFile() { return qt(pathText(settingsFolder() / "recent.ini")); }
 
 }  // namespace
 
@@ -51,6 +59,10 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     connect(quit, &QAction::triggered, this, &QWidget::close);
     QMenu* file = menuBar()->addMenu("&File");
     file->addAction(openAction);
+    recentMenu_ = file->addMenu("Open &Recent");
+    recentMenu_->setObjectName("recentDocuments");
+    connect(recentMenu_, &QMenu::aboutToShow, this, &ApplicationWindow::fillRecentMenu);
+    fillRecentMenu();
     file->addSeparator();
     file->addAction(quit);
 
@@ -102,6 +114,8 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     previewTimer_->setInterval(400);
     connect(previewTimer_, &QTimer::timeout, this, &ApplicationWindow::updatePreview);
     connect(preview_, &PreviewPane::rangeChosen, pageView_, &PageView::goToPage);
+    // The pieces listed are marked on the pages they cut.
+    connect(preview_, &PreviewPane::listed, this, [this] { pageView_->setPieces(preview_->ranges()); });
     connect(pageView_, &PageView::wordHovered, this, [this](const ViewWord& word) {
         if (word.text.isEmpty())
             statusBar()->clearMessage();
@@ -149,10 +163,61 @@ bool ApplicationWindow::openDocument(const QString& path, bool quiet) {
         return false;
     }
     currentDocument_ = QFileInfo(path).absoluteFilePath();
+    // Documents the user opens are offered again; those a run opens are not.
+    if (!quiet) remember("documents", currentDocument_);
     pageView_->showDocument(currentDocument_);
     showDocument();
     schedulePreview();
     return true;
+}
+
+QStringList ApplicationWindow::recentDocuments() const {
+    return QSettings(recentFile(), QSettings::IniFormat).value("documents").toStringList();
+}
+
+QStringList ApplicationWindow::recentSetups() const {
+    return QSettings(recentFile(), QSettings::IniFormat).value("setups").toStringList();
+}
+
+void ApplicationWindow::rememberSetup(const QString& path) { remember("setups", path); }
+
+void ApplicationWindow::remember(const char* list, const QString& path) {
+    std::error_code ignored;
+    std::filesystem::create_directories(settingsFolder(), ignored);
+    QSettings recent(recentFile(), QSettings::IniFormat);
+    QStringList paths = recent.value(list).toStringList();
+    const QString full = QFileInfo(path).absoluteFilePath();
+    paths.removeAll(full);
+    paths.prepend(full);
+    while (paths.size() > kRecentKept) paths.removeLast();
+    recent.setValue(list, paths);
+}
+
+// The recent documents, newest first; one that is no longer there is greyed.
+void ApplicationWindow::fillRecentMenu() {
+    recentMenu_->clear();
+    const QStringList paths = recentDocuments();
+    int number = 0;
+    for (const QString& path : paths) {
+        ++number;
+        QAction* item =
+            recentMenu_->addAction(QString("&%1 %2").arg(number).arg(QFileInfo(path).fileName().replace("&", "&&")));
+        item->setToolTip(path);
+        item->setStatusTip(path);
+        item->setData(path);
+        if (!QFileInfo::exists(path)) {
+            item->setEnabled(false);
+            item->setText(item->text() + " (not found)");
+        }
+        connect(item, &QAction::triggered, this, [this, path] { openDocument(path); });
+    }
+    if (paths.isEmpty()) recentMenu_->addAction("No recent documents")->setEnabled(false);
+    recentMenu_->addSeparator();
+    QAction* clear = recentMenu_->addAction("&Clear Recent", this,
+                                            [] { QSettings(recentFile(), QSettings::IniFormat).remove("documents"); });
+    clear->setObjectName("clearRecentDocuments");
+    clear->setEnabled(!paths.isEmpty());
+    recentMenu_->setToolTipsVisible(true);
 }
 
 void ApplicationWindow::chooseDocument() {
@@ -175,8 +240,11 @@ int ApplicationWindow::currentPage() const { return pageView_->currentPage(); }
 void ApplicationWindow::schedulePreview() { previewTimer_->start(); }
 
 void ApplicationWindow::updatePreview() {
-    if (currentDocument_.isEmpty()) return preview_->clear("Open a document to see the ranges its settings cut.");
-    if (!mainDialog_) return preview_->clear("Open Extensions > Vellira Batch to set up the split.");
+    if (currentDocument_.isEmpty() || !mainDialog_) {
+        pageView_->setPieces({});
+        return preview_->clear(currentDocument_.isEmpty() ? "Open a document to see the ranges its settings cut."
+                                                          : "Open Extensions > Vellira Batch to set up the split.");
+    }
     BatchJob job;
     job.settings = mainDialog_->settings();
     job.currentDocument = currentDocument_.toStdString();

@@ -15,6 +15,7 @@ class QTimer;
 #include <vector>
 
 class QLabel;
+class QMenu;
 
 namespace vellira::ui {
 
@@ -65,7 +66,15 @@ public:
     void showHelpNote();
     void showAboutNote();
 
+    // The PDFs opened last and the setups loaded or saved last, newest
+    // first, kept in the settings folder from one session to the next.
+    QStringList recentDocuments() const;
+    QStringList recentSetups() const;
+    void rememberSetup(const QString& path);
+
 private:
+    void remember(const char* list, const QString& path);
+    void fillRecentMenu();
     void chooseDocument();
     void showDocument();
     void updatePreview();
@@ -75,6 +84,7 @@ private:
     PageView* pageView_;
     PreviewPane* preview_;
     QLabel* documentDetails_;
+    QMenu* recentMenu_;
     QTimer* previewTimer_;
     QString currentDocument_;
     int pages_ = 0;

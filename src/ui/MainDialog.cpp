@@ -7,6 +7,8 @@
 #include "ui/BatchListWindow.h"
 #include "ui/EmailSettingsDialog.h"
 #include "ui/FolderChooser.h"
+#include "ui/HelpWindow.h"
+#include "ui/MatchCounter.h"
 #include "ui/PageView.h"
 #include "ui/ReportOptionsDialog.h"
 #include "ui/RunController.h"
@@ -25,9 +27,11 @@
 #include <QIntValidator>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStatusBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <filesystem>
@@ -62,7 +66,10 @@ constexpr RuleControls kRuleControls[] = {
 }  // namespace
 
 MainDialog::MainDialog(ApplicationWindow& window)
-    : QDialog(&window), window_(window), runs_(new RunController(this, window.opener())) {
+    : QDialog(&window),
+      window_(window),
+      runs_(new RunController(this, window.opener())),
+      counter_(new MatchCounter(this)) {
     setObjectName("MainDialog");
     setWindowTitle(windowTitleText());
     setModal(false);
@@ -77,8 +84,13 @@ MainDialog::MainDialog(ApplicationWindow& window)
     showInControls(record_);
     connect(runs_, &RunController::rowStatus, &window_, &ApplicationWindow::setRowStatus);
     connect(runs_, &RunController::highlighted, this, [this](int page, const QString& word, int number) {
-        window_.statusBar()->showMessage(QString("page %1: %2").arg(page + 1).arg(word));
+        ++matchShown_;
+        showMatchCount(page, word);
         window_.pageView().showHighlight(page, number);
+    });
+    connect(counter_, &MatchCounter::counted, this, [this](int matches) {
+        matchCount_ = matches;
+        if (matchShown_ > 0) showMatchCount(matchPage_, matchWord_);
     });
     connect(runs_, &RunController::finished, &window_.pageView(), &PageView::clearHighlight);
     // Every edit of a setting shows its ranges anew.
@@ -150,6 +162,28 @@ void MainDialog::build() {
     auto* help = button("help", "Help");
     for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, scanOptions, batchList})
         top->addWidget(each);
+    // The setups loaded or saved last, on a small menu beside "&Load Setup".
+    auto* recentSetups = new QToolButton(this);
+    recentSetups->setObjectName("recentSetups");
+    recentSetups->setText("Recent");
+    recentSetups->setToolTip("Load a recent setup");
+    recentSetups->setPopupMode(QToolButton::InstantPopup);
+    recentSetups->setMenu(new QMenu(recentSetups));
+    recentSetups->setFixedHeight(loadSetup->sizeHint().height());
+    connect(recentSetups->menu(), &QMenu::aboutToShow, this, [this, menu = recentSetups->menu()] {
+        menu->clear();
+        const QStringList paths = window_.recentSetups();
+        for (const QString& path : paths) {
+            QAction* item = menu->addAction(QFileInfo(path).fileName().replace("&", "&&"));
+            item->setToolTip(path);
+            item->setData(path);
+            item->setEnabled(QFileInfo::exists(path));
+            connect(item, &QAction::triggered, this, [this, path] { loadSetupFrom(path); });
+        }
+        if (paths.isEmpty()) menu->addAction("No recent setups")->setEnabled(false);
+        menu->setToolTipsVisible(true);
+    });
+    top->insertWidget(1, recentSetups);
     top->addStretch();
     top->addWidget(help);
     layout->addLayout(top);
@@ -309,7 +343,16 @@ void MainDialog::build() {
     connect(emailOptions, &QPushButton::clicked, this, &MainDialog::openEmailOptions);
     connect(scanOptions, &QPushButton::clicked, this, &MainDialog::openScanOptions);
     connect(batchList, &QPushButton::clicked, &window_, &ApplicationWindow::showBatchList);
-    connect(help, &QPushButton::clicked, &window_, &ApplicationWindow::showHelpNote);
+    connect(help, &QPushButton::clicked, this, [this] {
+        // One help window, brought back to the front when asked again.
+        if (!help_) {
+            help_ = new HelpWindow(this);
+            help_->setAttribute(Qt::WA_DeleteOnClose);
+        }
+        help_->show();
+        help_->raise();
+        help_->activateWindow();
+    });
     connect(browseFile, &QPushButton::clicked, this, [this, filename] {
         const QString path =
             QFileDialog::getOpenFileName(this, "Load PDF file", QFileInfo(filename->currentText()).path(), "*.pdf");
@@ -391,12 +434,13 @@ void MainDialog::loadSetupFrom(const QString& path) {
     std::string name = path.toStdString();
     readParameters(name, loaded, {legacyFolder(), false});
     showInControls(loaded);
+    if (QFileInfo::exists(path)) window_.rememberSetup(path);
 }
 
 void MainDialog::saveSetupTo(const QString& path) {
     MessageBoxInterface ui(this, window_.opener());
     // The batch list window exists: its folders are saved too.
-    writeParameters(path.toStdString(), settings(), true, legacyFolder(), &ui);
+    if (writeParameters(path.toStdString(), settings(), true, legacyFolder(), &ui)) window_.rememberSetup(path);
 }
 
 void MainDialog::writeSettingsFile() {
@@ -452,6 +496,20 @@ void MainDialog::takePosition(PositionUse use, const QString& word, int h, int v
             changed.EMAILMATCHHORIZTO = -1;
             break;
     }
+    // Boxes the split mode does not use say which mode does, and offer it.
+    const auto mode = pageExtractModeOf(changed.PAGEEXTRACT);
+    const bool search = use == PositionUse::Search && !(mode && startsAtPosition(*mode));
+    const bool until = use == PositionUse::Until && mode != PageExtractMode::UntilMatchAtPosition;
+    if (search || until) {
+        const std::string_view wanted =
+            modeText(search ? PageExtractMode::NextMatchAtPosition : PageExtractMode::UntilMatchAtPosition);
+        const QString question =
+            QString("The position %1,%2 is used by the split mode \"%3\". Switch to it?").arg(h).arg(v).arg(qt(wanted));
+        if (QMessageBox::question(this, windowTitle(), question) == QMessageBox::Yes) {
+            changed.PAGEEXTRACT = wanted;
+            normaliseExtractMode(changed);
+        }
+    }
     showInControls(changed);
     emit settingsEdited();
 }
@@ -462,11 +520,31 @@ void MainDialog::processBatchList() { startRun(true); }
 
 void MainDialog::showMatches() { startRun(false); }
 
+void MainDialog::showMatchCount(int page, const QString& word) {
+    matchPage_ = page;
+    matchWord_ = word;
+    const QString of = matchCount_ < 0 ? QString("counting") : QString::number(matchCount_);
+    window_.statusBar()->showMessage(
+        QString("page %1: %2 (match %3 of %4)").arg(page + 1).arg(word).arg(matchShown_).arg(of));
+}
+
 void MainDialog::startRun(bool batch) {
     if (running()) return;
     BatchJob job;
     job.settings = settings();
-    if (!batch && job.settings.FILENAME.empty()) return;
+    if (!batch) {
+        // "&Show" works on what the user sees: with no file named, or the
+        // open document asked for, on the document in the view.
+        if (job.settings.FILENAME.empty() || job.settings.USECURRENT) {
+            if (window_.currentDocument().isEmpty()) {
+                QMessageBox::information(this, windowTitle(),
+                                         "There is nothing to show: name a PDF under Filename, or open one in the "
+                                         "view.");
+                return;
+            }
+            if (job.settings.FILENAME.empty()) job.settings.FILENAME = window_.currentDocument().toStdString();
+        }
+    }
     // "&Show" shows its matches on the document in view: the named file
     // becomes the current document.
     if (!batch && !job.settings.USECURRENT) {
@@ -476,6 +554,11 @@ void MainDialog::startRun(bool batch) {
     if (batch) job.rows = window_.batchRows();
     if (job.settings.USECURRENT) job.currentDocument = window_.currentDocument().toStdString();
     job.mail = mailTransportFromEnvironment();
+    if (!batch) {
+        matchShown_ = 0;
+        matchCount_ = -1;
+        counter_->count(job);
+    }
     setRunning(true);
     runs_->start(batch ? RunController::Kind::Batch : RunController::Kind::Show, std::move(job));
 }

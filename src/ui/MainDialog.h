@@ -12,6 +12,7 @@
 #include "run/BatchJob.h"
 
 #include <QDialog>
+#include <QPointer>
 
 class QComboBox;
 class QGridLayout;
@@ -22,6 +23,8 @@ namespace vellira::ui {
 
 class ApplicationWindow;
 class OptionsDialog;
+class HelpWindow;
+class MatchCounter;
 class RunController;
 
 // Where a word's position taken from the page view goes.
@@ -86,10 +89,18 @@ private:
     void setRunning(bool running);
     void runEnded(const BatchResult& result);
     void writeSettingsFile();
+    // "&Show": the match in view, and which of how many, in the status bar.
+    void showMatchCount(int page, const QString& word);
 
     ApplicationWindow& window_;
     SplitSettings record_;  // what no control of this dialog holds
     RunController* runs_;
+    MatchCounter* counter_;
+    QPointer<HelpWindow> help_;
+    int matchShown_ = 0;   // the matches "&Show" has shown
+    int matchCount_ = -1;  // how many it will show, once counted
+    int matchPage_ = 0;
+    QString matchWord_;
     bool showing_ = false;  // controls are being filled: no rules apply
     bool closing_ = false;
     QWidget* form_ = nullptr;

@@ -177,10 +177,12 @@ void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vecto
         if (!counts.isEmpty()) summary += QString::fromUtf8(" \u2014 ") + counts.join(", ");
         summary_->setText(summary);
     }
+    ranges_ = ranges;
     emit listed(static_cast<int>(ranges.size()));
 }
 
 void PreviewPane::clear(const QString& why) {
+    ranges_.clear();
     table_->setRowCount(0);
     summary_->setText(why);
 }

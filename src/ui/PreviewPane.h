@@ -29,6 +29,8 @@ public:
     // Shows no ranges, with a line saying why.
     void clear(const QString& why);
     bool working() const { return worker_.joinable(); }
+    // The ranges listed now, in the order they are cut.
+    const std::vector<PlannedRange>& ranges() const { return ranges_; }
 
 signals:
     // A range was double-clicked: its first page, 0-based.
@@ -49,6 +51,7 @@ private:
     std::optional<BatchJob> next_;  // asked for while another preview worked
     QLabel* summary_;
     QTableWidget* table_;
+    std::vector<PlannedRange> ranges_;
 };
 
 }  // namespace vellira::ui

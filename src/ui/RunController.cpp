@@ -31,7 +31,16 @@ public:
 
     void note(std::string_view message) override {
         const std::string text(message);
-        waitFor([&] { MessageBoxInterface(controller_.window_, controller_.open_).note(text); });
+        // A piece replaced by a later range of the run is listed in the
+        // summary rather than stopping the run with a box each.
+        if (RunRecord::replacement(qt(text))) {
+            post([this, line = qt(text)] { controller_.record_.note(line); });
+            return;
+        }
+        waitFor([&] {
+            controller_.record_.note(qt(text));
+            MessageBoxInterface(controller_.window_, controller_.open_).note(text);
+        });
     }
     bool question(std::string_view message) override {
         const std::string text(message);
@@ -69,10 +78,17 @@ public:
         post([this, page, text = qt(word), number] { emit controller_.highlighted(page, text, number); });
     }
     void rowStatus(int row, std::string_view text) override {
-        post([this, row, line = qt(text)] { emit controller_.rowStatus(row, line); });
+        post([this, row, line = qt(text)] {
+            controller_.record_.rowStatus(row, line);
+            emit controller_.rowStatus(row, line);
+        });
     }
     void fileWritten(std::string_view path, int first, int last) override {
-        post([this, file = qt(path), first, last] { emit controller_.fileWritten(file, first, last); });
+        post([this, file = qt(path), first, last] {
+            controller_.record_.fileWritten();
+            if (controller_.status_) controller_.status_->pieceWritten(file, first, last);
+            emit controller_.fileWritten(file, first, last);
+        });
     }
     void mailStatus(const MailStatus& progress) override {
         post([this, progress] {
@@ -119,6 +135,7 @@ void RunController::showProgress() {
     const auto latest = bridge_->takeProgress();
     if (!latest) return;
     const QString file = qt(latest->file);
+    record_.progress(file, latest->page, latest->pages);
     if (status_)
         status_->showProgress(file, latest->page, latest->pages, latest->filesWritten, latest->pagesRecognized);
     emit progress(file, latest->page, latest->pages, latest->filesWritten);
@@ -140,6 +157,9 @@ bool RunController::start(Kind kind, BatchJob job) {
     if (running()) return false;
     bridge_->clearCancel();
     finishedFlag_ = false;
+    kind_ = kind;
+    record_ = {};
+    if (summary_) summary_->close();
     status_ = new StatusDialog(window_);
     status_->setAttribute(Qt::WA_DeleteOnClose);
     connect(status_, &StatusDialog::stopRequested, this, &RunController::stop);
@@ -171,6 +191,11 @@ void RunController::finishRun(const BatchResult& result) {
     showProgress();
     if (status_) status_->close();
     if (mailStatus_) mailStatus_->close();
+    if (kind_ == Kind::Batch && RunSummary::worthShowing(record_, result)) {
+        summary_ = new RunSummary(record_, result, open_, window_);
+        summary_->setAttribute(Qt::WA_DeleteOnClose);
+        summary_->show();
+    }
     emit finished(result);
 }
 

@@ -1,11 +1,14 @@
 // Runs a batch job, or a show, on a worker thread. The run's messages and
 // questions become message boxes on the interface thread, answered there
 // while the worker waits; progress, row statuses and files written arrive as
-// signals. The status window and the mail windows come and go with the run.
+// signals. The status window and the mail windows come and go with the run;
+// a "Process Batch List" run ends with its summary, which stays until closed
+// or the next run starts.
 #pragma once
 
 #include "run/BatchJob.h"
 #include "ui/DesktopActions.h"
+#include "ui/RunSummary.h"
 
 #include <QObject>
 #include <QPointer>
@@ -37,6 +40,8 @@ public:
     bool start(Kind kind, BatchJob job);
     // The Stop button: the run ends after the page (or mail) in hand.
     void stop();
+    // The summary of the last batch run, while it is open.
+    RunSummary* summary() const { return summary_; }
 
 signals:
     void rowStatus(int row, const QString& status);
@@ -58,6 +63,9 @@ private:
     QTimer progressTimer_;
     QPointer<StatusDialog> status_;
     QPointer<EmailStatusDialog> mailStatus_;
+    Kind kind_ = Kind::Batch;
+    RunRecord record_;  // what the run in hand told, for its summary
+    QPointer<RunSummary> summary_;
 };
 
 }  // namespace vellira::ui

@@ -3,6 +3,7 @@
 #include <QDialogButtonBox>
 #include <QFileInfo>
 #include <QLabel>
+#include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -31,6 +32,13 @@ StatusDialog::StatusDialog(QWidget* parent) : QDialog(parent) {
     bar_->setObjectName("statusProgress");
     bar_->setRange(0, 1);
     bar_->setValue(0);
+    // The latest pieces, newest last: enough to follow the names as they come.
+    pieces_ = new QListWidget(this);
+    pieces_->setObjectName("statusPieces");
+    pieces_->setSelectionMode(QAbstractItemView::NoSelection);
+    pieces_->setFocusPolicy(Qt::NoFocus);
+    pieces_->setUniformItemSizes(true);
+    pieces_->setFixedHeight(pieces_->fontMetrics().height() * 6 + 2 * pieces_->frameWidth() + 4);
     auto* stop = new QPushButton("Stop", this);
     stop->setObjectName("stopButton");
     connect(stop, &QPushButton::clicked, this, [this, stop] {
@@ -43,6 +51,8 @@ StatusDialog::StatusDialog(QWidget* parent) : QDialog(parent) {
     layout->addWidget(files_);
     layout->addWidget(time_);
     layout->addWidget(bar_);
+    layout->addWidget(new QLabel("Pieces written:", this));
+    layout->addWidget(pieces_);
     layout->addWidget(status_);
     auto* buttons = new QDialogButtonBox(this);
     buttons->addButton(stop, QDialogButtonBox::RejectRole);
@@ -90,8 +100,19 @@ void StatusDialog::showProgress(const QString& file, int page, int pages, int fi
     if (done > 0.02 && elapsed > 2000)
         timeText += ", about " + duration(static_cast<qint64>(elapsed * (1 - done) / done)) + " left";
     time_->setText(timeText);
+    taskbar_.show(done);
 }
 
 void StatusDialog::showStatus(const QString& text) { status_->setText(text); }
+
+void StatusDialog::pieceWritten(const QString& path, int first, int last) {
+    constexpr int kShown = 100;
+    if (pieces_->count() >= kShown) delete pieces_->takeItem(0);
+    const QString pages =
+        first == last ? QString("page %1").arg(first) : QString("pages %1\u2013%2").arg(first).arg(last);
+    auto* item = new QListWidgetItem(QFileInfo(path).fileName() + "    " + pages, pieces_);
+    item->setToolTip(path);
+    pieces_->scrollToBottom();
+}
 
 }  // namespace vellira::ui

@@ -1,12 +1,16 @@
 // The status window of a run: the file being processed (file k of n), page n
-// of N, the files written so far, the time taken and the time left, a
-// progress bar, and Stop.
+// of N, the files written so far and the latest pieces among them, the time
+// taken and the time left, a progress bar (also on the taskbar entry, where
+// the desktop shows one), and Stop.
 #pragma once
+
+#include "ui/TaskbarProgress.h"
 
 #include <QDialog>
 #include <QElapsedTimer>
 
 class QLabel;
+class QListWidget;
 class QProgressBar;
 
 namespace vellira::ui {
@@ -22,6 +26,8 @@ public:
     void showProgress(const QString& file, int page, int pages, int filesWritten, int recognized = 0);
     // A line of status while the run waits or sends.
     void showStatus(const QString& text);
+    // A piece was saved: its file and the 1-based source pages it holds.
+    void pieceWritten(const QString& path, int first, int last);
 
 signals:
     void stopRequested();
@@ -33,8 +39,10 @@ private:
     QLabel* time_;
     QLabel* status_;
     QProgressBar* bar_;
+    QListWidget* pieces_;
     QElapsedTimer clock_;
-    QString shownFile_;  // the file of the last progress
+    TaskbarProgress taskbar_;  // the share done, on the application's taskbar entry
+    QString shownFile_;        // the file of the last progress
     int fileCount_ = 1;
     int fileNumber_ = 0;  // of the file in progress, from 1
 };

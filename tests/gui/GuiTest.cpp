@@ -12,20 +12,29 @@
 #include "ui/PageView.h"
 #include "ui/RunController.h"
 #include "ui/StatusDialog.h"
+#include "ui/ThumbnailStrip.h"
 
+#include <QAbstractScrollArea>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QSpinBox>
+#include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
+#include <QTextBrowser>
 #include <QTimer>
+#include <QToolButton>
+#include <nlohmann/json.hpp>
 
 #include <fstream>
 #include <memory>
@@ -333,6 +342,79 @@ private slots:
         QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
     }
 
+    // A run stopped part-way ends with its summary, which says where it
+    // stopped; the status window listed the pieces as they were written.
+    void aStoppedRunIsSummedUpWhereItStopped() {
+#ifdef _WIN32
+        QSKIP("a file is made busy here by running a program from it");
+#endif
+        const auto pdf = writeStatements(40);
+        MainDialog* dialog = openApplication({pdf});
+        // The fourth piece's file is busy while a program runs from it: the
+        // run waits there until Stop is pressed and the program ends.
+        const auto busy = *dir_ / "out" / "extract_100003.pdf";
+        std::filesystem::create_directories(busy.parent_path());
+        std::filesystem::copy_file("/bin/sleep", busy);
+        std::filesystem::permissions(busy, std::filesystem::perms::owner_all);
+        QProcess program;
+        program.start(qt(busy.string()), {"60"});
+        QVERIFY(program.waitForStarted());
+        click(dialog, "process");
+        QPointer<StatusDialog> status;
+        QTRY_VERIFY_WITH_TIMEOUT((status = dialog->findChild<StatusDialog*>("StatusDialog")) &&
+                                     status->findChild<QLabel*>("statusLine")->text().startsWith("Waiting for file"),
+                                 20000);
+        auto* pieces = status->findChild<QListWidget*>("statusPieces");
+        QCOMPARE(pieces->count(), 3);
+        QCOMPARE(pieces->item(2)->text(), QString::fromUtf8("extract_100002.pdf    pages 11\u201315"));
+        click(status, "stopButton");
+        program.kill();
+        program.waitForFinished();
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        RunSummary* summary = dialog->runs().summary();
+        QVERIFY(summary && summary->isVisible());
+        QCOMPARE(summary->headline(), QString("Stopped at file 1, page 20"));
+        const QString out = qt((*dir_ / "out").string());
+        QVERIFY2(summary->details().contains(QString::fromUtf8(
+                     "statements.pdf, page 20 of 40 (file 1 of 1). Pages 21\u201340 were not split.")) &&
+                     summary->details().contains("4 files in " + out + "\n"),
+                 qPrintable(summary->details()));
+        QCOMPARE(window_->batchRows()[0].status, std::string("Done"));
+        saveScreenshot(summary, "RunSummary");
+    }
+
+    // Ranges of one name replace each other's pieces: the summary lists them,
+    // with no box for each, beside the files that failed and why.
+    void aRunWithCollisionsListsTheReplacedPieces() {
+        const auto pdf = writeStatements(15);
+        const auto broken = *dir_ / "broken.pdf";
+        std::ofstream(broken) << "not a PDF";
+        MainDialog* dialog = openApplication({pdf, broken, *dir_ / "missing.pdf"});
+        // Every statement is named after the bank's name.
+        dialog->findChild<QLineEdit*>("FINDSTRING")->setText("Vellira");
+        MessageBoxes said;
+        click(dialog, "process");
+        QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
+        QVERIFY2(said.texts.size() == 2, qPrintable(said.texts.join(" | ")));
+        QVERIFY2(said.texts[0].startsWith(qt("Can't open file: " + broken.string() + ": ")), qPrintable(said.texts[0]));
+        QCOMPARE(said.texts[1], QString("Done, some errors occurred."));
+        RunSummary* summary = dialog->runs().summary();
+        QVERIFY(summary);
+        QCOMPARE(summary->headline(), QString("Done: 1 file written, 2 files with problems"));
+        const QString details = summary->details();
+        for (const QString& part :
+             {QString::fromUtf8("extract_Savings.pdf\n  pages 11\u201315\n"),
+              "broken.pdf \u2014 Can't open\n" + qt(broken.string()) + "\n\u2022 " + said.texts[0] + "\n",
+              QString::fromUtf8("missing.pdf \u2014 file error\n") + qt((*dir_ / "missing.pdf").string()) +
+                  QString::fromUtf8("\n\u2022 The file is not there.\n"),
+              QString::fromUtf8("Pieces replaced by a later range of this run\n"
+                                "extract_Savings.pdf\n  pages 1\u20135, replaced by pages 6\u201310\n"
+                                "extract_Savings.pdf\n  pages 6\u201310, replaced by pages 11\u201315")})
+            QVERIFY2(details.contains(part), qPrintable(details + "\n--- wanted:\n" + part));
+        QCOMPARE(window_->batchRows()[1].status, std::string("Can't open"));
+        saveScreenshot(summary, "RunSummaryProblems");
+    }
+
     // A setup marked AUTOMATION runs the batch list by itself and closes the
     // application when the run ends.
     void anAutomationSetupRunsUnattended() {
@@ -357,7 +439,18 @@ private slots:
     void showHighlightsEachMatchAndAClickedWordGivesItsPosition() {
         const auto pdf = writeStatements(12);
         MainDialog* dialog = openApplication();
-        dialog->findChild<QComboBox*>("FILENAME")->setEditText(qt(pdf.string()));
+        // No file named: "&Show" says why, and with a document in the view
+        // shows its matches there.
+        dialog->findChild<QComboBox*>("FILENAME")->setEditText("");
+        QTimer::singleShot(100, this, [&] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                QVERIFY(box->text().startsWith("There is nothing to show"));
+                box->button(QMessageBox::Ok)->click();
+            }
+        });
+        click(dialog, "show");
+        QVERIFY(!dialog->running());
+        QVERIFY(window_->openDocument(qt(pdf.string())));
         QStringList seen;  // "page: word" of the highlight in view when each question came
         QTimer answer;
         connect(&answer, &QTimer::timeout, this, [&] {
@@ -371,7 +464,7 @@ private slots:
                 box->button(QMessageBox::Yes)->click();
             } else {
                 seen << box->text();
-                box->button(QMessageBox::Ok)->click();
+                box->button(box->button(QMessageBox::Yes) ? QMessageBox::Yes : QMessageBox::Ok)->click();
             }
         });
         answer.start(20);
@@ -379,6 +472,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!dialog->running(), 20000);
         QCOMPARE(seen, (QStringList{"1: account:", "6: account:", "11: account:", "No more matches found."}));
         QCOMPARE(window_->currentDocument(), qt(pdf.string()));
+        QTRY_COMPARE(window_->statusBar()->currentMessage(), QString("page 11: account: (match 3 of 3)"));
 
         auto* preview = window_->findChild<QTableWidget*>("previewRanges");
         QTRY_COMPARE_WITH_TIMEOUT(preview->rowCount(), 3, 10000);
@@ -402,6 +496,13 @@ private slots:
         QTRY_COMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSH")), QString::number(label.h));
         QCOMPARE(shown(dialog->findChild<QWidget*>("MATCHPOSV")), QString::number(label.v));
         QCOMPARE(shown(dialog->findChild<QWidget*>("FINDSTRING")), QString("account:"));
+        // The plain split mode has no use for a position: the mode that has
+        // is offered, and taken.
+        QCOMPARE(seen.last(), QString("The position %1,%2 is used by the split mode \"%3\". Switch to it?")
+                                  .arg(label.h)
+                                  .arg(label.v)
+                                  .arg(qt(modeText(PageExtractMode::NextMatchAtPosition))));
+        QCOMPARE(shown(dialog->findChild<QWidget*>("PAGEEXTRACT")), qt(modeText(PageExtractMode::NextMatchAtPosition)));
 
         // Matched pages only: the preview follows the settings.
         dialog->findChild<QComboBox*>("PAGEEXTRACT")->setCurrentText(qt(modeText(PageExtractMode::MatchedPageOnly)));
@@ -466,7 +567,148 @@ private slots:
         saveScreenshot(window_.get(), "PageViewCodes");
     }
 
+    // A 40-page run of eight statements: the view marks where each of its
+    // eight pieces begins with the piece's name, and the thumbnail strip
+    // lists the 40 pages, drawn as they come into view, each beside its
+    // piece's bar. A click on a thumbnail shows that page from its top.
+    void piecesAreMarkedOnThePagesAndTheirThumbnails() {
+        const auto pdf = writeStatements(40);
+        openApplication();
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        auto* preview = window_->findChild<QTableWidget*>("previewRanges");
+        QTRY_COMPARE_WITH_TIMEOUT(preview->rowCount(), 8, 10000);
+        PageView& view = window_->pageView();
+        ThumbnailStrip& strip = view.thumbnails();
+        QCOMPARE(strip.model()->rowCount(), 40);
+        QStringList names;
+        for (int page = 0; page < 40; ++page) {
+            const QModelIndex index = strip.model()->index(page, 0);
+            QCOMPARE(index.data(ThumbnailStrip::PieceRole).toInt(), page / 5);
+            const QString name = index.data(ThumbnailStrip::PieceNameRole).toString();
+            if (!name.isEmpty()) names << QString("%1: %2").arg(page + 1).arg(name);
+        }
+        QCOMPARE(names, (QStringList{"1: 100000", "6: 100001", "11: 100002", "16: 100003", "21: 100004", "26: 100005",
+                                     "31: 100006", "36: 100007"}));
+        QTRY_VERIFY(strip.hasImage(0));
+        QVERIFY(!strip.hasImage(39));
+
+        // A tab of the piece's colour over the first page of each piece,
+        // none over a page within one.
+        const auto tabOver = [&](int page) {
+            view.goToPage(page);
+            const QRect area = view.pageArea(page);
+            return QColor(view.grab().toImage().pixel(area.right() - 6, area.top() - 4));
+        };
+        QCOMPARE(tabOver(5), pieceColour(1));
+        QCOMPARE(tabOver(35), pieceColour(7));
+        QVERIFY(tabOver(6) != pieceColour(1));
+
+        const QModelIndex thumbnail = strip.model()->index(22, 0);
+        strip.scrollTo(thumbnail);
+        QTest::mouseClick(strip.viewport(), Qt::LeftButton, {}, strip.visualRect(thumbnail).center());
+        QCOMPARE(view.currentPage(), 22);
+        QCOMPARE(view.findChild<QSpinBox*>("pageNumber")->value(), 23);
+        QWidget* canvas = view.findChild<QWidget*>("pageCanvas");
+        QCOMPARE(view.pageArea(22).top() - canvas->mapTo(&view, QPoint()).y(), 6);
+        QTRY_VERIFY(strip.hasImage(22) && view.words().size() > 2);
+        QCOMPARE(view.words()[2].text, QString("3"));  // "continued page 3"
+
+        // The end of one piece and the start of the next, side by side.
+        view.goToPage(20);
+        QScrollBar* bar = view.findChild<QAbstractScrollArea*>("pageScroll")->verticalScrollBar();
+        bar->setValue(bar->value() - canvas->height() / 3);
+        QTRY_VERIFY(view.words().size() > 2 && view.words()[0].text == "account:" && strip.hasImage(20));
+        QTest::qWait(200);
+        saveScreenshot(window_.get(), "PageViewPieces");
+    }
+
+    // File > Open Recent lists the PDFs opened, newest first and a missing
+    // one greyed, from one session to the next; "&Load Setup" offers the
+    // setups saved or loaded last.
+    void recentDocumentsAndSetupsAreOfferedAgain() {
+        MainDialog* dialog = openApplication();
+        const auto first = *dir_ / "first.pdf";
+        const auto gone = *dir_ / "gone.pdf";
+        fixtures::writePdf(fixtures::statements(2, 5), first);
+        fixtures::writePdf(fixtures::statements(3, 5), gone);
+        QVERIFY(window_->openDocument(qt(first.string())));
+        QVERIFY(window_->openDocument(qt(gone.string())));
+        std::filesystem::remove(gone);
+        MessageBoxes said;
+        dialog->findChild<QLineEdit*>("FINDSTRING")->setText("Customer:");
+        dialog->saveSetupTo(qt((*dir_ / "statements.pcs").string()));
+
+        window_ = std::make_unique<ApplicationWindow>();
+        window_->show();
+        auto* recent = window_->findChild<QMenu*>("recentDocuments");
+        emit recent->aboutToShow();
+        QStringList items;
+        for (QAction* item : recent->actions())
+            if (!item->data().toString().isEmpty()) items << item->text() + (item->isEnabled() ? "" : ", greyed");
+        QCOMPARE(items, (QStringList{"&1 gone.pdf (not found), greyed", "&2 first.pdf"}));
+        recent->actions()[1]->trigger();
+        QCOMPARE(window_->currentDocument(), qt(first.string()));
+        QCOMPARE(window_->currentPageCount(), 2);
+
+        dialog = window_->openMainDialog();
+        dialog->findChild<QLineEdit*>("FINDSTRING")->setText("other");
+        QMenu* setups = dialog->findChild<QToolButton*>("recentSetups")->menu();
+        emit setups->aboutToShow();
+        QCOMPARE(setups->actions().size(), 1);
+        QCOMPARE(setups->actions()[0]->text(), QString("statements.pcs"));
+        setups->actions()[0]->trigger();
+        QCOMPARE(dialog->findChild<QLineEdit*>("FINDSTRING")->text(), QString("Customer:"));
+    }
+
     // ExRun opens the main dialog as the menu item does, replacing one.
+    // The preview names the files `vellira-batch split` writes with the same
+    // setup, in every naming mode, a greyed limit and "Add:" included.
+    void thePreviewNamesTheFilesTheCommandLineWrites() {
+        const auto pdf = writeStatements(15);
+        MainDialog* dialog = openApplication();
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        auto* preview = window_->findChild<QTableWidget*>("previewRanges");
+        auto* summary = window_->findChild<QLabel*>("previewSummary");
+        for (const auto& [mode, text] : kFilenameModes) {
+            if (mode == FilenameMode::Bookmark) continue;  // no bookmarks in the run
+            const auto setup = *dir_ / "setup.pcs";
+            std::ofstream(setup, std::ios::binary)
+                << "EXTRACT;" << text << "\r\nEXTRACTFILENAME;account:\r\nADDBWORDS;_\r\nTAKENWORDSFORFILENAME;2\r\n"
+                << "PREFIXFILENAME;stmt_\r\nOUTPUTDIR;" << (*dir_ / "cli").string() << "\r\n";
+            summary->clear();
+            dialog->loadSetupFrom(qt(setup.string()));
+            QTRY_VERIFY_WITH_TIMEOUT(!summary->text().isEmpty(), 10000);
+            QStringList previewed;
+            for (int row = 0; row < preview->rowCount(); ++row)
+                if (!previewed.contains(preview->item(row, 2)->text())) previewed << preview->item(row, 2)->text();
+            QProcess split;
+            split.start(VELLIRA_BATCH_EXE, {"split", "--json", "--params", qt(setup.string()), qt(pdf.string())});
+            QVERIFY(split.waitForFinished(30000));
+            QStringList written;
+            const auto json = nlohmann::json::parse(split.readAllStandardOutput().toStdString());
+            for (const auto& output : json["outputs"])
+                written << QFileInfo(qt(output["path"].get<std::string>())).fileName();
+            QVERIFY2(!written.isEmpty(), qPrintable(qt(text) + ": " + split.readAllStandardError()));
+            QCOMPARE(previewed, written);
+        }
+    }
+
+    // "Help" opens the README's usage and every setting's meaning, the
+    // settings narrowed to a word.
+    void helpShowsTheUsageAndEverySetting() {
+        MainDialog* dialog = openApplication();
+        click(dialog, "help");
+        auto* help = dialog->findChild<QWidget*>("HelpWindow");
+        QTRY_VERIFY(help && help->isVisible());
+        QVERIFY(help->findChild<QTextBrowser*>("helpUsage")->toPlainText().contains("Running vellira-batch by hand"));
+        auto* settings = help->findChild<QTextBrowser*>("helpSettings");
+        for (const SettingsKey& key : settingsKeys()) QVERIFY(settings->toPlainText().contains(qt(key.name)));
+        help->findChild<QLineEdit*>("helpFilter")->setText("separator");
+        const QString narrowed = settings->toPlainText();
+        QVERIFY(narrowed.contains("KEEPSEPARATOR") && !narrowed.contains("FINDSTRING"));
+        saveScreenshot(help, "HelpWindow");
+    }
+
     void exRunReplacesTheMainDialog() {
         QPointer<MainDialog> first = openApplication();
         QCOMPARE(ExRun(nullptr), 1);
