@@ -11,6 +11,7 @@
 #include "ui/PreviewPane.h"
 
 #include <QApplication>
+#include <QDockWidget>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
@@ -38,6 +39,13 @@ constexpr int kRecentKept = 8;
 
 // The lists of recent files, beside the product's other settings.
 QString recentFile() { return qt(pathText(settingsFolder() / "recent.ini")); }
+
+// Where the main dialog was left: docked or floating, closed or open.
+QSettings placeSettings() {
+    std::error_code ignored;
+    std::filesystem::create_directories(settingsFolder(), ignored);
+    return QSettings(qt(pathText(settingsFolder() / "window.ini")), QSettings::IniFormat);
+}
 
 }  // namespace
 
@@ -70,6 +78,12 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     run->setObjectName("extensionsAction");
     connect(run, &QAction::triggered, this, &ApplicationWindow::openMainDialog);
     menuBar()->addMenu("Extensions")->addAction(run);
+    QMenu* view = menuBar()->addMenu("&View");
+    dockAction_ = view->addAction("&Settings Beside the View");
+    dockAction_->setObjectName("dockSettingsAction");
+    dockAction_->setCheckable(true);
+    dockAction_->setChecked(placeSettings().value("mainDialog/docked", false).toBool());
+    connect(dockAction_, &QAction::toggled, this, &ApplicationWindow::dockMainDialog);
 
     QMenu* help = menuBar()->addMenu("&Help");
     auto* helpItem = help->addAction("Vellira Batch", this, &ApplicationWindow::showHelpNote);
@@ -124,13 +138,23 @@ ApplicationWindow::ApplicationWindow(QWidget* parent) : QMainWindow(parent) {
     });
     connect(pageView_, &PageView::wordClicked, this, &ApplicationWindow::offerPosition);
 
+    settingsDock_ = new QDockWidget(this);
+    settingsDock_->setObjectName("settingsDock");
+    settingsDock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetFloatable);
+    settingsDock_->setAllowedAreas(Qt::LeftDockWidgetArea | Qt::RightDockWidgetArea);
+    addDockWidget(Qt::LeftDockWidgetArea, settingsDock_);
+    settingsDock_->hide();
+
     batchList_ = new BatchListWindow([this](const QString& path) { return openDocument(path, true); }, this);
     showDocument();
 }
 
 // The main dialog saves its settings when it goes, reading the batch list's
 // folders from this window: it goes first, while the window is still whole.
-ApplicationWindow::~ApplicationWindow() { delete mainDialog_; }
+ApplicationWindow::~ApplicationWindow() {
+    leaving_ = true;
+    delete mainDialog_;
+}
 
 OpenAction ApplicationWindow::opener() {
     return [window = QPointer<ApplicationWindow>(this)](const QString& path) {
@@ -145,10 +169,37 @@ MainDialog* ApplicationWindow::openMainDialog() {
     }
     mainDialog_ = new MainDialog(*this);
     mainDialog_->setAttribute(Qt::WA_DeleteOnClose);
-    mainDialog_->show();
+    placeSettings().setValue("mainDialog/closed", false);
+    connect(mainDialog_, &QObject::destroyed, this, [this] {
+        settingsDock_->hide();
+        if (!leaving_) placeSettings().setValue("mainDialog/closed", true);
+    });
+    dockMainDialog(dockAction_->isChecked());
     mainDialog_->raise();
     mainDialog_->activateWindow();
     return mainDialog_;
+}
+
+void ApplicationWindow::dockMainDialog(bool docked) {
+    placeSettings().setValue("mainDialog/docked", docked);
+    if (dockAction_->isChecked() != docked) dockAction_->setChecked(docked);
+    if (!mainDialog_) return;
+    if (docked) {
+        settingsDock_->setWindowTitle(mainDialog_->windowTitle());
+        mainDialog_->setWindowFlags(Qt::Widget);
+        settingsDock_->setWidget(mainDialog_);
+        settingsDock_->setFloating(false);
+        settingsDock_->show();
+    } else if (settingsDock_->widget() == mainDialog_) {
+        settingsDock_->setWidget(nullptr);
+        mainDialog_->setParent(this, Qt::Dialog);
+        settingsDock_->hide();
+    }
+    mainDialog_->show();
+}
+
+bool ApplicationWindow::mainDialogAtStart() const {
+    return !placeSettings().value("mainDialog/closed", false).toBool();
 }
 
 bool ApplicationWindow::openDocument(const QString& path, bool quiet) {

@@ -15,6 +15,7 @@ class QTimer;
 #include <vector>
 
 class QLabel;
+class QDockWidget;
 class QMenu;
 
 namespace vellira::ui {
@@ -34,9 +35,16 @@ public:
     explicit ApplicationWindow(QWidget* parent = nullptr);
     ~ApplicationWindow() override;
 
-    // Opens the main dialog as the menu item does, replacing one that is open.
+    // Opens the main dialog as the menu item does, replacing one that is open:
+    // docked beside the view, or floating over it, as the user left it.
     MainDialog* openMainDialog();
     MainDialog* mainDialog() const { return mainDialog_; }
+    // Docks the main dialog beside the page view and preview, or lets it
+    // float; remembered for the next time it opens.
+    void dockMainDialog(bool docked);
+    // Whether the main dialog opens with the application: not once the user
+    // closed it, until it is opened again.
+    bool mainDialogAtStart() const;
 
     // Makes a PDF the current document; false when it cannot be, after
     // saying why unless `quiet` (the caller then says so itself).
@@ -89,6 +97,9 @@ private:
     QString currentDocument_;
     int pages_ = 0;
     QPointer<MainDialog> mainDialog_;
+    QDockWidget* settingsDock_;  // holds the main dialog while it is docked
+    QAction* dockAction_;
+    bool leaving_ = false;  // the window is going: a dialog closing now was not closed by the user
     BatchListWindow* batchList_;
 };
 

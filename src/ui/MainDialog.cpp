@@ -30,6 +30,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
 #include <QStatusBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -88,6 +89,7 @@ MainDialog::MainDialog(ApplicationWindow& window)
         showMatchCount(page, word);
         window_.pageView().showHighlight(page, number);
     });
+    connect(&window_.pageView(), &PageView::highlightRevealed, this, &MainDialog::keepClearOf);
     connect(counter_, &MatchCounter::counted, this, [this](int matches) {
         matchCount_ = matches;
         if (matchShown_ > 0) showMatchCount(matchPage_, matchWord_);
@@ -526,6 +528,22 @@ void MainDialog::showMatchCount(int page, const QString& word) {
     const QString of = matchCount_ < 0 ? QString("counting") : QString::number(matchCount_);
     window_.statusBar()->showMessage(
         QString("page %1: %2 (match %3 of %4)").arg(page + 1).arg(word).arg(matchShown_).arg(of));
+}
+
+// A window of the settings (the dialog, or the dock it floats in) that
+// covers the highlight moves aside, to the side of it with the most room.
+void MainDialog::keepClearOf(const QRect& mark) {
+    QWidget* top = window();
+    if (top == &window_ || !top->frameGeometry().intersects(mark)) return;
+    const QRect frame = top->frameGeometry();
+    const QRect screen = top->screen() ? top->screen()->availableGeometry() : QRect();
+    const int right = mark.right() + 8;
+    const int left = mark.left() - 8 - frame.width();
+    const bool roomRight = screen.isEmpty() || right + frame.width() <= screen.right();
+    const bool roomLeft = screen.isEmpty() || left >= screen.left();
+    int x = roomRight || !roomLeft ? right : left;
+    if (!roomRight && !roomLeft) x = screen.right() - frame.width();  // as far aside as the screen allows
+    top->move(x, frame.top());
 }
 
 void MainDialog::startRun(bool batch) {

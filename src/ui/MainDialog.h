@@ -89,8 +89,10 @@ private:
     void setRunning(bool running);
     void runEnded(const BatchResult& result);
     void writeSettingsFile();
-    // "&Show": the match in view, and which of how many, in the status bar.
+    // "&Show": the match in view, and which of how many, in the status bar;
+    // the dialog kept from covering it.
     void showMatchCount(int page, const QString& word);
+    void keepClearOf(const QRect& mark);
 
     ApplicationWindow& window_;
     SplitSettings record_;  // what no control of this dialog holds

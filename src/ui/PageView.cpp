@@ -396,6 +396,7 @@ PageView::PageView(QWidget* parent)
     bar->addWidget(new QLabel("Page", this));
     bar->addWidget(pageBox_);
     bar->addWidget(pageTotal_);
+    bar->addSpacing(12);  // apart however narrow the view
     bar->addStretch();
     bar->addWidget(new QLabel("Zoom", this));
     bar->addWidget(zoomBox_);
@@ -939,6 +940,8 @@ void PageView::revealHighlight() {
         else if (box.right() > view.width() - kRoomAcross)
             across = box.right() - (view.width() - kRoomAcross);
         place(canvas_->verticalScrollBar()->value() + down, canvas_->horizontalScrollBar()->value() + across);
+        const QRect shown = onScreen(pageRect(highlightPage_), word.box);
+        emit highlightRevealed(QRect(canvas_->viewport()->mapToGlobal(shown.topLeft()), shown.size()));
         return;
     }
 }

@@ -95,6 +95,8 @@ signals:
     void wordHovered(const vellira::ui::ViewWord& word);
     // A word was clicked; `at` is where, on the screen.
     void wordClicked(const vellira::ui::ViewWord& word, const QPoint& at);
+    // The highlighted word was scrolled into view: where it is, on the screen.
+    void highlightRevealed(const QRect& onScreen);
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;

@@ -29,15 +29,19 @@ int main(int argc, char** argv) {
     vellira::ui::ApplicationWindow window;
     window.show();
     if (!parser.positionalArguments().isEmpty()) window.openDocument(parser.positionalArguments().constFirst());
+    // The main dialog opens with the application, docked or floating as the
+    // user left it, unless the user closed it; a setup always opens it.
+    if (!parser.isSet(params)) {
+        if (window.mainDialogAtStart()) window.openMainDialog();
+        return QApplication::exec();
+    }
     vellira::ui::MainDialog* dialog = window.openMainDialog();
-    if (parser.isSet(params)) {
-        dialog->loadSetupFrom(parser.value(params));
-        if (dialog->settings().AUTOMATION) {
-            // An unattended run: the batch list once the dialog is up, then quit.
-            QObject::connect(dialog, &vellira::ui::MainDialog::runFinished, &application, &QApplication::quit,
-                             Qt::QueuedConnection);
-            QTimer::singleShot(0, dialog, &vellira::ui::MainDialog::processBatchList);
-        }
+    dialog->loadSetupFrom(parser.value(params));
+    if (dialog->settings().AUTOMATION) {
+        // An unattended run: the batch list once the dialog is up, then quit.
+        QObject::connect(dialog, &vellira::ui::MainDialog::runFinished, &application, &QApplication::quit,
+                         Qt::QueuedConnection);
+        QTimer::singleShot(0, dialog, &vellira::ui::MainDialog::processBatchList);
     }
     return QApplication::exec();
 }

@@ -693,6 +693,34 @@ private slots:
         }
     }
 
+    // The main dialog docks beside the view and preview, opens there again
+    // in the next session, and does not open at start once closed.
+    void theSettingsDockBesideTheViewAndStayThere() {
+        const auto pdf = writeStatements(40);
+        MainDialog* dialog = openApplication();
+        QVERIFY(window_->openDocument(qt(pdf.string())));
+        window_->findChild<QAction*>("dockSettingsAction")->trigger();
+        QCOMPARE(dialog->window(), window_.get());
+        QTRY_COMPARE_WITH_TIMEOUT(window_->findChild<QTableWidget*>("previewRanges")->rowCount(), 8, 10000);
+        window_->resize(1920, 1000);
+        QTest::qWait(300);
+        saveScreenshot(window_.get(), "DockedSettings");
+
+        window_ = std::make_unique<ApplicationWindow>();
+        window_->show();
+        QVERIFY(window_->mainDialogAtStart());
+        dialog = window_->openMainDialog();
+        QCOMPARE(dialog->window(), window_.get());
+        click(dialog, "cancel");
+        QTRY_VERIFY(!window_->mainDialog());
+        window_ = std::make_unique<ApplicationWindow>();
+        QVERIFY(!window_->mainDialogAtStart());
+        window_->findChild<QAction*>("dockSettingsAction")->trigger();  // floating again
+        dialog = window_->openMainDialog();
+        QVERIFY(dialog->isWindow());
+        QVERIFY(window_->mainDialogAtStart());
+    }
+
     // "Help" opens the README's usage and every setting's meaning, the
     // settings narrowed to a word.
     void helpShowsTheUsageAndEverySetting() {
