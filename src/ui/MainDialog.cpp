@@ -45,6 +45,9 @@ constexpr const char* kSetupFilter = "*.pcs;;All Files (*.*)";
 
 QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
 
+// A control's own tooltip, kept while another is shown for a while.
+constexpr const char* kOwnTip = "velliraOwnTip";
+
 // The controls the filename and extract rules enable and disable.
 struct RuleControls {
     const char* key;
@@ -415,6 +418,18 @@ void MainDialog::enableForModes() {
     const FilenameControls name = normaliseFilenameMode(copy);
     copy = settings();
     enableFor(name, normaliseExtractMode(copy));
+    // The rest-of-line modes grey the word and character limits, as the
+    // dialog always has, yet the limits still cut the name: their tooltips
+    // say so.
+    const auto mode = filenameModeOf(copy.EXTRACT);
+    const bool restOfLine = mode && takesRestOfLine(*mode);
+    for (const char* key : {"TAKENWORDSFORFILENAME", "TAKENCHARSFORFILENAME"}) {
+        QWidget* control = controlFor(form_, key);
+        if (!control->property(kOwnTip).isValid()) control->setProperty(kOwnTip, control->toolTip());
+        const QString own = control->property(kOwnTip).toString();
+        control->setToolTip(restOfLine ? own + "\n\nGreyed in this naming mode, yet its value still cuts the name."
+                                       : own);
+    }
 }
 
 void MainDialog::filenameModeChosen() {

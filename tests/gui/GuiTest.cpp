@@ -251,9 +251,13 @@ private slots:
         choose("EXTRACT", FilenameMode::NameAfterText);
         QCOMPARE(shown(control("TAKENWORDSFORFILENAME")), QString("999"));
         QVERIFY(control("UNTILHHPOSLESSTHAN")->isEnabled());
+        QVERIFY(!control("TAKENWORDSFORFILENAME")->toolTip().contains("still cuts"));
         choose("EXTRACT", FilenameMode::NameAfterTextRestOfLine);
         QVERIFY(control("EXTRACTFILENAME")->isEnabled());
         QVERIFY(!control("ADDBWORDS")->isEnabled());
+        // Greyed, the word limit still cuts the line taken: it says so.
+        QVERIFY(!control("TAKENWORDSFORFILENAME")->isEnabled());
+        QVERIFY(control("TAKENWORDSFORFILENAME")->toolTip().endsWith("yet its value still cuts the name."));
 
         // A bookmark split names by the bookmark, whatever the search text
         // but one that starts "Page start".
