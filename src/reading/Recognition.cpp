@@ -15,18 +15,13 @@ struct Loaded {
     std::string failure;
 };
 
-// A module's entry, loaded once; `linked` where the module is built in.
+// A module's entry, loaded once.
 template <typename Wire>
-Loaded<Wire> load([[maybe_unused]] const char* path, [[maybe_unused]] const char* entryName,
-                  [[maybe_unused]] const Wire* (*linked)()) {
-#ifdef VELLIRA_OCR_WIRE_LINKED
-    return {linked(), {}};
-#else
+Loaded<Wire> load(const char* path, const char* entryName) {
     Loaded<Wire> loaded;
     if (void* entry = moduleFunction(path, entryName, loaded.failure))
         loaded.wire = reinterpret_cast<const Wire* (*)()>(entry)();
     return loaded;
-#endif
 }
 
 bool sameIgnoringCase(std::string_view a, std::string_view b) {
@@ -48,14 +43,23 @@ TextRecognition::Pages pagesOf(const std::string& mode) {
 
 }  // namespace
 
+// Where the modules are built in, their entries are called as they are.
 const OcrWire& ocrWire() {
-    static const auto loaded = load<OcrWire>(VELLIRA_OCR_WIRE_PATH, "vellira_ocr_wire", &vellira_ocr_wire);
+#ifdef VELLIRA_OCR_WIRE_LINKED
+    static const Loaded<OcrWire> loaded{vellira_ocr_wire(), {}};
+#else
+    static const auto loaded = load<OcrWire>(VELLIRA_OCR_WIRE_PATH, "vellira_ocr_wire");
+#endif
     if (!loaded.wire) throw std::runtime_error("cannot load the text recognition (OCR): " + loaded.failure);
     return *loaded.wire;
 }
 
 const CodeWire& codeWire() {
-    static const auto loaded = load<CodeWire>(VELLIRA_CODE_WIRE_PATH, "vellira_code_wire", &vellira_code_wire);
+#ifdef VELLIRA_OCR_WIRE_LINKED
+    static const Loaded<CodeWire> loaded{vellira_code_wire(), {}};
+#else
+    static const auto loaded = load<CodeWire>(VELLIRA_CODE_WIRE_PATH, "vellira_code_wire");
+#endif
     if (!loaded.wire) throw std::runtime_error("cannot load the code reader: " + loaded.failure);
     return *loaded.wire;
 }
