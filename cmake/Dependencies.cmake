@@ -17,6 +17,7 @@ target_link_libraries(vellira_mupdf INTERFACE
   ${JBIG2DEC_LIBRARY} ${MUJS_LIBRARY} Threads::Threads m)
 
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)

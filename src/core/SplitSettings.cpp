@@ -173,6 +173,18 @@ constexpr std::string_view kBlankPagesDetails =
     "the customers:\n"
     "  DROPBLANKPAGES;1";
 
+constexpr std::string_view kPatternDetails =
+    "With PATTERNSEARCH on, FINDSTRING and EXTRACTUNTIL are regular expressions (RE2's syntax, the one of most "
+    "tools: \\d a digit, {4,} four or more, (...) a group, (?P<name>...) a group named name) matched over each "
+    "page's text, its words joined by single blanks, so a pattern may take in several words and lines of a page. "
+    "A range starts at the word where a match begins. A pattern with a group names the range by what its first "
+    "group (or the group named name) took, in every naming mode that names by the text found; without a group "
+    "it is named as a search word is. IGNORECASE makes the pattern ignore case. A pattern that is not one is "
+    "refused before the run, with where it goes wrong. For statements whose account numbers are ACC and four or "
+    "more digits, each named by its number:\n"
+    "  PATTERNSEARCH;1\n"
+    "  FINDSTRING;ACC(\\d{4,})";
+
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
 // label on its first line, meaning and any details on the next.
@@ -326,6 +338,9 @@ const SettingsKey kKeys[] = {
     {"DROPBLANKPAGES", KeyType::Flag, &S::DROPBLANKPAGES, "Leave blank pages out of the pieces",
      "pages with no text, no code and almost no ink are left out of the pieces, without cutting at them",
      kBlankPagesDetails},
+    {"PATTERNSEARCH", KeyType::Flag, &S::PATTERNSEARCH, "Search texts are patterns (regular expressions)",
+     "FINDSTRING and EXTRACTUNTIL are regular expressions over each page's text; a group names the range",
+     kPatternDetails},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",

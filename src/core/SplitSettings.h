@@ -214,6 +214,9 @@ struct SplitSettings {
     int KEEPSEPARATOR = 0;
     int SEPARATORNAMES = 1;
     int DROPBLANKPAGES = 0;
+    // FINDSTRING and EXTRACTUNTIL are patterns (regular expressions) over
+    // each page's text, its words joined by single blanks.
+    int PATTERNSEARCH = 0;
 
     bool operator==(const SplitSettings&) const = default;
 };

@@ -172,8 +172,16 @@ MatchState MatchState::carried() const {
         kept.position.lastPositionWord.clear();
         kept.position.matchPage = -1;
         kept.position.codeMatch = false;
+        kept.position.captured = false;
     }
     return kept;
+}
+
+void SplitEngine::nameByPattern() {
+    if (!patternHit_ || !patternHit_->captured) return;
+    doc.g_szBuf = FilenameComposer::cleanName(patternHit_->capture);
+    doc.szOutFilenameLine = patternHit_->capture;
+    match.position.captured = true;
 }
 
 bool SplitEngine::onWord(const Word& word) {
@@ -195,7 +203,9 @@ bool SplitEngine::onWord(const Word& word) {
     // may start the capture of the name.
     if (match.position.bMatch) {
         doc.lStartPage = rangeStart(match.position.codeMatch ? match.position.matchPage : word.page);
-        if (!match.position.bFileMatch && composer.mode != FilenameMode::PositionMatch) {
+        if (match.position.captured) {
+            match.position.captured = false;  // the pattern's group named it
+        } else if (!match.position.bFileMatch && composer.mode != FilenameMode::PositionMatch) {
             doc.g_szBuf = FilenameComposer::cleanName(match.wdbuf);
             if (run.trace.on()) run.trace.write("bMatch g_szBuf: %s\r\n", doc.g_szBuf.c_str());
             if (composer.mode && namesAfterText(*composer.mode)) composer.nameTextUsed = true;
@@ -240,8 +250,14 @@ bool SplitEngine::onWord(const Word& word) {
 
     const bool positionMode =
         startsAtPosition(mode) && (mode != PageExtractMode::UntilMatchAtPosition || !match.position.fromMatchUntilPos);
+    // A search pattern found where its match begins, a search text word by word.
+    const auto startFound = [&] {
+        return patternHit_
+                   ? patternHit_->start
+                   : textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.rings.multiBuf);
+    };
     if (!positionMode) {
-        if (textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.rings.multiBuf)) {
+        if (startFound()) {
             const bool waitingForUntil =
                 (mode == PageExtractMode::UntilMatch && match.position.fromMatchUntil) ||
                 (mode == PageExtractMode::UntilMatchAtPosition && match.position.fromMatchUntilPos);
@@ -251,13 +267,12 @@ bool SplitEngine::onWord(const Word& word) {
                 match.position.matchPage = word.page;
                 match.position.codeMatch = word.code != CodeFormat::None;
                 match.position.fromMatchUntil = true;
+                nameByPattern();
                 if (view_ == ScanView::ShowHighlights) highlight(word);
             }
         }
     } else {
-        const bool textPasses =
-            settings.FINDSTRING.empty() ||
-            textMatches(settings.FINDSTRING, run.lExtractOnCharsNumWords, match.wdbuf, match.rings.multiBuf);
+        const bool textPasses = settings.FINDSTRING.empty() || startFound();
         if (textPasses && startPositionPasses(parsePosition(settings.MATCHPOSH), parsePosition(settings.MATCHPOSV),
                                               word.h, word.v, characterCount(match.wdbuf))) {
             if (run.trace.on())
@@ -272,12 +287,15 @@ bool SplitEngine::onWord(const Word& word) {
             match.position.codeMatch = word.code != CodeFormat::None;
             match.position.fromMatchUntil = false;
             match.position.fromMatchUntilPos = true;
+            nameByPattern();
             if (view_ == ScanView::ShowHighlights) highlight(word);
         }
     }
 
-    if (endsAtUntilText(mode) &&
-        textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords, match.wdbuf, match.rings.multiEndBuf)) {
+    const bool untilFound = patternHit_ ? patternHit_->until
+                                        : textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords,
+                                                      match.wdbuf, match.rings.multiEndBuf);
+    if (endsAtUntilText(mode) && untilFound) {
         if (run.trace.on())
             run.trace.write("checkend -  fromMatchUntil: %d\r\n", match.position.fromMatchUntil ? 1 : 0);
         if (mode == PageExtractMode::UntilMatch && match.position.fromMatchUntil) {

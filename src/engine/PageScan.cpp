@@ -82,10 +82,23 @@ bool SplitEngine::takeSettings() {
         ui.note(message);
         return false;
     }
+    patterns_.reset();
+    if (settings.PATTERNSEARCH) {
+        for (const std::string* pattern : {&settings.FINDSTRING, &settings.EXTRACTUNTIL}) {
+            if (const auto error = PagePatterns::error(*pattern, settings.IGNORECASE != 0)) {
+                ui.note(*error);
+                return false;
+            }
+        }
+        patterns_ =
+            std::make_unique<PagePatterns>(settings.FINDSTRING, settings.EXTRACTUNTIL, settings.IGNORECASE != 0);
+    }
     run.lAquireType = *mode;
     run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
     run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
     run.lExtractFilenameNumWords = countSearchWords(settings.EXTRACTFILENAME);
+    // A pattern is matched over the page's text, not word by word.
+    if (patterns_) run.lExtractOnCharsNumWords = run.lExtractUntilCharsNumWords = 1;
     for (const auto& [text, words] : {std::pair{&settings.FINDSTRING, run.lExtractOnCharsNumWords},
                                       {&settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords},
                                       {&settings.EXTRACTFILENAME, run.lExtractFilenameNumWords}}) {
@@ -109,7 +122,7 @@ std::optional<std::array<float, 4>> SplitEngine::searchArea() const {
                                    naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
     const auto usesPositions = [](const std::string& text) { return text.find("[POS") != std::string::npos; };
     if (!atPosition || !namedWithoutWords || settings.EMAILENABLE || run.lExtractOnCharsNumWords > 1 ||
-        separator_ != kNoSeparator || settings.DROPBLANKPAGES || usesPositions(settings.PREFIXFILENAME) ||
+        separator_ != kNoSeparator || settings.DROPBLANKPAGES || patterns_ || usesPositions(settings.PREFIXFILENAME) ||
         usesPositions(settings.POSTFIXFILENAME))
         return std::nullopt;
     const PositionSpec h = parsePosition(settings.MATCHPOSH);
@@ -384,7 +397,10 @@ void SplitEngine::scan(ScanView view) {
         } else if (text->blank && settings.DROPBLANKPAGES) {
             doc.blankPages.insert(page);
         }
-        for (const Word& word : text->words) {
+        if (patterns_) patterns_->read(text->words);
+        for (std::size_t index = 0; index < text->words.size(); ++index) {
+            const Word& word = text->words[index];
+            if (patterns_) patternHit_ = &patterns_->hit(index);
             const std::size_t kept = limit ? firstCharacters(word.text, *limit).size() : word.text.size();
             if (kept == word.text.size()) {
                 if (!onWord(word)) break;
@@ -396,6 +412,7 @@ void SplitEngine::scan(ScanView view) {
         }
     }
     reader.reset();
+    patternHit_ = nullptr;
 
     if (run.trace.on()) run.trace.write("do last one lStartPage: %d\r\n", doc.lStartPage);
     if (match.position.bMatch && match.position.codeMatch && doc.lStartPage < 0) {

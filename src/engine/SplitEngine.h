@@ -17,6 +17,7 @@
 #include "core/Trace.h"
 #include "engine/FilenameComposer.h"
 #include "engine/MatchRules.h"
+#include "engine/PagePatterns.h"
 #include "engine/PageReader.h"
 #include "engine/PageWords.h"
 #include "files/Reports.h"
@@ -205,6 +206,7 @@ struct MatchState {
         // often stands alone on it.
         int matchPage = -1;
         bool codeMatch = false;
+        bool captured = false;  // a search pattern's group named the match: the word after it does not
         bool operator==(const Position&) const = default;
     } position;
 
@@ -299,6 +301,9 @@ private:
     std::string nameFor(const std::string& capture);
     // The two filename modes named by the rest of the captured line.
     bool restOfLineNames() const;
+    // A search pattern with a group names the range just matched by what
+    // the group took.
+    void nameByPattern();
     // Ends the range open at `lastPage`, as the end of the document does.
     void closeRange(int lastPage);
     // The value of the code that makes a page a separator sheet ("" for a
@@ -317,6 +322,10 @@ private:
     ScanView view_ = ScanView::Split;
     std::size_t separator_ = 0;  // the SEPARATOR mode, an index of kSeparatorModes
     CodeFormat separatorFormat_ = CodeFormat::None;
+    // With PATTERNSEARCH: the search and until patterns, and what they found
+    // at the word in hand.
+    std::unique_ptr<PagePatterns> patterns_;
+    const PagePatterns::Hit* patternHit_ = nullptr;
     int pageRotation_ = 0;
 };
 

@@ -169,6 +169,7 @@ std::string parametersText(const SplitSettings& settings, bool withLastPaths) {
         "KEEPSEPARATOR",
         "SEPARATORNAMES",
         "DROPBLANKPAGES",
+        "PATTERNSEARCH",
         "LASTPATH",
         "LASTPATHSUB",
     };

@@ -247,6 +247,7 @@ void MainDialog::build() {
     searchGrid->addWidget(label("Use as filename after text:"), 2, 0);
     searchGrid->addWidget(edit("EXTRACTFILENAME"), 2, 1);
     searchGrid->addWidget(check("IGNORECASE", "Ignore case senstivie text"), 2, 2, 1, 4);
+    searchGrid->addWidget(check("PATTERNSEARCH", "Search texts are patterns (regular expressions)"), 3, 0, 1, 2);
     auto* positions = button("viewPositions", "View Current Page h,v");
     searchGrid->addWidget(positions, 3, 2, 1, 4, Qt::AlignRight);
     searchGrid->setColumnStretch(1, 1);

@@ -175,7 +175,7 @@ private slots:
             saveScreenshot(options, name);
             click(options, "saveExit");
         }
-        QCOMPARE(checked, 65);
+        QCOMPARE(checked, 66);
 
         // Edits in an option dialog count on "Save/Exit" only. A control is
         // greyed while the lists above it leave it without effect.
