@@ -292,10 +292,12 @@ bool SplitEngine::onWord(const Word& word) {
         }
     }
 
-    const bool untilFound = patternHit_ ? patternHit_->until
-                                        : textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords,
-                                                      match.wdbuf, match.rings.multiEndBuf);
-    if (endsAtUntilText(mode) && untilFound) {
+    const auto untilFound = [&] {
+        return patternHit_ ? patternHit_->until
+                           : textMatches(settings.EXTRACTUNTIL, run.lExtractUntilCharsNumWords, match.wdbuf,
+                                         match.rings.multiEndBuf);
+    };
+    if (endsAtUntilText(mode) && untilFound()) {
         if (run.trace.on())
             run.trace.write("checkend -  fromMatchUntil: %d\r\n", match.position.fromMatchUntil ? 1 : 0);
         if (mode == PageExtractMode::UntilMatch && match.position.fromMatchUntil) {
