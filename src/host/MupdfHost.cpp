@@ -433,6 +433,29 @@ struct MupdfHost::Impl {
         mupdfGuarded(ctx, std::forward<Body>(body));
     }
 
+    // Calls `body` with a 0-based page loaded, under a page look-up and the
+    // guard; the page is dropped however `body` ends. `body` runs inside a
+    // MuPDF try block: it may throw through MuPDF only. Throws HostError.
+    template <typename Body>
+    void withPage(Document& doc, int pageNumber, Body&& body) {
+        const PageLookup lookup(*this, doc, pageNumber);
+        guarded([&] {
+            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
+            fz_try(ctx) body(page);
+            fz_always(ctx) fz_drop_page(ctx, page);
+            fz_catch(ctx) fz_rethrow(ctx);
+        });
+    }
+
+    // The matrix from a page's PDF user space to the page as drawn (points,
+    // origin top-left, rotation applied).
+    fz_matrix drawnFromUser(fz_page* page) {
+        fz_rect mediabox;
+        fz_matrix ctm;
+        pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
+        return ctm;
+    }
+
     // MuPDF 1.21 answers every look-up of a page through the page map (a page
     // loaded, grafted, or asked its rotation) with a reference to the page
     // object that nobody gives back: each page read would stay in memory
@@ -581,19 +604,10 @@ struct MupdfHost::Impl {
     bool textWords(Document& doc, int pageNumber, unsigned& number, OnWord&& onWord) {
         fz_stext_page* text = nullptr;
         fz_matrix toUser = fz_identity;
-        const PageLookup lookup(*this, doc, pageNumber);
-        guarded([&] {
-            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-            fz_try(ctx) {
-                fz_rect mediabox;
-                fz_matrix ctm;
-                pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
-                toUser = fz_invert_matrix(ctm);
-                fz_stext_options options = {};
-                text = fz_new_stext_page_from_page(ctx, page, &options);
-            }
-            fz_always(ctx) fz_drop_page(ctx, page);
-            fz_catch(ctx) fz_rethrow(ctx);
+        withPage(doc, pageNumber, [&](fz_page* page) {
+            toUser = fz_invert_matrix(drawnFromUser(page));
+            fz_stext_options options = {};
+            text = fz_new_stext_page_from_page(ctx, page, &options);
         });
         const auto drop = [this](fz_stext_page* page) { fz_drop_stext_page(ctx, page); };
         const std::unique_ptr<fz_stext_page, decltype(drop)> owned(text, drop);
@@ -701,20 +715,13 @@ struct MupdfHost::Impl {
 
     bool drawsNothing(Document& doc, int pageNumber) {
         fz_rect marks = fz_empty_rect;
-        const PageLookup lookup(*this, doc, pageNumber);
-        guarded([&] {
-            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-            fz_device* device = nullptr;
-            fz_var(device);
+        withPage(doc, pageNumber, [&](fz_page* page) {
+            fz_device* device = fz_new_bbox_device(ctx, &marks);
             fz_try(ctx) {
-                device = fz_new_bbox_device(ctx, &marks);
                 fz_run_page(ctx, page, device, fz_identity, nullptr);
                 fz_close_device(ctx, device);
             }
-            fz_always(ctx) {
-                fz_drop_device(ctx, device);
-                fz_drop_page(ctx, page);
-            }
+            fz_always(ctx) fz_drop_device(ctx, device);
             fz_catch(ctx) fz_rethrow(ctx);
         });
         return fz_is_empty_rect(marks);
@@ -727,38 +734,30 @@ struct MupdfHost::Impl {
         rendered.scale = static_cast<float>(std::clamp(dpi, 36, 1200)) / 72.0f;
         const float scale = rendered.scale;
         fz_pixmap* pixmap = nullptr;
-        const PageLookup lookup(*this, doc, pageNumber);
-        guarded([&] {
-            fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-            fz_try(ctx) {
-                fz_rect mediabox;
-                fz_matrix ctm;
-                pdf_page_transform(ctx, pdf_page_from_fz_page(ctx, page), &mediabox, &ctm);
-                rendered.toUser = fz_invert_matrix(ctm);
-                if (area) {
-                    // The area alone: its pixels of the page as drawn.
-                    const auto& [x0, y0, x1, y1] = *area;
-                    const fz_rect drawnArea = fz_intersect_rect(
-                        fz_transform_rect(fz_make_rect(x0, y0, x1, y1), fz_concat(ctm, fz_scale(scale, scale))),
-                        fz_transform_rect(fz_bound_page(ctx, page), fz_scale(scale, scale)));
-                    pixmap = fz_new_pixmap_with_bbox(ctx, fz_device_gray(ctx), fz_round_rect(drawnArea), nullptr, 0);
-                    fz_clear_pixmap_with_value(ctx, pixmap, 255);
-                    fz_device* device = fz_new_draw_device(ctx, fz_identity, pixmap);
-                    fz_try(ctx) {
-                        fz_run_page(ctx, page, device, fz_scale(scale, scale), nullptr);
-                        fz_close_device(ctx, device);
-                    }
-                    fz_always(ctx) fz_drop_device(ctx, device);
-                    fz_catch(ctx) {
-                        fz_drop_pixmap(ctx, pixmap);
-                        fz_rethrow(ctx);
-                    }
-                } else {
-                    pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(scale, scale), fz_device_gray(ctx), 0);
+        withPage(doc, pageNumber, [&](fz_page* page) {
+            const fz_matrix ctm = drawnFromUser(page);
+            rendered.toUser = fz_invert_matrix(ctm);
+            if (area) {
+                // The area alone: its pixels of the page as drawn.
+                const auto& [x0, y0, x1, y1] = *area;
+                const fz_rect drawnArea = fz_intersect_rect(
+                    fz_transform_rect(fz_make_rect(x0, y0, x1, y1), fz_concat(ctm, fz_scale(scale, scale))),
+                    fz_transform_rect(fz_bound_page(ctx, page), fz_scale(scale, scale)));
+                pixmap = fz_new_pixmap_with_bbox(ctx, fz_device_gray(ctx), fz_round_rect(drawnArea), nullptr, 0);
+                fz_clear_pixmap_with_value(ctx, pixmap, 255);
+                fz_device* device = fz_new_draw_device(ctx, fz_identity, pixmap);
+                fz_try(ctx) {
+                    fz_run_page(ctx, page, device, fz_scale(scale, scale), nullptr);
+                    fz_close_device(ctx, device);
                 }
+                fz_always(ctx) fz_drop_device(ctx, device);
+                fz_catch(ctx) {
+                    fz_drop_pixmap(ctx, pixmap);
+                    fz_rethrow(ctx);
+                }
+            } else {
+                pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(scale, scale), fz_device_gray(ctx), 0);
             }
-            fz_always(ctx) fz_drop_page(ctx, page);
-            fz_catch(ctx) fz_rethrow(ctx);
         });
         GreyRaster& raster = rendered.raster;
         raster.width = fz_pixmap_width(ctx, pixmap);
@@ -1259,12 +1258,8 @@ MupdfHost::PageImage MupdfHost::renderPage(DocHandle handle, int pageNumber, flo
     impl_->checkPage(doc, pageNumber);
     PageImage image;
     fz_pixmap* pixmap = nullptr;
-    const Impl::PageLookup lookup(*impl_, doc, pageNumber);
-    impl_->guarded([&] {
-        fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-        fz_try(ctx) pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(zoom, zoom), fz_device_rgb(ctx), 0);
-        fz_always(ctx) fz_drop_page(ctx, page);
-        fz_catch(ctx) fz_rethrow(ctx);
+    impl_->withPage(doc, pageNumber, [&](fz_page* page) {
+        pixmap = fz_new_pixmap_from_page(ctx, page, fz_scale(zoom, zoom), fz_device_rgb(ctx), 0);
     });
     image.width = fz_pixmap_width(ctx, pixmap);
     image.height = fz_pixmap_height(ctx, pixmap);
@@ -1283,13 +1278,7 @@ std::pair<float, float> MupdfHost::pageSize(DocHandle handle, int pageNumber) {
     auto& doc = impl_->document(handle);
     impl_->checkPage(doc, pageNumber);
     fz_rect bounds = fz_empty_rect;
-    const Impl::PageLookup lookup(*impl_, doc, pageNumber);
-    impl_->guarded([&] {
-        fz_page* page = fz_load_page(ctx, &doc.pdf->super, pageNumber);
-        fz_try(ctx) bounds = fz_bound_page(ctx, page);
-        fz_always(ctx) fz_drop_page(ctx, page);
-        fz_catch(ctx) fz_rethrow(ctx);
-    });
+    impl_->withPage(doc, pageNumber, [&](fz_page* page) { bounds = fz_bound_page(ctx, page); });
     return {bounds.x1 - bounds.x0, bounds.y1 - bounds.y0};
 }
 

@@ -24,15 +24,6 @@ QCheckBox* checkBox(QWidget* parent, const char* key, const char* label) {
     return box;
 }
 
-QLabel* hint(QWidget* parent, const QString& text) {
-    auto* label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
 }  // namespace
 
 EmailSettingsDialog::EmailSettingsDialog(const SplitSettings& settings, MailTransport transport, OpenAction open,

@@ -5,6 +5,7 @@
 #include <QBoxLayout>
 #include <QDialogButtonBox>
 #include <QIntValidator>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 
@@ -20,6 +21,15 @@ QLineEdit* OptionsDialog::edit(const char* key) {
     if (const SettingsKey* found = findSettingsKey(key); found && found->type == KeyType::Integer)
         line->setValidator(new QIntValidator(line));
     return line;
+}
+
+QLabel* OptionsDialog::hint(QWidget* parent, const QString& text) {
+    auto* label = new QLabel(text, parent);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 0.9);
+    label->setFont(font);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    return label;
 }
 
 void OptionsDialog::finish(QBoxLayout* layout, const SplitSettings& settings) {

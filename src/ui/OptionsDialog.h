@@ -7,6 +7,7 @@
 #include <QDialog>
 
 class QBoxLayout;
+class QLabel;
 class QLineEdit;
 
 namespace vellira::ui {
@@ -24,6 +25,8 @@ protected:
     void finish(QBoxLayout* layout, const SplitSettings& settings);
     // A line edit for the key `key`; integer keys take digits only.
     QLineEdit* edit(const char* key);
+    // A note under a control, smaller and paler than a label.
+    static QLabel* hint(QWidget* parent, const QString& text);
 };
 
 }  // namespace vellira::ui

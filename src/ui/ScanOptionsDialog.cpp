@@ -21,15 +21,6 @@ QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static
 
 QString labelOf(const char* key) { return qt(findSettingsKey(key)->label); }
 
-QLabel* hint(QWidget* parent, const QString& text) {
-    auto* label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
 // A list of a key's modes; it offers only them.
 template <std::size_t N>
 QComboBox* modeList(QWidget* parent, const char* key, const std::array<std::string_view, N>& modes) {
