@@ -23,6 +23,8 @@ pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)
 pkg_check_modules(TESSERACT REQUIRED IMPORTED_TARGET tesseract lept)
 find_package(nlohmann_json 3.10 REQUIRED)
+pkg_check_modules(SQLITE3 REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
 if(VELLIRA_BUILD_GUI)
   find_package(Qt6 REQUIRED COMPONENTS Widgets DBus Test)

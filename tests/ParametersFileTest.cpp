@@ -43,7 +43,7 @@ TEST(ParametersFile, SaveAndLoadKeepsWhatTheWriterWrites) {
     EXPECT_EQ(ui.notes, std::vector<std::string>{path + " saved."});
 
     const std::string text = readFile(path);
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 72);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 86);
     EXPECT_NE(text.find("\r\nEMAILMSG;Dear customer,(return)(newline)your statement.(newline) \r\n"),
               std::string::npos);
     EXPECT_NE(text.find("\r\nUNTILWORDISFILENAME;"), std::string::npos);

@@ -64,6 +64,37 @@ struct ShowOptions {
 };
 int runShow(const ShowOptions& options);
 
+// "watch": inboxes split as PDFs arrive, each with the settings options, or
+// the inboxes of a watch list, each with its own parameters file.
+struct WatchOptions {
+    SettingsOptions settings;
+    std::string list;
+    std::vector<std::string> inboxes;
+    int jobs = 1;
+    double settleSeconds = 5;
+    double pollSeconds = 10;
+    bool pollOnly = false;
+};
+int runWatch(const WatchOptions& options);
+
+// "mail-status": the mails kept in the journal.
+struct MailStatusOptions {
+    std::string since;  // YYYY-MM-DD[ HH:MM[:SS]]
+    bool failed = false;
+    bool csv = false;
+};
+int runMailStatus(const MailStatusOptions& options);
+
+// "mail-resend": the failed mails sent again, as they were made; the
+// settings options give the password.
+struct MailResendOptions {
+    SettingsOptions settings;
+    std::string since;
+    bool failed = false;
+    bool quiet = false;
+};
+int runMailResend(const MailResendOptions& options);
+
 // "keys": every parameters-file key, both mode lists and the filename
 // macros; with a key, that key in full.
 struct KeysOptions {

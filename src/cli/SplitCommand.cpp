@@ -1,6 +1,7 @@
 // split and show: the "Process Batch List" and "&Show" commands.
 #include "cli/Commands.h"
 #include "cli/ConsoleInterface.h"
+#include "cli/JournaledConsole.h"
 #include "core/Text.h"
 #include "files/BatchListFile.h"
 #include "files/ParametersFile.h"
@@ -172,7 +173,8 @@ std::string jsonReport(const BatchResult& result) {
 
 // 1 when a row failed or the run was refused; 3 when every row is "Done"
 // but a range or a mail failed, a document gave no range or was not read to
-// its end, or the run was stopped; 0 when all was done.
+// its end, a piece is an exception, or the run was stopped; 0 when all was
+// done.
 int exitStatus(const BatchResult& result) {
     bool left = false;
     for (const auto& row : result.rows) {
@@ -182,7 +184,7 @@ int exitStatus(const BatchResult& result) {
     }
     if (!result.completed && !result.stopped) return 1;
     const bool warned = result.stopped || left || result.rangesFailed > 0 || result.mailsFailed > 0 ||
-                        result.documentsWithoutRanges > 0 || result.scansFailed > 0;
+                        result.documentsWithoutRanges > 0 || result.scansFailed > 0 || result.exceptions > 0;
     return warned ? 3 : 0;
 }
 
@@ -214,15 +216,16 @@ int reportResult(const BatchResult& result, ConsoleInterface& ui, bool json, boo
     if (result.mailsFailed > 0) summary += "; " + std::to_string(result.mailsFailed) + " mail(s) failed";
     if (result.scansFailed > 0) summary += "; " + std::to_string(result.scansFailed) + " scan(s) failed";
     if (result.pagesRecognized > 0) summary += "; " + std::to_string(result.pagesRecognized) + " page(s) read by OCR";
+    if (result.exceptions > 0) summary += "; " + std::to_string(result.exceptions) + " exception(s)";
     // Quiet, the line is left out unless something failed.
-    if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0 || result.scansFailed > 0)
+    if (!quiet || result.rangesFailed > 0 || result.mailsFailed > 0 || result.scansFailed > 0 || result.exceptions > 0)
         std::cerr << summary << "\n";
     return std::cout ? exitStatus(result) : 1;
 }
 
 int runSplit(const SplitOptions& options) {
     BatchJob job;
-    ConsoleInterface ui(options.yes, options.quiet);
+    JournaledConsole ui(options.yes, options.quiet);
     if (const int status = buildJob(options, "split", job, ui); status != 0) return status;
     MupdfHost host;
     BatchResult result;
@@ -230,6 +233,7 @@ int runSplit(const SplitOptions& options) {
         StopOnInterrupt stop(ui);
         result = runBatch(job, host, ui);
     }
+    ui.warnIfNotKept();
     return reportResult(result, ui, options.json, options.quiet);
 }
 
@@ -322,7 +326,7 @@ int runApply(const ApplyOptions& options) {
         std::cerr << "vellira-batch apply: refused the plan '" << options.plan << "': " << *why << "\n";
         return 1;
     }
-    ConsoleInterface ui(options.yes, options.quiet);
+    JournaledConsole ui(options.yes, options.quiet);
     if (!options.finish) {
         int shard = 1;
         int shards = 1;
@@ -384,6 +388,7 @@ int runApply(const ApplyOptions& options) {
         StopOnInterrupt stop(ui);
         result = finishPlan(plan, shards, password ? password : "", mailTransportFromEnvironment(), ui);
     }
+    ui.warnIfNotKept();
     return reportResult(result, ui, options.json, options.quiet);
 }
 

@@ -122,6 +122,55 @@ int main(int argc, char** argv) {
         "mail-test", "Send one test mail, with the e-mail settings, to the from address (EMAILFROM).");
     addSettingsOptions(mailTestCommand, mailTest);
 
+    vellira::cli::WatchOptions watch;
+    auto* watchCommand = app.add_subcommand(
+        "watch",
+        "Split each PDF that arrives in an INBOX folder once it is complete, then move it to INBOX/done, or to "
+        "INBOX/error beside a .txt saying why. Runs until stopped (TERM, Ctrl-C); HUP reads the job files again. "
+        "A journal in the state folder makes every piece and mail go once, across crashes.");
+    addSettingsOptions(watchCommand, watch.settings);
+    watchCommand
+        ->add_option("--list", watch.list,
+                     "a watch list (.lst form): each row an inbox folder with its own parameters file")
+        ->type_name("FILE");
+    watchCommand->add_option("--jobs", watch.jobs, "split up to N PDFs at once (default 1)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 256));
+    watchCommand
+        ->add_option("--settle", watch.settleSeconds,
+                     "seconds a file's size and time must stay unchanged before it is taken (default 5)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 86400.0));
+    watchCommand
+        ->add_option("--poll", watch.pollSeconds,
+                     "seconds between looks at folders that send no change events, such as network shares "
+                     "(default 10)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.05, 86400.0));
+    watchCommand->add_flag("--poll-only", watch.pollOnly, "look at every folder every --poll seconds");
+    watchCommand->add_option("INBOX", watch.inboxes, "the folders to watch");
+
+    vellira::cli::MailStatusOptions mailStatus;
+    auto* mailStatusCommand = app.add_subcommand(
+        "mail-status",
+        "List the mail attempts kept in the journal: time, status (sent, failed, retrying, sending), attempts, "
+        "recipient, file and the server's answer.");
+    mailStatusCommand->add_option("--since", mailStatus.since, "only mails tried at or after DATE")
+        ->type_name("YYYY-MM-DD[ HH:MM]");
+    mailStatusCommand->add_flag("--failed", mailStatus.failed, "only the mails that failed");
+    mailStatusCommand->add_flag("--csv", mailStatus.csv, "CSV with a header line instead of tab lines");
+
+    vellira::cli::MailResendOptions mailResend;
+    auto* mailResendCommand = app.add_subcommand(
+        "mail-resend",
+        "Send again, with the same message, each mail the journal has as failed. The password comes from "
+        "VELLIRA_EMAILPASSWORD or the settings options.");
+    addSettingsOptions(mailResendCommand, mailResend.settings);
+    mailResendCommand->add_flag("--failed", mailResend.failed, "the mails that failed (required)");
+    mailResendCommand->add_option("--since", mailResend.since, "only mails tried at or after DATE")
+        ->type_name("YYYY-MM-DD[ HH:MM]");
+    mailResendCommand->add_flag("-q,--quiet", mailResend.quiet, "show only the run's messages");
+
     vellira::cli::PositionsOptions positions;
     auto* positionsCommand =
         app.add_subcommand("positions",
@@ -169,6 +218,9 @@ int main(int argc, char** argv) {
     if (*showCommand) return vellira::cli::runShow(show);
     if (*positionsCommand) return vellira::cli::runPositions(positions);
     if (*mailTestCommand) return vellira::cli::runMailTest(mailTest);
+    if (*watchCommand) return vellira::cli::runWatch(watch);
+    if (*mailStatusCommand) return vellira::cli::runMailStatus(mailStatus);
+    if (*mailResendCommand) return vellira::cli::runMailResend(mailResend);
     if (*keysCommand) return vellira::cli::runKeys(keys);
     if (*setupCommand) return vellira::cli::runSetup(setup);
     return 2;

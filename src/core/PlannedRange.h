@@ -16,6 +16,8 @@ struct PlannedRange {
     // the words read there.
     int pagesRecognized = 0;
     int meanConfidence = 0;
+    // The check the piece breaks, when it breaks one.
+    std::string exception;
 };
 
 // One output a planned run would save, for another process to write: the

@@ -41,6 +41,23 @@ struct MailStatus {
     int failed = 0;
 };
 
+struct SplitSettings;
+
+// One attempt to send a mail, as it goes: the output file and its 1-based
+// source pages, the recipient, the settings the mail is made from, and
+// where it stands ("sending", "retrying", "sent", "failed") with the server's
+// answer or the transport's text.
+struct MailAttempt {
+    std::string file;
+    int first = 0;
+    int last = 0;
+    std::string recipient;
+    const SplitSettings* settings = nullptr;
+    std::string status;
+    std::string answer;
+    int attempt = 1;  // 1 for the first try
+};
+
 class RunInterface {
 public:
     virtual ~RunInterface() = default;
@@ -67,6 +84,10 @@ public:
     // "Email Status": called before and after each mail. By default the
     // mail being sent is shown as a status line.
     virtual void mailStatus(const MailStatus& progress);
+    // Before a mail is sent: false leaves it out, as one already sent (a
+    // journal that knows it went). Then each attempt, and how it ended.
+    virtual bool mailStarting(const MailAttempt&) { return true; }
+    virtual void mailAttempted(const MailAttempt&) {}
     // The Stop flag, read before every row, page and mail.
     bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
     void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }

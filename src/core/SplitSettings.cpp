@@ -101,6 +101,13 @@ constexpr std::string_view kSmtpDetails =
     "verified; the environment variable SSL_CERT_FILE names other authorities to trust. The mail-test command "
     "sends one test mail to EMAILFROM.";
 
+constexpr std::string_view kEmailRetryDetails =
+    "A mail the server puts off (a 4xx answer), or that cannot reach the server or gets no answer in time, is "
+    "tried again after 1 second, then 2, 4, ... (at most 5 minutes apart) until it is sent or this many seconds "
+    "have passed since the first try; then it counts as failed. A refusal (a 5xx answer) is final at once. "
+    "0 tries each mail once. Unattended runs usually allow an hour: EMAILRETRYSECONDS=3600. Mails that failed "
+    "can be sent again later with 'vellira-batch mail-resend --failed'.";
+
 constexpr std::string_view kEmailBoundsDetails =
     "The address is the word holding \"@\" that lies within EMAILMATCHVERT..EMAILMATCHVERTTO and "
     "EMAILMATCHHORIZ..EMAILMATCHHORIZTO on the pages of an output file, joined without blanks to the words beside "
@@ -184,6 +191,50 @@ constexpr std::string_view kPatternDetails =
     "more digits, each named by its number:\n"
     "  PATTERNSEARCH;1\n"
     "  FINDSTRING;ACC(\\d{4,})";
+
+constexpr std::string_view kValueChangeDetails =
+    "With SPLITONCHANGE on, each page's value is read and a new piece starts on every page whose value differs "
+    "from the value before it; pages without a value (continuation pages) belong to the piece before them, and "
+    "pages before the first value to the first piece. The value names the piece. A page's value is the words "
+    "inside VALUEAREA when that is set, written left,bottom,right,top in PDF points as `positions` lists them; "
+    "otherwise what the search text's first match on the page names: the word after FINDSTRING, the group of a "
+    "pattern (PATTERNSEARCH), or the word at the position in the \"using position h,v\" split modes. For "
+    "statements whose customer number stands in a box at the top right of every page:\n"
+    "  SPLITONCHANGE;1\n"
+    "  VALUEAREA;450,760,580,790";
+
+constexpr std::string_view kGroupDetails =
+    "With GROUPBYVALUE on, every range named alike goes into one piece, in the order the run meets them, however "
+    "far apart they lie in a document or across the documents of a batch list: the later ranges are appended to "
+    "the piece the first one wrote. The run keeps one entry per piece, not per page. Mail, when on, is sent once "
+    "the run has gathered every piece. To gather each customer's invoices and credit notes of a day's runs:\n"
+    "  GROUPBYVALUE;1\n"
+    "  EXTRACT;Next word as filename\n"
+    "  FINDSTRING;Customer:";
+
+constexpr std::string_view kLookupDetails =
+    "LOOKUPFILE names a CSV list (comma, semicolon, tab or bar between fields, found from its first line; "
+    "UTF-8 or Windows-1252) whose first line names its columns. The value that names a piece is looked up in "
+    "LOOKUPKEYCOLUMN (a column's name or number; the first column when empty); the row found makes each column "
+    "a macro [COL:NAME] for PREFIXFILENAME, POSTFIXFILENAME and EMAILSUBJECT, and LOOKUPEMAILCOLUMN names the "
+    "column that holds the piece's mail recipient. A value the list lacks is listed in the exceptions report "
+    "and, by LOOKUPMISSING, written under its own value (\"Write under its value\") or not at all (\"Skip\"). "
+    "With a list customers.csv of Number;Name;Email:\n"
+    "  LOOKUPFILE;/srv/lists/customers.csv\n"
+    "  LOOKUPKEYCOLUMN;Number\n"
+    "  PREFIXFILENAME;[COL:Name]_\n"
+    "  LOOKUPEMAILCOLUMN;Email";
+
+constexpr std::string_view kCheckDetails =
+    "Checks a piece must pass before it goes out; each is off when empty or 0. CHECKPAGEOF is a pattern with "
+    "two groups, the page's number and the count, that the pages of a piece must show running 1..M with no gap "
+    "and no page twice; CHECKMINPAGES and CHECKMAXPAGES bound its number of pages; CHECKVALUE is a pattern the "
+    "value naming it must match whole. A piece that fails is written into EXCEPTIONSFOLDER instead (a relative "
+    "folder is made beside the piece's own) or, with EXCEPTIONSLISTONLY, where it would go; either way it is not "
+    "mailed, it is listed in exceptions.csv in that folder (source, pages, value, the check broken), the summary "
+    "counts it and the command line exits with status 3. To hold back statements with a page missing:\n"
+    "  CHECKPAGEOF;Page (\\d+) of (\\d+)\n"
+    "  EXCEPTIONSFOLDER;Held";
 
 // Every key the parameters file can read, with the field it sets, the label
 // of its control and what it means. One entry a key: name, type, field and
@@ -296,6 +347,8 @@ const SettingsKey kKeys[] = {
      "list the mails and send them only when confirmed (--yes on the command line)"},
     {"EMAILTEST", KeyType::Flag, &S::EMAILTEST, "Test mode! all emails will be sent to from address instead",
      "send every mail to EMAILFROM instead of the address found"},
+    {"EMAILRETRYSECONDS", KeyType::Integer, &S::EMAILRETRYSECONDS, "Retry for (seconds):",
+     "how long a mail the server put off, or could not take, is tried again; 0 for once", kEmailRetryDetails},
     {"EMAILMATCHVERT", KeyType::Integer, &S::EMAILMATCHVERT, "Email match vertical position:",
      "lowest v of the address word, -1 for any", kEmailBoundsDetails},
     {"EMAILMATCHVERTTO", KeyType::Integer, &S::EMAILMATCHVERTTO, "to",
@@ -341,6 +394,35 @@ const SettingsKey kKeys[] = {
     {"PATTERNSEARCH", KeyType::Flag, &S::PATTERNSEARCH, "Search texts are patterns (regular expressions)",
      "FINDSTRING and EXTRACTUNTIL are regular expressions over each page's text; a group names the range",
      kPatternDetails},
+    {"SPLITONCHANGE", KeyType::Flag, &S::SPLITONCHANGE, "Start a piece where the value changes",
+     "a new piece starts on each page whose value differs from the page before; pages without one continue it",
+     kValueChangeDetails},
+    {"VALUEAREA", KeyType::Text, &S::VALUEAREA, "Value area (left,bottom,right,top):",
+     "with SPLITONCHANGE, the value is the words inside this area of each page, in PDF points",
+     kValueChangeDetails},
+    {"GROUPBYVALUE", KeyType::Flag, &S::GROUPBYVALUE, "Gather the ranges of each name into one piece",
+     "ranges named alike go into one piece in page order, across the documents of the run", kGroupDetails},
+    {"LOOKUPFILE", KeyType::Text, &S::LOOKUPFILE, "List of values (CSV):",
+     "a CSV list the naming value is looked up in; its columns become [COL:NAME] macros", kLookupDetails},
+    {"LOOKUPKEYCOLUMN", KeyType::Text, &S::LOOKUPKEYCOLUMN, "Value column:",
+     "the list's column (name or number) that holds the value; the first when empty", kLookupDetails},
+    {"LOOKUPMISSING", KeyType::Text, &S::LOOKUPMISSING, "A value not in the list:",
+     "\"Write under its value\" or \"Skip\" for a value the list lacks", kLookupDetails},
+    {"LOOKUPEMAILCOLUMN", KeyType::Text, &S::LOOKUPEMAILCOLUMN, "Recipient column:",
+     "the list's column that holds the piece's mail recipient; the address on the pages when empty",
+     kLookupDetails},
+    {"CHECKPAGEOF", KeyType::Text, &S::CHECKPAGEOF, "Page numbering (N of M):",
+     "a pattern with two groups, page and count, that each piece's pages must run 1..M by", kCheckDetails},
+    {"CHECKMINPAGES", KeyType::Integer, &S::CHECKMINPAGES, "Fewest pages:",
+     "a piece with fewer pages is an exception; 0 for no check", kCheckDetails},
+    {"CHECKMAXPAGES", KeyType::Integer, &S::CHECKMAXPAGES, "Most pages:",
+     "a piece with more pages is an exception; 0 for no check", kCheckDetails},
+    {"CHECKVALUE", KeyType::Text, &S::CHECKVALUE, "Value must match:",
+     "a pattern the value naming each piece must match whole", kCheckDetails},
+    {"EXCEPTIONSFOLDER", KeyType::Text, &S::EXCEPTIONSFOLDER, "Exceptions folder:",
+     "where pieces that fail a check go, with exceptions.csv; relative to the piece's own folder", kCheckDetails},
+    {"EXCEPTIONSLISTONLY", KeyType::Flag, &S::EXCEPTIONSLISTONLY, "Only list exceptions",
+     "pieces that fail a check are written where they would go and only listed", kCheckDetails},
     {"LASTPATH", KeyType::Text, &S::LASTPATH, "",
      "the last folder used by the batch list window"},
     {"LASTPATHSUB", KeyType::Text, &S::LASTPATHSUB, "",

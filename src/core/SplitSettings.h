@@ -182,6 +182,7 @@ struct SplitSettings {
     int USEOUTLOOK = 0;
     int EMAILCONFIRM = 0;
     int EMAILTEST = 0;
+    int EMAILRETRYSECONDS = 0;  // how long a mail the server put off is tried again
     std::string EMAILLOGFILE;
     int EMAILMATCHVERT = 0;
     int EMAILMATCHVERTTO = 0;
@@ -217,6 +218,30 @@ struct SplitSettings {
     // FINDSTRING and EXTRACTUNTIL are patterns (regular expressions) over
     // each page's text, its words joined by single blanks.
     int PATTERNSEARCH = 0;
+    // Pieces cut where a value changes: the value a page's match names it by,
+    // or the words inside VALUEAREA ("left,bottom,right,top" in points).
+    int SPLITONCHANGE = 0;
+    std::string VALUEAREA;
+    // Every range of one name goes into one piece, in page order, across the
+    // documents of the run.
+    int GROUPBYVALUE = 0;
+    // A CSV list the captured value is looked up in: its columns are the
+    // [COL:NAME] macros; a value missing from it is written under its own
+    // name or skipped (one of kLookupMissingModes).
+    std::string LOOKUPFILE;
+    std::string LOOKUPKEYCOLUMN;
+    std::string LOOKUPMISSING = "Write under its value";
+    std::string LOOKUPEMAILCOLUMN;
+    // Checks each piece must pass before it goes out: "Page N of M" runs
+    // 1..M (a pattern with two groups), a number of pages, a value pattern.
+    // A piece that fails goes to EXCEPTIONSFOLDER (beside its own folder
+    // when relative), or is only listed.
+    std::string CHECKPAGEOF;
+    int CHECKMINPAGES = 0;
+    int CHECKMAXPAGES = 0;
+    std::string CHECKVALUE;
+    std::string EXCEPTIONSFOLDER = "Exceptions";
+    int EXCEPTIONSLISTONLY = 0;
 
     bool operator==(const SplitSettings&) const = default;
 };
@@ -227,6 +252,9 @@ inline constexpr std::array<std::string_view, 3> kOcrModes = {"Off", "Pages with
 // The SEPARATOR key's values: what makes a page a separator sheet.
 inline constexpr std::array<std::string_view, 5> kSeparatorModes = {"None", "Code value is", "Code value begins with",
                                                                     "Any code of format", "Blank page"};
+
+// The LOOKUPMISSING key's values: what becomes of a value the list lacks.
+inline constexpr std::array<std::string_view, 2> kLookupMissingModes = {"Write under its value", "Skip"};
 
 // One parameters-file key: its name, its type and the field it names, listed
 // in the order the parameters reader compares them, with what a user is told

@@ -99,6 +99,18 @@ std::string FilenameComposer::cutBody(std::string text, bool stripEnd) const {
     return text;
 }
 
+template <typename Value>
+void FilenameComposer::expandTokens(std::string& text, std::string_view head, Value&& value) {
+    for (std::size_t at = text.find(head); at != std::string::npos; at = text.find(head, at)) {
+        const auto close = text.find(']', at);
+        if (close == std::string::npos) break;
+        const std::string found =
+            cleanName(value(std::string_view(text).substr(at + head.size(), close - at - head.size())));
+        text.replace(at, close - at + 1, found);
+        at += found.size();
+    }
+}
+
 void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned, const NameRange& range) {
     if (text.find('[') == std::string::npos) return;
     const auto number = [](const char* format, long value) { return formatText(format, value); };
@@ -111,6 +123,14 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
                 host_.makeHostPath(outputFolder(settings_) + kSeparator + std::string(cleaned)), ignored);
         replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
     }
+    expandTokens(text, "[GROUP", [&](std::string_view number) {
+        const long group = leadingInteger(number);
+        return group >= 1 && static_cast<std::size_t>(group) <= groups.size() ? groups[group - 1] : std::string();
+    });
+    expandTokens(text, "[COL:", [&](std::string_view name) {
+        const auto column = lookup && lookupRow ? lookup->column(name) : std::nullopt;
+        return column ? (*lookupRow)[*column] : std::string();
+    });
     replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));
     replaceAll(text, "[PAGEEND]", number("%6.6ld", range.end + 1L));
     replaceAll(text, "[PAGESTARTNOMASK]",

@@ -13,11 +13,13 @@
 #include "core/Trace.h"
 #include "engine/PageReader.h"
 #include "engine/PageWords.h"
+#include "files/LookupList.h"
 
 #include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vellira {
 
@@ -48,6 +50,11 @@ public:
     // The filename mode names are composed by; none for a text that names no
     // mode, which answers the previous path again.
     std::optional<FilenameMode> mode = FilenameMode::NextWord;
+    // For the range being named: what the search pattern's groups took
+    // ("[GROUP2]"...), and its row of the lookup list ("[COL:NAME]").
+    std::vector<std::string> groups;
+    const LookupList* lookup = nullptr;
+    const std::vector<std::string>* lookupRow = nullptr;
 
     // Takes the filename mode from its text, once per run and after a batch
     // row loaded its own settings. An empty text names by the captured text,
@@ -76,6 +83,10 @@ public:
 
 private:
     void expandMacros(std::string& text, std::string_view cleaned, const NameRange& range);
+    // Replaces each "[HEAD...]" token of `text` by what `value` answers for
+    // the text between the head and the bracket.
+    template <typename Value>
+    static void expandTokens(std::string& text, std::string_view head, Value&& value);
     std::string cutBody(std::string text, bool stripEnd) const;
 
     const SplitSettings& settings_;

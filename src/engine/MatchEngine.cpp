@@ -178,7 +178,9 @@ MatchState MatchState::carried() const {
 }
 
 void SplitEngine::nameByPattern() {
-    if (!patternHit_ || !patternHit_->captured) return;
+    if (!patternHit_) return;
+    composer.groups = patternHit_->groups;
+    if (!patternHit_->captured) return;
     doc.g_szBuf = FilenameComposer::cleanName(patternHit_->capture);
     doc.szOutFilenameLine = patternHit_->capture;
     match.position.captured = true;

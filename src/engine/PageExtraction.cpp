@@ -69,12 +69,17 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
     if (run.trace.on()) run.trace.write("SavePDDoc szPathName: %s\r\n\r\n", path.c_str());
     std::string destination = path;
     std::error_code ignored;
-    if (!run.overwrite && !settings.ALWAYSAPPEND && path.size() > 3 &&
+    const bool grouped = settings.GROUPBYVALUE && run.groupedAs.contains(path);
+    if (!run.overwrite && !settings.ALWAYSAPPEND && !grouped && path.size() > 3 &&
         std::filesystem::exists(host.makeHostPath(path), ignored)) {
         for (int part = 2;; ++part) {
             destination = formatText("%.*s_part%.3d.pdf", static_cast<int>(path.size() - 4), path.c_str(), part);
             if (!std::filesystem::exists(host.makeHostPath(destination), ignored)) break;
         }
+    }
+    if (settings.GROUPBYVALUE && !grouped) {
+        run.groupedAs.try_emplace(path, destination);
+        run.groupedAs.try_emplace(destination, destination);
     }
     const auto hostPath = host.makeHostPath(destination);
     // Every level of a missing output folder; a folder that cannot be made
@@ -165,6 +170,7 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     }
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
     if (run.plan) run.plan->push_back({start + 1, end + 1, doc.g_szBuf, outFile});
+    if (checks_ && (saved || run.plan)) recordPiece(outFile, start, end);
     if (saved) {
         PlannedRange output{start + 1, end + 1, doc.g_szBuf, outFile};
         long confidence = 0;
@@ -190,7 +196,10 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         mail.last = end + 1;
         // A file that holds exactly this range's pages has their words.
         mail.address.reset();
-        if (saved && !appended && addressFromWords) {
+        const auto listed = lookup_ && composer.lookupRow ? lookup_->column(settings.LOOKUPEMAILCOLUMN) : std::nullopt;
+        if (listed) {
+            mail.address = (*composer.lookupRow)[*listed];
+        } else if (saved && !appended && addressFromWords) {
             auto words = recentWords(start, end);
             // A planned output is never there to be read later.
             if (!words && run.planned) words = sourceWords(start, end);
@@ -234,8 +243,9 @@ std::optional<std::vector<Word>> SplitEngine::sourceWords(int first, int last) {
 
 bool SplitEngine::planRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
     std::error_code ignored;
-    appended = settings.ALWAYSAPPEND &&
-               (run.plannedOutputs.count(outFile) || std::filesystem::exists(host.makeHostPath(outFile), ignored));
+    appended = (settings.GROUPBYVALUE && run.plannedOutputs.count(outFile)) ||
+               (settings.ALWAYSAPPEND &&
+                (run.plannedOutputs.count(outFile) || std::filesystem::exists(host.makeHostPath(outFile), ignored)));
     int pages = 0;
     try {
         pages = host.pageCount(source);
@@ -260,7 +270,12 @@ bool SplitEngine::planRange(DocHandle source, const std::string& outFile, int st
     return true;
 }
 
-bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int start, int end, bool& appended) {
+bool SplitEngine::writeRange(DocHandle source, const std::string& named, int start, int end, bool& appended) {
+    // Grouped by value, a range goes after the ranges of its name this run
+    // wrote before it, into the file they were saved to.
+    const auto group = settings.GROUPBYVALUE ? run.groupedAs.find(named) : run.groupedAs.end();
+    const bool grouped = group != run.groupedAs.end();
+    const std::string& outFile = grouped ? group->second : named;
     const auto hostPath = host.makeHostPath(outFile);
     // A name nothing stands at yet is neither a source nor anything but a
     // plain file to be.
@@ -283,7 +298,7 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& outFile, int s
     // Appends of two runs to one output are one after the other: the old
     // file is read and the new one saved under the output's lock.
     std::optional<FileLock> appending;
-    if (settings.ALWAYSAPPEND) appending.emplace(hostPath);
+    if (settings.ALWAYSAPPEND || grouped) appending.emplace(hostPath);
     const bool append = appending && appending->fileThere();
     appended = append;
     DocHandle target;

@@ -61,26 +61,26 @@ void PagePatterns::read(const std::vector<Word>& words) {
         const int groups = re.NumberOfCapturingGroups();
         const auto named = re.NamedCapturingGroups().find("name");
         const int taken = named != re.NamedCapturingGroups().end() ? named->second : groups > 0 ? 1 : 0;
-        std::vector<re2::StringPiece> parts(static_cast<std::size_t>(taken) + 1);
+        std::vector<re2::StringPiece> parts(static_cast<std::size_t>(groups) + 1);
         for (std::size_t from = 0; from <= text.size();) {
             if (!re.Match(text, from, text.size(), RE2::UNANCHORED, parts.data(), static_cast<int>(parts.size())))
                 break;
             const auto begin = static_cast<std::size_t>(parts[0].data() - text.data());
-            Hit& hit = hits_[wordAt(begin)];
-            found(hit, taken > 0,
-                  std::string(parts[static_cast<std::size_t>(taken)].data(),
-                              parts[static_cast<std::size_t>(taken)].size()));
+            found(hits_[wordAt(begin)], taken, parts);
             from = parts[0].empty() ? begin + 1 : begin + parts[0].size();
         }
     };
+    const auto piece = [](const re2::StringPiece& part) { return std::string(part.data(), part.size()); };
     if (find_)
-        scan(*find_, [](Hit& hit, bool grouped, std::string taken) {
+        scan(*find_, [&](Hit& hit, int taken, const std::vector<re2::StringPiece>& parts) {
             if (hit.start) return;  // the first match at a word counts
             hit.start = true;
-            hit.captured = grouped;
-            hit.capture = std::move(taken);
+            hit.captured = taken > 0;
+            hit.capture = piece(parts[static_cast<std::size_t>(taken)]);
+            hit.whole = piece(parts[0]);
+            for (std::size_t group = 1; group < parts.size(); ++group) hit.groups.push_back(piece(parts[group]));
         });
-    if (until_) scan(*until_, [](Hit& hit, bool, const std::string&) { hit.until = true; });
+    if (until_) scan(*until_, [](Hit& hit, int, const std::vector<re2::StringPiece>&) { hit.until = true; });
 }
 
 }  // namespace vellira

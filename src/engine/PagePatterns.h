@@ -25,6 +25,8 @@ public:
         bool until = false;     // a match of the until pattern begins here
         bool captured = false;  // the search pattern has a group: `capture` is what it took
         std::string capture;
+        std::string whole;                // the search pattern's match
+        std::vector<std::string> groups;  // what each of its groups took, the first first
     };
 
     // The message for a pattern that is not one ("" for an empty text), or

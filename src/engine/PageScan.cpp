@@ -45,6 +45,9 @@ bool SplitEngine::beginRun(const std::tm& now) {
     run.filesWritten = run.rangesFailed = run.documentsWithoutRanges = run.scansFailed = run.pagesRecognized = 0;
     run.written.clear();
     run.outputs.clear();
+    run.groupedAs.clear();
+    run.pieces.clear();
+    run.exceptions.clear();
     run.outputIndex.clear();
     // The split list is taken once per run: a row's own settings cannot turn
     // a split-list run into one that writes PDFs.
@@ -93,6 +96,7 @@ bool SplitEngine::takeSettings() {
         patterns_ =
             std::make_unique<PagePatterns>(settings.FINDSTRING, settings.EXTRACTUNTIL, settings.IGNORECASE != 0);
     }
+    if (!takeValueSettings(*mode)) return false;
     run.lAquireType = *mode;
     run.lExtractOnCharsNumWords = countSearchWords(settings.FINDSTRING);
     run.lExtractUntilCharsNumWords = countSearchWords(settings.EXTRACTUNTIL);
@@ -165,8 +169,23 @@ void SplitEngine::highlight(const Word& word) {
 }
 
 void SplitEngine::extractNamed(const std::string& capture, const char* letter) {
+    if (lookup_) composer.lookupRow = lookup_->find(capture);
     const std::string path =
         composer.AquireFilename(capture, doc.szOutFilenameLine, {doc.lStartPage, doc.lEndPage, doc.totalPages});
+    if (lookup_ && !composer.lookupRow) {
+        // Listed as an exception, and written under its own value or not
+        // at all.
+        const bool skip = settings.LOOKUPMISSING == kLookupMissingModes[1];
+        PieceRecord piece;
+        piece.addPages(settings.FILENAME, doc.lStartPage + 1, doc.lEndPage + 1);
+        run.exceptions.push_back({piece.source, piece.pages, capture, "not in the list", skip ? "" : path,
+                                  pathText(exceptionsFolder(path))});
+        if (skip) {
+            if (run.plan)
+                run.plan->push_back({doc.lStartPage + 1, doc.lEndPage + 1, capture, "", 0, 0, "not in the list"});
+            return;
+        }
+    }
     if (letter && run.trace.on())
         run.trace.write("%s ExtractPages: %s, start: %d, end: %d\r\n", letter, path.c_str(), doc.lStartPage,
                         doc.lEndPage);
@@ -247,7 +266,8 @@ std::optional<std::string> SplitEngine::separatorOf(const PageText& page) const 
 }
 
 void SplitEngine::writeSegment(int lastPage) {
-    if (view_ != ScanView::Split || doc.segmentStart < 0 || doc.segmentStart > lastPage) return;
+    if (view_ != ScanView::Split || separator_ == kNoSeparator || doc.segmentStart < 0 || doc.segmentStart > lastPage)
+        return;
     doc.lStartPage = doc.segmentStart;
     doc.lEndPage = lastPage;
     // Named by the sheet's value, else by its pages.
@@ -275,6 +295,7 @@ void SplitEngine::endSegment(int lastPage) {
     doc.g_szBuf.clear();
     doc.g_szLastBuf2.clear();
     doc.szOutFilenameLine.clear();
+    doc.value.reset();
     match.position.bMatch = match.position.bFileMatch = false;
     match.position.fromMatchUntil = match.position.fromMatchUntilPos = false;
     match.line.bConcatLine = match.line.bConcatLine2 = false;
@@ -284,7 +305,10 @@ void SplitEngine::closeRange(int lastPage) {
     doc.lEndPage = std::max(lastPage, doc.lStartPage);
     if (settings.FINDSTRING.empty() && doc.g_szBuf.empty()) doc.g_szBuf = match.position.lastPositionWord;
     const PageExtractMode closing = run.lAquireType;
-    if (closing == PageExtractMode::NextUniqueMatch || closing == PageExtractMode::NextUniqueMatchAtPosition) {
+    if (settings.SPLITONCHANGE) {
+        extractNamed(doc.g_szBuf, "v)");
+        doc.lStartPage = -1;
+    } else if (closing == PageExtractMode::NextUniqueMatch || closing == PageExtractMode::NextUniqueMatchAtPosition) {
         uniqueRule("a)", "b)");
         doc.g_szLastBuf2 = doc.g_szBuf;
         if (run.trace.on()) run.trace.write("copy1 - g_szLastBuf2: %s\r\n", doc.g_szLastBuf2.c_str());
@@ -346,6 +370,7 @@ void SplitEngine::scan(ScanView view) {
     // With separator sheets every page is in a piece: those before the first
     // sheet too.
     if (separator_ != kNoSeparator) doc.segmentStart = firstPage;
+    doc.valueFrom = firstPage;
 
     for (int page = firstPage; page < last && !doc.bStopScan && !ui.cancelled(); ++page) {
         match.line.lLineWordCount = 0;
@@ -398,6 +423,10 @@ void SplitEngine::scan(ScanView view) {
             doc.blankPages.insert(page);
         }
         if (patterns_) patterns_->read(text->words);
+        if (settings.SPLITONCHANGE) {
+            valueChange(*text);
+            continue;
+        }
         for (std::size_t index = 0; index < text->words.size(); ++index) {
             const Word& word = text->words[index];
             if (patterns_) patternHit_ = &patterns_->hit(index);

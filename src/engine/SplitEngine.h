@@ -20,6 +20,8 @@
 #include "engine/PagePatterns.h"
 #include "engine/PageReader.h"
 #include "engine/PageWords.h"
+#include "engine/PieceChecks.h"
+#include "files/LookupList.h"
 #include "files/Reports.h"
 
 #include <array>
@@ -96,6 +98,13 @@ struct RunState {
     bool staging = false;
     std::uint32_t stagingId = 0;  // numbers the temporary names; each row starts from its own
     std::vector<std::pair<std::filesystem::path, std::filesystem::path>> staged;
+    // With checks on: each output written and not yet judged, and the
+    // pieces that broke a check (or whose value the lookup list lacks).
+    std::map<std::string, PieceRecord> pieces;
+    // With GROUPBYVALUE: the file each output name was first saved to (and
+    // each such file to itself), for the later ranges of that name.
+    std::unordered_map<std::string, std::string> groupedAs;
+    std::vector<PieceException> exceptions;
 };
 
 // Tells (as a warning) when an output saved in this run is written again
@@ -146,6 +155,9 @@ struct DocumentState {
     int segmentStart = -1;
     std::string segmentName;
     std::set<int> blankPages;  // pages left out of the pieces, from the open range on
+    // With SPLITONCHANGE: the value of the open piece.
+    std::optional<std::string> value;
+    int valueFrom = 0;  // the first page scanned, where the first piece starts
 };
 
 // The last words seen, for search texts of more than one word. It goes on
@@ -270,6 +282,10 @@ public:
     // Names the range lStartPage..lEndPage from `capture` and writes it;
     // `letter`, when given, tells the trace which rule closed it.
     void extractNamed(const std::string& capture, const char* letter);
+    // Judges the pieces written and not yet judged: one that breaks a check
+    // is moved into the exceptions folder (or only listed) and not mailed.
+    // Answers the outputs held back.
+    std::vector<std::string> judgePieces();
 
 private:
     void startMatch(int page);
@@ -319,6 +335,19 @@ private:
     // afresh.
     void endSegment(int lastPage);
 
+    // Takes the settings of values, lookups and checks; false after saying
+    // why when one is refused.
+    bool takeValueSettings(PageExtractMode mode);
+    // With SPLITONCHANGE: a page's value and the word it begins at; none
+    // for a page without one.
+    std::optional<std::pair<std::string, const Word*>> pageValue(const PageText& page) const;
+    // Starts a piece at `page` when its value differs from the open one's.
+    void valueChange(const PageText& page);
+    // Where the pieces of an output that break a check go.
+    std::filesystem::path exceptionsFolder(const std::string& outFile) const;
+    // Records the range just written into its piece, for the checks.
+    void recordPiece(const std::string& outFile, int start, int end);
+
     ScanView view_ = ScanView::Split;
     std::size_t separator_ = 0;  // the SEPARATOR mode, an index of kSeparatorModes
     CodeFormat separatorFormat_ = CodeFormat::None;
@@ -327,6 +356,11 @@ private:
     std::unique_ptr<PagePatterns> patterns_;
     const PagePatterns::Hit* patternHit_ = nullptr;
     int pageRotation_ = 0;
+    std::optional<std::array<int, 4>> valueArea_;  // VALUEAREA: left, bottom, right, top
+    std::unique_ptr<PieceChecks> checks_;
+    // The lookup list, and the file and column it was read for.
+    std::optional<LookupList> lookup_;
+    std::pair<std::string, std::string> lookupFrom_;
 };
 
 }  // namespace vellira

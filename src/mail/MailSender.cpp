@@ -14,8 +14,10 @@
 #endif
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 namespace vellira {
 
@@ -130,7 +132,32 @@ SendResult sendThroughOutlook(const SplitSettings& s, const std::string& recipie
 }
 #endif
 
+// The longest wait between two tries of a mail put off.
+constexpr std::chrono::seconds kLongestRetryWait{300};
+
 }  // namespace
+
+SendResult sendRetrying(const SplitSettings& s, MailAttempt& attempt, const MailTransport& transport,
+                        RunInterface& ui) {
+    using Clock = std::chrono::steady_clock;
+    const auto until = Clock::now() + std::chrono::seconds(std::max(0, s.EMAILRETRYSECONDS));
+    std::chrono::seconds wait{1};
+    for (;;) {
+        SendResult result = sendMail(s, attempt.recipient, attempt.file, transport);
+        if (result.sent || !result.temporary || ui.cancelled() || Clock::now() + wait > until) return result;
+        attempt.status = "retrying";
+        attempt.answer = result.error;
+        ui.mailAttempted(attempt);
+        ui.status("Sending email: " + attempt.recipient + " put off (" + result.error + "), trying again in " +
+                  std::to_string(wait.count()) + " s");
+        // Stop ends the wait, not only the next try.
+        for (const auto end = Clock::now() + wait; Clock::now() < end && !ui.cancelled();)
+            std::this_thread::sleep_for(std::min<Clock::duration>(std::chrono::milliseconds(100), end - Clock::now()));
+        if (ui.cancelled()) return result;
+        wait = std::min(wait * 2, kLongestRetryWait);
+        ++attempt.attempt;
+    }
+}
 
 MailTransport mailTransportFromEnvironment() {
     MailTransport transport;
@@ -191,6 +218,14 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
     for (const auto& entry : entries) {
         if (ui.cancelled()) break;
         const std::string recipient = s.EMAILTEST ? s.EMAILFROM : entry.email;
+        MailAttempt attempt{entry.file, entry.first, entry.last, recipient, &s, "sending", {}, 1};
+        if (!ui.mailStarting(attempt)) {
+            // Sent before, by a run that did not get to finish.
+            ++counts.handled;
+            ++counts.sent;
+            counts.results.emplace_back(entry.file, "OK");
+            continue;
+        }
         ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});
         std::string status = "OK";
         if (recipient.empty() || recipient == "-1") {
@@ -209,7 +244,8 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
                 status = "Error - " + result.error;
             }
         } else {
-            const SendResult result = sendMail(s, recipient, entry.file, transport);
+            const SendResult result = sendRetrying(s, attempt, transport, ui);
+            attempt.answer = result.error;
             if (!result.sent) {
                 appendToLog(log, "error: " + result.error + "\n");
                 status = "Error - " + result.error;
@@ -218,6 +254,9 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
         }
         ++counts.handled;
         ++(status == "OK" ? counts.sent : counts.failed);
+        attempt.status = status == "OK" ? "sent" : "failed";
+        if (attempt.answer.empty() && status != "OK") attempt.answer = status.substr(std::string("Error - ").size());
+        ui.mailAttempted(attempt);
         appendToLog(log, mailLogLine(localNow(), recipient, status, entry.file));
         counts.results.emplace_back(entry.file, status);
         ui.mailStatus({recipient, counts.handled, counts.sent, counts.failed});

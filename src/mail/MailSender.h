@@ -39,6 +39,10 @@ struct SendResult {
     bool sent = false;
     std::string error;                  // the transport's text when not sent
     std::vector<std::string> ccErrors;  // each copy the server refused, with why
+    // A failure that may pass: the server answered 4xx, or it could not be
+    // reached or did not answer in time. A 5xx answer is final.
+    bool temporary = false;
+    long code = 0;  // the server's last reply code, 0 when none came
 };
 
 // Sends `attachment` (of `attachmentType`) to `recipient`, and a copy to each
@@ -59,9 +63,17 @@ struct MailCounts {
 
 // Sends every entry (to EMAILFROM in test mode), logging each, until the
 // run's Stop flag is set; the mail in progress is finished. Confirm mode
-// asks the user first and sends nothing without a yes.
+// asks the user first and sends nothing without a yes. A temporary failure
+// is tried again, waiting twice as long each time, for EMAILRETRYSECONDS;
+// each attempt is told to the interface (mailStarting, mailAttempted).
 MailCounts sendMailList(const SplitSettings& settings, const std::vector<MailEntry>& entries, RunInterface& ui,
                         const MailTransport& transport);
+
+// Sends one mail of a run, trying a temporary failure again with back-off
+// for EMAILRETRYSECONDS (or until Stop); each failed try that is tried again
+// is told to the interface as "retrying", with `attempt` counting the tries.
+SendResult sendRetrying(const SplitSettings& settings, MailAttempt& attempt, const MailTransport& transport,
+                        RunInterface& ui);
 
 // The log line of one mail: time, recipient, status ("OK" or "Error - "
 // and the transport's text) and the attachment.

@@ -72,20 +72,35 @@ SendResult send(const SplitSettings& s, const MailServer& server, const std::str
 
     // One transaction for the recipient, then one for each copy: a copy
     // that is refused does not fail the mail.
+    CURLcode code = CURLE_OK;
     const auto transmit = [&](const std::string& to) -> std::string {
         MessageReader reader{&message, 0};
         curl_easy_setopt(c, CURLOPT_READDATA, &reader);
         CurlPtr<curl_slist> rcpt(curl_slist_append(nullptr, ("<" + to + ">").c_str()));
         curl_easy_setopt(c, CURLOPT_MAIL_RCPT, rcpt.get());
         error[0] = 0;
-        const CURLcode code = curl_easy_perform(c);
+        code = curl_easy_perform(c);
         if (code == CURLE_OK) return {};
         return error[0] ? std::string(error) : std::string(curl_easy_strerror(code));
     };
     SendResult result;
     result.error = transmit(recipient);
     result.sent = result.error.empty();
-    if (!result.sent) return result;
+    if (!result.sent) {
+        curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &result.code);
+        // A 4xx answer asks to come back later; a server out of reach or
+        // silent may be back later too. A 5xx answer is final.
+        switch (code) {
+            case CURLE_COULDNT_RESOLVE_HOST:
+            case CURLE_COULDNT_CONNECT:
+            case CURLE_OPERATION_TIMEDOUT:
+            case CURLE_SEND_ERROR:
+            case CURLE_RECV_ERROR:
+            case CURLE_GOT_NOTHING: result.temporary = result.code / 100 != 5; break;
+            default: result.temporary = result.code / 100 == 4;
+        }
+        return result;
+    }
     for (const auto& copy : cc)
         if (const std::string refused = transmit(copy); !refused.empty())
             result.ccErrors.push_back("copy to " + copy + ": " + refused);

@@ -65,6 +65,7 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
     result.scansFailed = run.batch.run.scansFailed;
     result.pagesRecognized = run.batch.run.pagesRecognized;
+    result.exceptions = static_cast<int>(run.batch.run.exceptions.size());
     result.outputs = run.batch.run.outputs;
     result.mails = run.batch.mailResults;
     result.stopped = ui.cancelled();
@@ -109,6 +110,7 @@ BatchPlan planBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) {
     plan.documentsWithoutRanges = run.batch.run.documentsWithoutRanges;
     plan.scansFailed = run.batch.run.scansFailed;
     plan.pagesRecognized = run.batch.run.pagesRecognized;
+    plan.exceptions = static_cast<int>(run.batch.run.exceptions.size());
     plan.stopped = ui.cancelled();
     plan.events = std::move(planning.events);
     return plan;

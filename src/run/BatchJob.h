@@ -61,6 +61,7 @@ struct BatchResult {
     int documentsWithoutRanges = 0;  // documents scanned to their end that gave no range
     int scansFailed = 0;             // documents whose scan a host error ended early: later ranges not written
     int pagesRecognized = 0;         // pages read from their image (OCR)
+    int exceptions = 0;              // pieces that broke a check, or whose value the lookup list lacks
     bool stopped = false;            // Stop was pressed
     // Every output saved, in the order first saved, with the source pages and
     // name of its last range; and each mail sent, by output file, with its

@@ -202,6 +202,7 @@ std::string planText(const BatchPlan& plan) {
                  {"documentsWithoutRanges", plan.documentsWithoutRanges},
                  {"scansFailed", plan.scansFailed}};
     if (plan.pagesRecognized > 0) json["pagesRecognized"] = plan.pagesRecognized;
+    if (plan.exceptions > 0) json["exceptions"] = plan.exceptions;
     try {
         return json.dump() + "\n";
     } catch (const Json::type_error& error) {
@@ -246,6 +247,7 @@ BatchPlan planFromText(std::string_view text) {
         // Plans written before scans that failed were counted have none.
         if (json.contains("scansFailed")) plan.scansFailed = integerAt(json, "scansFailed");
         if (json.contains("pagesRecognized")) plan.pagesRecognized = integerAt(json, "pagesRecognized");
+        if (json.contains("exceptions")) plan.exceptions = integerAt(json, "exceptions");
         return plan;
     });
 }
@@ -254,17 +256,20 @@ std::optional<std::string> pathOutsideItsJob(const BatchPlan& plan) {
     // Each row's output folder (none for a row that was not split) and the
     // places of every row's reports.
     std::vector<std::string> folders(plan.rows.size());
+    std::vector<std::string> held(plan.rows.size());  // a row's exceptions folder, where it is not in its own
     std::set<std::string> reports;
     for (std::size_t row = 0; row < plan.rows.size(); ++row) {
         if (plan.rowSettings[row].empty()) continue;
         const SplitSettings settings = settingsOf(plan.rowSettings[row]);
         folders[row] = outputFolder(settings);
+        if (std::filesystem::path(settings.EXCEPTIONSFOLDER).is_absolute()) held[row] = settings.EXCEPTIONSFOLDER;
         const auto paths = reportPaths(settings, settings.FILENAME);
         reports.insert({pathText(paths.text), pathText(paths.csv)});
     }
     FolderBounds bounds;
     const auto outside = [&](const char* what, const std::string& path, std::size_t row) -> std::optional<std::string> {
-        if (bounds.liesInside(path, folders[row])) return std::nullopt;
+        if (bounds.liesInside(path, folders[row]) || (!held[row].empty() && bounds.liesInside(path, held[row])))
+            return std::nullopt;
         return std::string(what) + " '" + path + "' lies outside the output folder '" + folders[row] + "' of its row";
     };
     for (const auto& w : plan.writes)
@@ -272,8 +277,15 @@ std::optional<std::string> pathOutsideItsJob(const BatchPlan& plan) {
     for (const auto& list : plan.mails)
         for (const auto& e : list.entries)
             if (auto why = outside("the file to mail", e.file, list.row)) return why;
+    // The exceptions report goes into a row's exceptions folder.
+    const auto exceptionsReport = [&](const std::string& path) {
+        if (std::filesystem::path(path).filename() != "exceptions.csv") return false;
+        for (std::size_t row = 0; row < plan.rows.size(); ++row)
+            if (!folders[row].empty() && !outside("", path, row)) return true;
+        return false;
+    };
     for (const auto& [path, bytes] : plan.files)
-        if (!reports.count(path)) return "the report '" + path + "' is not where the report settings of a row put it";
+        if (!reports.count(path) && !exceptionsReport(path)) return "the report '" + path + "' is not where the report settings of a row put it";
     return std::nullopt;
 }
 
@@ -396,6 +408,7 @@ BatchResult finishPlan(const BatchPlan& plan, const std::vector<ShardResult>& sh
     result.documentsWithoutRanges = plan.documentsWithoutRanges;
     result.scansFailed = plan.scansFailed;
     result.pagesRecognized = plan.pagesRecognized;
+    result.exceptions = plan.exceptions;
     std::uint32_t unique = 0;
     for (const auto& [path, bytes] : plan.files) {
         StagedFile report;

@@ -47,6 +47,7 @@ struct BatchPlan {
     int documentsWithoutRanges = 0;
     int scansFailed = 0;      // documents whose scan an error ended
     int pagesRecognized = 0;  // pages read from their image
+    int exceptions = 0;       // pieces held back or listed as exceptions
 };
 
 // A plan or a shard's result that cannot be read (or a plan that cannot be

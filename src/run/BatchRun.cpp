@@ -86,8 +86,61 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
         completed = sideBySide(rows) ? processSideBySide(rows) : processInOrder(rows);
         if (errorFlag) ui.note("Done, some errors occurred.");
     }
+    finishPieces();
     if (!run.splitList.close(ui)) ++run.rangesFailed;
     return completed;
+}
+
+void BatchRun::finishPieces() {
+    if (settings.GROUPBYVALUE) {
+        const auto held = engine.judgePieces();
+        std::erase_if(groupedMail, [&](const MailEntry& entry) {
+            return std::find(held.begin(), held.end(), entry.file) != held.end();
+        });
+        if (!groupedMail.empty() && !ui.cancelled()) {
+            if (planned)
+                planned->mails.push_back({run.plannedRow, std::move(groupedMail), eventsTold ? eventsTold() : 0});
+            else
+                sendMails(std::move(groupedMail));
+        }
+        groupedMail.clear();
+    }
+    if (run.exceptions.empty() || run.plan) return;
+    // One report of the run, in the exceptions folder of the first piece
+    // held back.
+    std::string text = "Source,Pages,Value,Check,File\r\n";
+    const auto field = [](const std::string& value) {
+        if (value.find_first_of(",\"\r\n") == std::string::npos) return value;
+        std::string quoted = "\"";
+        for (const char c : value) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+        return quoted + "\"";
+    };
+    for (const auto& exception : run.exceptions)
+        text += field(exception.source) + "," + field(exception.pages) + "," + field(exception.value) + "," +
+                field(exception.check) + "," + field(exception.path) + "\r\n";
+    const std::filesystem::path report = std::filesystem::path(run.exceptions.front().folder) / "exceptions.csv";
+    if (planned) {
+        planned->files.emplace_back(pathText(report), text);
+        return;
+    }
+    std::error_code ignored;
+    std::filesystem::create_directories(report.parent_path(), ignored);
+    StagedFile file;
+    if (!file.open(report, run.stagingId)) {
+        ui.note(formatText("file error! can't write to report file: %s", pathText(report).c_str()));
+        ++run.rangesFailed;
+        return;
+    }
+    file.put(text);
+    if (!file.close(ui) || !file.putInPlace(ui)) ++run.rangesFailed;
+}
+
+void BatchRun::sendMails(std::vector<MailEntry> entries) {
+    const MailCounts counts = sendMailList(settings, entries, ui, mail);
+    mailsSent += counts.sent;
+    mailsFailed += counts.failed;
+    mailResults.insert(mailResults.end(), counts.results.begin(), counts.results.end());
+    ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
 }
 
 bool BatchRun::processInOrder(std::vector<BatchRow>& rows) {
@@ -198,6 +251,8 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         }
     }
     engine.scan(ScanView::Split);
+    // Pieces are judged once whole: those gathered by value at the run's end.
+    if (!settings.GROUPBYVALUE) engine.judgePieces();
     if (doc.ranges == 0 && !ui.cancelled()) ++run.documentsWithoutRanges;
     doc.reports.footer(doc.outputFiles, doc.extractCnt);
     closeReports();
@@ -233,16 +288,20 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
             entries.push_back(
                 {range.path, range.first, range.last,
                  range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+        if (settings.GROUPBYVALUE) {
+            // Gathered pieces go out once the run has gathered them all.
+            for (auto& entry : entries) {
+                std::erase_if(groupedMail, [&](const MailEntry& kept) { return kept.file == entry.file; });
+                groupedMail.push_back(std::move(entry));
+            }
+            return kProcessed;
+        }
         if (planned) {
             planned->mails.push_back(
                 {planned->rows.empty() ? 0 : run.plannedRow, std::move(entries), eventsTold ? eventsTold() : 0});
             return kProcessed;
         }
-        const MailCounts counts = sendMailList(settings, entries, ui, mail);
-        mailsSent += counts.sent;
-        mailsFailed += counts.failed;
-        mailResults.insert(mailResults.end(), counts.results.begin(), counts.results.end());
-        ui.note(formatText("(%d) Emails sent ok: %d, errors: %d", counts.handled, counts.sent, counts.failed));
+        sendMails(std::move(entries));
     }
     return kProcessed;
 }

@@ -88,6 +88,11 @@ private:
     // trace, free "_partNNN" names). One row has its pages read side by side.
     bool sideBySide(const std::vector<BatchRow>& rows) const;
     bool processSideBySide(std::vector<BatchRow>& rows);
+    // At the run's end: pieces gathered by value judged and mailed, and the
+    // exceptions report written.
+    void finishPieces();
+    void sendMails(std::vector<MailEntry> entries);
+    std::vector<MailEntry> groupedMail;  // with GROUPBYVALUE: the mails of the pieces gathered so far
 };
 
 }  // namespace vellira

@@ -37,6 +37,15 @@ public:
         const std::lock_guard lock(asking_);
         return ui_.question(message);
     }
+    // What a journal keeps of each mail cannot wait for the replay either.
+    bool mailStarting(const MailAttempt& attempt) override {
+        const std::lock_guard lock(asking_);
+        return ui_.mailStarting(attempt);
+    }
+    void mailAttempted(const MailAttempt& attempt) override {
+        const std::lock_guard lock(asking_);
+        ui_.mailAttempted(attempt);
+    }
     void progress(const Progress& now) override {
         // Only where a document stands last is worth telling again.
         if (!events.empty() && events.back().kind == Event::Progressed && events.back().progress.file == now.file)

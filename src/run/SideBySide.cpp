@@ -65,8 +65,12 @@ void takeCarried(BatchRun& batch, const Carried& carried) {
 bool keptInOrder(const SplitSettings& settings) {
     const auto naming = FilenameComposer::namingMode(settings.EXTRACT);
     const auto namesFolder = [](const std::string& text) { return text.find("[EXTRACTTEXTDIR]") != std::string::npos; };
-    return settings.EMAILENABLE || settings.ALWAYSAPPEND || naming == FilenameMode::SequentialNumber ||
-           namesFolder(settings.PREFIXFILENAME) || namesFolder(settings.POSTFIXFILENAME);
+    const bool piecesAcrossRows = settings.GROUPBYVALUE || !settings.LOOKUPFILE.empty() ||
+                                  !settings.CHECKPAGEOF.empty() || !settings.CHECKVALUE.empty() ||
+                                  settings.CHECKMINPAGES > 0 || settings.CHECKMAXPAGES > 0;
+    return settings.EMAILENABLE || settings.ALWAYSAPPEND || piecesAcrossRows ||
+           naming == FilenameMode::SequentialNumber || namesFolder(settings.PREFIXFILENAME) ||
+           namesFolder(settings.POSTFIXFILENAME);
 }
 
 // One row on its way: split on a worker, or (for `worker` false) a row this
@@ -145,8 +149,11 @@ bool BatchRun::processSideBySide(std::vector<BatchRow>& rows) {
                 batch.run = std::move(task->start);
                 batch.engine.composer.runTime = engine.composer.runTime;
                 batch.engine.composer.sequence = task->sequence;
+                // The engine's own setup of the settings (patterns, separators,
+                // values), then what the rows before leave it.
+                const bool taken = batch.engine.takeSettings();
                 takeCarried(batch, task->assumed);
-                task->keepGoing = batch.processRow(task->row, task->index);
+                task->keepGoing = taken && batch.processRow(task->row, task->index);
             } catch (...) {
                 task->failure = std::current_exception();
             }

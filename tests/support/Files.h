@@ -1,4 +1,4 @@
-// Reads a whole file, bytes as they are.
+// Reads and writes a whole file, bytes as they are.
 #pragma once
 
 #include <filesystem>
@@ -13,6 +13,10 @@ inline std::string readFile(const std::filesystem::path& path) {
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();
+}
+
+inline void writeFile(const std::filesystem::path& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 }  // namespace vellira::testing
