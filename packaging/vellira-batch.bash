@@ -220,6 +220,10 @@ _vellira_batch() {
     case $command in
         split | show | positions | plan) _vellira_batch_files "$cur" pdf ;;
         apply) _vellira_batch_files "$cur" json ;;
+        watch)
+            # The inboxes: folders.
+            compopt -o filenames 2>/dev/null || :
+            mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
         keys) _vellira_batch_offer escape "$cur" "${_vellira_batch_keys[@]}" ;;
     esac
     return 0

@@ -19,10 +19,13 @@ TEST(Patterns, CutAndNameStatementsFromTheCommandLine) {
     fixtures::writePdf(fixtures::statements(15, 5), pdf);
     struct Case {
         const char* settings;
-        const char* pieces;  // "NAME FIRST-LAST" each
+        const char* pieces;  // "FILE FIRST-LAST" each, FILE without folder and .pdf
     };
     const Case cases[] = {
         {"--set 'FINDSTRING=account: (\\d{6})'", "100000 1-5 100001 6-10 100002 11-15 "},
+        // Each further group is a macro.
+        {"--set 'FINDSTRING=account: (\\d{3})(\\d{3})' --set 'POSTFIXFILENAME=-[GROUP2]'",
+         "100-000 1-5 100-001 6-10 100-002 11-15 "},
         // The group ends the match: the name is what it took, not the word after.
         {"--set 'FINDSTRING=(?P<name>\\d{6}) Vellira Savings'", "100000 1-5 100001 6-10 100002 11-15 "},
         // "Bank" ends the first line; the group takes the next line's first word.
@@ -36,13 +39,14 @@ TEST(Patterns, CutAndNameStatementsFromTheCommandLine) {
     int run = 0;
     for (const Case& each : cases) {
         const auto split =
-            runProgram(dir, "split --json --set PATTERNSEARCH=1 " + std::string(each.settings) +
+            runProgram(dir, "split --json --set PATTERNSEARCH=1 --set PREFIXFILENAME= " + std::string(each.settings) +
                                 " --set OUTPUTDIR=" + quoted(dir / std::to_string(++run)) + " " + quoted(pdf));
         std::string pieces;
         const auto json = nlohmann::json::parse(split.out);
         for (const auto& output : json["outputs"])
-            pieces += output["name"].get<std::string>() + " " + std::to_string(output["first"].get<int>()) + "-" +
-                      std::to_string(output["last"].get<int>()) + " ";
+            pieces += std::filesystem::path(output["path"].get<std::string>()).stem().string() + " " +
+                      std::to_string(output["first"].get<int>()) + "-" + std::to_string(output["last"].get<int>()) +
+                      " ";
         EXPECT_EQ(pieces, each.pieces) << each.settings << "\n" << split.err;
     }
 

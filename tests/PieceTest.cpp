@@ -5,6 +5,7 @@
 #include "support/Files.h"
 #include "support/OutputPdf.h"
 #include "support/RunProgram.h"
+#include "support/SmtpServer.h"
 
 #include <gtest/gtest.h>
 
@@ -113,6 +114,41 @@ TEST(Pieces, CutGatherNameAndCheckFromTheCommandLine) {
                   (dir / "out8" / "Exceptions" / "C-17.pdf").string() + "\r\n" + morning.string() +
                   ",6-7,C-19,page numbering: page 2 of 3 missing," +
                   (dir / "out8" / "Exceptions" / "C-19.pdf").string() + "\r\n");
+}
+
+// Gathered pieces go out once the run is done, each to the recipient and
+// with the subject its row of the list gives; pieces held back do not.
+TEST(Pieces, MailGoesToTheListedRecipientOncePerGatheredPiece) {
+    testing::TempDir dir;
+    const auto morning = dir / "morning.pdf";
+    const auto afternoon = dir / "afternoon.pdf";
+    fixtures::writePdf(
+        {{statementPage("p1", "C-17", 1, 2), statementPage("p2", "C-18", 1, 2), statementPage("p3", "C-19", 1, 1)}},
+        morning);
+    fixtures::writePdf({{statementPage("p4", "C-17", 2, 2), statementPage("p5", "C-18", 2, 3)}}, afternoon);
+    testing::writeFile(dir / "customers.csv",
+                       "Number,Name,Email\nC-17,Ada Lovelace,ada@example.com\nC-18,John Smith,js@example.com\n");
+    testing::SmtpServer server(dir, "plain");
+    const auto split = runProgram(
+        dir,
+        "split -q --set PREFIXFILENAME= --set SPLITONCHANGE=1 --set VALUEAREA=450,750,560,780 --set GROUPBYVALUE=1 "
+        "--set LOOKUPFILE=" +
+            quoted(dir / "customers.csv") +
+            " --set LOOKUPEMAILCOLUMN=Email --set 'EMAILSUBJECT=Statement for [COL:Name]' --set 'CHECKPAGEOF=Page "
+            "(\\d+) of (\\d+)' --set EMAILENABLE=1 --set EMAILSMTP=127.0.0.1:" +
+            std::to_string(server.port()) +
+            " --set EMAILLOGIN=clerk --set EMAILFROM=billing@vendor.test --set OUTPUTDIR=" + quoted(dir / "out") + " " +
+            quoted(morning) + " " + quoted(afternoon),
+        "VELLIRA_EMAILPASSWORD=s3cret");
+    // C-18 shows pages 1 and 2 of 3; C-19 is not in the list: only C-17 goes out.
+    EXPECT_EQ(split.status, 3) << split.err;
+    const auto messages = server.messages();
+    ASSERT_EQ(messages.size(), 1u) << split.err;
+    EXPECT_EQ(testing::readFile(messages.front() / "envelope.txt"),
+              "MAIL FROM: billing@vendor.test\nRCPT TO: ada@example.com\n");
+    const std::string headers = testing::readFile(messages.front() / "headers.txt");
+    EXPECT_NE(headers.find("Subject: Statement for Ada Lovelace\n"), std::string::npos) << headers;
+    EXPECT_EQ(piecesIn(dir / "out"), "C-17.pdf: p1 p4\nC-19.pdf: p3\nExceptions/C-18.pdf: p2 p5\n");
 }
 
 TEST(Pieces, RefusesSettingsItCannotUse) {

@@ -65,6 +65,8 @@ constexpr MacroNote kMacroNotes[] = {
     {"[POSn,n]", "the words of the range within h,v; each a number or a-b, -1 for no bound: [POS100-300,700-720]"},
     {"[EXTRACTTEXT]", "the text taken for the name, before the STRIPEND and character cuts"},
     {"[EXTRACTTEXTDIR]", "the same, and the folder OUTPUTDIR/TEXT is made: [EXTRACTTEXTDIR]/ files each range in it"},
+    {"[GROUP2]", "with PATTERNSEARCH, what the search pattern's second group took; [GROUP3] the third, and so on"},
+    {"[COL:NAME]", "with LOOKUPFILE, the column NAME of the lookup list's row of the range's value: [COL:Name]"},
     {"[YYYY]", "year, four digits"},
     {"[YY]", "year, four digits too"},
     {"[MM]", "month, two digits"},

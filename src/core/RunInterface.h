@@ -30,6 +30,7 @@ struct MailEntry {
     int first = 0;
     int last = 0;
     std::string email;
+    std::string subject;  // its own subject; EMAILSUBJECT when empty
 };
 
 // Where the sending of a run's mails stands: the mail being sent, the mails

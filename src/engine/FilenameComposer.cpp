@@ -100,15 +100,23 @@ std::string FilenameComposer::cutBody(std::string text, bool stripEnd) const {
 }
 
 template <typename Value>
-void FilenameComposer::expandTokens(std::string& text, std::string_view head, Value&& value) {
+void FilenameComposer::expandTokens(std::string& text, std::string_view head, bool clean, Value&& value) {
     for (std::size_t at = text.find(head); at != std::string::npos; at = text.find(head, at)) {
         const auto close = text.find(']', at);
         if (close == std::string::npos) break;
-        const std::string found =
-            cleanName(value(std::string_view(text).substr(at + head.size(), close - at - head.size())));
+        std::string found = value(std::string_view(text).substr(at + head.size(), close - at - head.size()));
+        if (clean) found = cleanName(found);
         text.replace(at, close - at + 1, found);
         at += found.size();
     }
+}
+
+std::string FilenameComposer::expandColumns(std::string text, bool clean) const {
+    expandTokens(text, "[COL:", clean, [&](std::string_view name) {
+        const auto column = lookup && lookupRow ? lookup->column(name) : std::nullopt;
+        return column ? (*lookupRow)[*column] : std::string();
+    });
+    return text;
 }
 
 void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned, const NameRange& range) {
@@ -123,14 +131,11 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
                 host_.makeHostPath(outputFolder(settings_) + kSeparator + std::string(cleaned)), ignored);
         replaceAll(text, "[EXTRACTTEXTDIR]", cleaned);
     }
-    expandTokens(text, "[GROUP", [&](std::string_view number) {
+    expandTokens(text, "[GROUP", true, [&](std::string_view number) {
         const long group = leadingInteger(number);
         return group >= 1 && static_cast<std::size_t>(group) <= groups.size() ? groups[group - 1] : std::string();
     });
-    expandTokens(text, "[COL:", [&](std::string_view name) {
-        const auto column = lookup && lookupRow ? lookup->column(name) : std::nullopt;
-        return column ? (*lookupRow)[*column] : std::string();
-    });
+    text = expandColumns(std::move(text), true);
     replaceAll(text, "[PAGESTART]", number("%6.6ld", range.start + 1L));
     replaceAll(text, "[PAGEEND]", number("%6.6ld", range.end + 1L));
     replaceAll(text, "[PAGESTARTNOMASK]",

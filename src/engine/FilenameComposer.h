@@ -76,6 +76,9 @@ public:
     // The words of the range inside the rectangle of the first "[POSh,v]" token
     // of `text`: pages `firstPage`..`lastPage`, 1-based.
     std::string GetPos(std::string_view text, int firstPage, int lastPage);
+    // `text` with each "[COL:NAME]" the lookup list's column NAME of the
+    // range being named: cleaned for a file name, or as it stands.
+    std::string expandColumns(std::string text, bool clean) const;
     // The words of pages pageStart..pageEnd (1-based) of the current document
     // whose position lies within the bounds (-1: no bound), joined without
     // separator.
@@ -84,9 +87,10 @@ public:
 private:
     void expandMacros(std::string& text, std::string_view cleaned, const NameRange& range);
     // Replaces each "[HEAD...]" token of `text` by what `value` answers for
-    // the text between the head and the bracket.
+    // the text between the head and the bracket, cleaned for a file name
+    // when `clean` is set.
     template <typename Value>
-    static void expandTokens(std::string& text, std::string_view head, Value&& value);
+    static void expandTokens(std::string& text, std::string_view head, bool clean, Value&& value);
     std::string cutBody(std::string text, bool stripEnd) const;
 
     const SplitSettings& settings_;

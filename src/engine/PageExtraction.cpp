@@ -197,6 +197,8 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
         // A file that holds exactly this range's pages has their words.
         mail.address.reset();
         const auto listed = lookup_ && composer.lookupRow ? lookup_->column(settings.LOOKUPEMAILCOLUMN) : std::nullopt;
+        if (composer.lookupRow && settings.EMAILSUBJECT.find("[COL:") != std::string::npos)
+            mail.subject = composer.expandColumns(settings.EMAILSUBJECT, false);
         if (listed) {
             mail.address = (*composer.lookupRow)[*listed];
         } else if (saved && !appended && addressFromWords) {

@@ -126,7 +126,8 @@ std::optional<std::array<float, 4>> SplitEngine::searchArea() const {
                                    naming == FilenameMode::PageStartEnd || naming == FilenameMode::SequentialNumber;
     const auto usesPositions = [](const std::string& text) { return text.find("[POS") != std::string::npos; };
     if (!atPosition || !namedWithoutWords || settings.EMAILENABLE || run.lExtractOnCharsNumWords > 1 ||
-        separator_ != kNoSeparator || settings.DROPBLANKPAGES || patterns_ || usesPositions(settings.PREFIXFILENAME) ||
+        separator_ != kNoSeparator || settings.DROPBLANKPAGES || patterns_ || settings.SPLITONCHANGE ||
+        !settings.CHECKPAGEOF.empty() || usesPositions(settings.PREFIXFILENAME) ||
         usesPositions(settings.POSTFIXFILENAME))
         return std::nullopt;
     const PositionSpec h = parsePosition(settings.MATCHPOSH);
@@ -190,6 +191,8 @@ void SplitEngine::extractNamed(const std::string& capture, const char* letter) {
         run.trace.write("%s ExtractPages: %s, start: %d, end: %d\r\n", letter, path.c_str(), doc.lStartPage,
                         doc.lEndPage);
     ExtractPages(path, doc.lStartPage, doc.lEndPage);
+    if (lookup_ && !composer.lookupRow && run.plan && !run.plan->empty())
+        run.plan->back().exception = "not in the list";
 }
 
 void SplitEngine::uniqueRule(const char* same, const char* fresh) {

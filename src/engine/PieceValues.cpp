@@ -200,7 +200,10 @@ std::vector<std::string> SplitEngine::judgePieces() {
         for (std::size_t at = 0; at < doc.mailList.size(); ++at) doc.mailIndex[doc.mailList[at].path] = at;
         if (run.plan)
             for (PlannedRange& range : *run.plan)
-                if (range.path == outFile) range.exception = *broken;
+                if (range.path == outFile) {
+                    range.exception = *broken;
+                    range.path = path;
+                }
         held.push_back(outFile);
         if (const auto known = run.outputIndex.find(outFile); known != run.outputIndex.end())
             run.outputs[known->second].path = path;

@@ -121,6 +121,7 @@ struct MailRange {
     // read; none when the file must be read to find it (it was appended to,
     // or not written by this range).
     std::optional<std::string> address;
+    std::string subject;  // EMAILSUBJECT with the lookup list's columns, where it names any
 };
 
 // Per source document; reset when the document's processing starts.

@@ -218,7 +218,14 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
     for (const auto& entry : entries) {
         if (ui.cancelled()) break;
         const std::string recipient = s.EMAILTEST ? s.EMAILFROM : entry.email;
-        MailAttempt attempt{entry.file, entry.first, entry.last, recipient, &s, "sending", {}, 1};
+        // A mail with a subject of its own (named from the lookup list).
+        std::optional<SplitSettings> own;
+        if (!entry.subject.empty() && entry.subject != s.EMAILSUBJECT) {
+            own = s;
+            own->EMAILSUBJECT = entry.subject;
+        }
+        const SplitSettings& settings = own ? *own : s;
+        MailAttempt attempt{entry.file, entry.first, entry.last, recipient, &settings, "sending", {}, 1};
         if (!ui.mailStarting(attempt)) {
             // Sent before, by a run that did not get to finish.
             ++counts.handled;
@@ -234,7 +241,7 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
             status = "Error - no address found on the file's pages";
         } else if (s.USEOUTLOOK) {
 #ifdef _WIN32
-            const SendResult result = sendThroughOutlook(s, recipient, entry.file);
+            const SendResult result = sendThroughOutlook(settings, recipient, entry.file);
 #else
             const SendResult result{false, "Couldn't get Outlook Application"};
 #endif
@@ -244,7 +251,7 @@ MailCounts sendMailList(const SplitSettings& s, const std::vector<MailEntry>& en
                 status = "Error - " + result.error;
             }
         } else {
-            const SendResult result = sendRetrying(s, attempt, transport, ui);
+            const SendResult result = sendRetrying(settings, attempt, transport, ui);
             attempt.answer = result.error;
             if (!result.sent) {
                 appendToLog(log, "error: " + result.error + "\n");

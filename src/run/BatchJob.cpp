@@ -23,6 +23,7 @@ struct JobRun {
         batch.legacyFolder = job.legacyFolder;
         batch.mail = job.mail;
         batch.run.overwrite = job.overwrite;
+        batch.run.tidiedFolders = job.tidiedFolders;
         batch.jobs = job.jobs;
         batch.newHost = job.newHost;
         batch.engine.pageWorkers = job.jobs;
@@ -68,6 +69,7 @@ BatchResult runBatch(const BatchJob& job, DocumentHost& host, RunInterface& ui) 
     result.exceptions = static_cast<int>(run.batch.run.exceptions.size());
     result.outputs = run.batch.run.outputs;
     result.mails = run.batch.mailResults;
+    result.tidiedFolders = std::move(run.batch.run.tidiedFolders);
     result.stopped = ui.cancelled();
     return result;
 }

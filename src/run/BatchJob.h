@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace vellira {
@@ -44,6 +45,11 @@ struct BatchJob {
     // What is written, reported and told is the same as with one job.
     int jobs = 1;
     HostFactory newHost;
+    // Output and report folders already rid of what killed runs left there
+    // (BatchResult::tidiedFolders of an earlier run): a program that runs
+    // job after job, such as a watcher, reads each folder once, not once a
+    // job.
+    std::unordered_set<std::string> tidiedFolders;
 
     // A job with the platform's settings locations.
     BatchJob();
@@ -68,6 +74,8 @@ struct BatchResult {
     // log status ("OK" or "Error - " and the transport's text).
     std::vector<PlannedRange> outputs;
     std::vector<std::pair<std::string, std::string>> mails;
+    // The job's tidied folders and those the run tidied.
+    std::unordered_set<std::string> tidiedFolders;
 };
 
 // "Process Batch List": the job's rows in order (or, with USECURRENT, the

@@ -184,8 +184,10 @@ std::string planText(const BatchPlan& plan) {
     Json mails = Json::array();
     for (const auto& list : plan.mails) {
         Json entries = Json::array();
-        for (const auto& e : list.entries)
+        for (const auto& e : list.entries) {
             entries.push_back({{"file", e.file}, {"first", e.first}, {"last", e.last}, {"email", e.email}});
+            if (!e.subject.empty()) entries.back()["subject"] = e.subject;
+        }
         mails.push_back({{"row", list.row}, {"entries", entries}, {"afterEvent", list.afterEvent}});
     }
     Json events = Json::array();
@@ -237,7 +239,7 @@ BatchPlan planFromText(std::string_view text) {
                 indexIn(list, "row", plan.rows.size()), {}, integerAt<std::size_t>(list, "afterEvent")};
             for (const auto& e : list.at("entries"))
                 mails.entries.push_back({e.at("file").get<std::string>(), integerAt(e, "first"), integerAt(e, "last"),
-                                         e.at("email").get<std::string>()});
+                                         e.at("email").get<std::string>(), e.value("subject", std::string())});
             plan.mails.push_back(std::move(mails));
         }
         plan.completed = json.at("completed").get<bool>();
@@ -285,7 +287,8 @@ std::optional<std::string> pathOutsideItsJob(const BatchPlan& plan) {
         return false;
     };
     for (const auto& [path, bytes] : plan.files)
-        if (!reports.count(path) && !exceptionsReport(path)) return "the report '" + path + "' is not where the report settings of a row put it";
+        if (!reports.count(path) && !exceptionsReport(path))
+            return "the report '" + path + "' is not where the report settings of a row put it";
     return std::nullopt;
 }
 

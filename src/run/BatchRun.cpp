@@ -287,7 +287,8 @@ DocumentResult BatchRun::processDocument(bool useCurrent) {
         for (const auto& range : doc.mailList)
             entries.push_back(
                 {range.path, range.first, range.last,
-                 range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path))});
+                 range.address ? *range.address : captureAddress(host, ui, settings, host.makeHostPath(range.path)),
+                 range.subject});
         if (settings.GROUPBYVALUE) {
             // Gathered pieces go out once the run has gathered them all.
             for (auto& entry : entries) {

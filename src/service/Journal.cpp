@@ -69,6 +69,18 @@ private:
     int at_ = 0;
 };
 
+// While it lives, each step the journal takes is on disk when it returns.
+class Durable {
+public:
+    explicit Durable(sqlite3* db) : db_(db) { sqlite3_exec(db_, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr); }
+    ~Durable() { sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr); }
+    Durable(const Durable&) = delete;
+    Durable& operator=(const Durable&) = delete;
+
+private:
+    sqlite3* db_;
+};
+
 }  // namespace
 
 std::filesystem::path stateFolder() {
@@ -111,13 +123,14 @@ Journal::Journal(const std::filesystem::path& file) : file_(file) {
         db_ = nullptr;
         throw JournalError("cannot open the journal '" + pathText(file) + "': " + why);
     }
-    // Other runs may write at the same time: they wait their turn. Each step
-    // is on disk before the next begins (synchronous FULL), so what the
-    // journal says was done was done.
+    // Other runs may write at the same time: they wait their turn. A power
+    // cut may lose the last steps of a WAL journal, never one without the
+    // steps before it; the steps that must not be lost (a mail about to go,
+    // a source about to be moved) are on disk before they are acted on.
     sqlite3_busy_timeout(db_, 10000);
     try {
         exec("PRAGMA journal_mode=WAL");
-        exec("PRAGMA synchronous=FULL");
+        exec("PRAGMA synchronous=NORMAL");
         exec(kSchema);
     } catch (const JournalError& error) {
         sqlite3_close(db_);
@@ -160,6 +173,7 @@ std::int64_t Journal::takeSource(const std::string& inbox, const std::string& na
 
 void Journal::finishSource(std::int64_t id, const std::string& state, const std::string& reason) {
     const std::lock_guard hold(lock_);
+    const Durable durable(db_);  // the source is moved next
     Statement(db_, "UPDATE sources SET state = ?, reason = ?, finished = ? WHERE id = ?")
         .bind(state)
         .bind(reason)
@@ -207,6 +221,7 @@ int Journal::outputCount(std::int64_t source) {
 
 std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAttempt& attempt) {
     const std::lock_guard hold(lock_);
+    const Durable durable(db_);  // the mail goes next
     const std::string now = journalTime();
     if (source != 0) {
         Statement find(db_,

@@ -28,6 +28,7 @@
 #include <optional>
 #include <set>
 #include <thread>
+#include <unordered_set>
 
 namespace vellira::service {
 
@@ -185,7 +186,13 @@ struct Watcher::State {
                   std::int64_t id);
     void work();
     bool waitForRoom(const Task& task);
-    void split(Task task);
+    // Output folders a worker has rid of what killed runs left there, and
+    // since when: they are read again after an hour.
+    struct Tidied {
+        std::unordered_set<std::string> folders;
+        Clock::time_point since = Clock::now();
+    };
+    void split(Task task, DocumentHost& host, Tidied& tidied);
 };
 
 bool Watcher::State::attach(Inbox inbox) {
@@ -414,6 +421,9 @@ std::optional<Clock::time_point> Watcher::State::nextWake() const {
 
 // Runs on each worker thread: the queue's files, one at a time.
 void Watcher::State::work() {
+    // One host per worker, for every file it splits.
+    const auto host = options.newHost();
+    Tidied tidied;
     for (;;) {
         Task task;
         {
@@ -423,7 +433,7 @@ void Watcher::State::work() {
             task = std::move(queue.front());
             queue.pop_front();
         }
-        if (waitForRoom(task)) split(task);
+        if (waitForRoom(task)) split(task, *host, tidied);
         {
             const std::lock_guard hold(lock);
             busy.erase({task.key, task.name});
@@ -518,7 +528,7 @@ private:
 
 }  // namespace
 
-void Watcher::State::split(Task task) {
+void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
     const fs::path file = task.folder / task.name;
     std::int64_t id = task.resume;
     try {
@@ -545,11 +555,10 @@ void Watcher::State::split(Task task) {
     job.newHost = options.newHost;
     job.jobs = 1;
     job.overwrite = true;  // taken again, a source writes the same outputs again, not beside them
-    BatchResult result;
-    {
-        auto host = options.newHost();
-        result = runBatch(job, *host, ui);
-    }
+    if (Clock::now() - tidied.since > std::chrono::hours(1)) tidied = {};
+    job.tidiedFolders = std::move(tidied.folders);
+    BatchResult result = runBatch(job, host, ui);
+    tidied.folders = std::move(result.tidiedFolders);
     {
         const std::lock_guard hold(lock);
         working.erase(&ui);

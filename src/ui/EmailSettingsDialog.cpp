@@ -82,6 +82,10 @@ EmailSettingsDialog::EmailSettingsDialog(const SplitSettings& settings, MailTran
     optionsGrid->addWidget(logFile, 3, 1);
     optionsGrid->addWidget(setLog, 3, 2);
     optionsGrid->addWidget(viewLog, 3, 3);
+    optionsGrid->addWidget(new QLabel("Retry for (seconds):", options), 4, 0);
+    optionsGrid->addWidget(edit("EMAILRETRYSECONDS"), 4, 1);
+    optionsGrid->addWidget(
+        hint(options, "A mail the server put off, or could not take, is tried again this long (0: once)"), 5, 1, 1, 3);
     optionsGrid->setColumnStretch(1, 1);
     layout->addWidget(options);
 

@@ -10,6 +10,7 @@
 #include "ui/HelpWindow.h"
 #include "ui/MatchCounter.h"
 #include "ui/PageView.h"
+#include "ui/PieceOptionsDialog.h"
 #include "ui/ReportOptionsDialog.h"
 #include "ui/RunController.h"
 #include "ui/ScanOptionsDialog.h"
@@ -163,9 +164,10 @@ void MainDialog::build() {
     auto* reportOptions = button("reportOptions", "&Report Options");
     auto* emailOptions = button("emailOptions", "&Email Options");
     auto* scanOptions = button("scanOptions", "S&can Options");
+    auto* pieceOptions = button("pieceOptions", "&Values and Checks");
     auto* batchList = button("batchList", "&Setup Batch Files List");
     auto* help = button("help", "Help");
-    for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, scanOptions, batchList})
+    for (QPushButton* each : {loadSetup, saveSetup, reportOptions, emailOptions, scanOptions, pieceOptions, batchList})
         top->addWidget(each);
     // The setups loaded or saved last, on a small menu beside "&Load Setup".
     auto* recentSetups = new QToolButton(this);
@@ -348,6 +350,8 @@ void MainDialog::build() {
     connect(reportOptions, &QPushButton::clicked, this, &MainDialog::openReportOptions);
     connect(emailOptions, &QPushButton::clicked, this, &MainDialog::openEmailOptions);
     connect(scanOptions, &QPushButton::clicked, this, &MainDialog::openScanOptions);
+    connect(pieceOptions, &QPushButton::clicked, this,
+            [this] { openOptions(new PieceOptionsDialog(settings(), this)); });
     connect(batchList, &QPushButton::clicked, &window_, &ApplicationWindow::showBatchList);
     connect(help, &QPushButton::clicked, this, [this] {
         // One help window, brought back to the front when asked again.

@@ -3,7 +3,9 @@
 #include "ui/SettingsBinding.h"
 
 #include <QBoxLayout>
+#include <QCheckBox>
 #include <QDialogButtonBox>
+#include <QGridLayout>
 #include <QIntValidator>
 #include <QLabel>
 #include <QLineEdit>
@@ -23,6 +25,13 @@ QLineEdit* OptionsDialog::edit(const char* key) {
     return line;
 }
 
+QLineEdit* OptionsDialog::number(const char* key, int bottom, int top) {
+    auto* line = edit(key);
+    line->setValidator(new QIntValidator(bottom, top, line));
+    line->setMaximumWidth(70);
+    return line;
+}
+
 QLabel* OptionsDialog::hint(QWidget* parent, const QString& text) {
     auto* label = new QLabel(text, parent);
     QFont font = label->font();
@@ -30,6 +39,26 @@ QLabel* OptionsDialog::hint(QWidget* parent, const QString& text) {
     label->setFont(font);
     label->setForegroundRole(QPalette::PlaceholderText);
     return label;
+}
+
+QString OptionsDialog::labelOf(const char* key) {
+    const std::string_view label = findSettingsKey(key)->label;
+    return QString::fromUtf8(label.data(), static_cast<qsizetype>(label.size()));
+}
+
+QCheckBox* OptionsDialog::check(QWidget* parent, const char* key) {
+    auto* box = new QCheckBox(labelOf(key), parent);
+    box->setObjectName(key);
+    return box;
+}
+
+void OptionsDialog::alignLabels(std::initializer_list<QGridLayout*> grids) {
+    int width = 0;
+    for (QGridLayout* grid : grids)
+        for (int row = 0; row < grid->rowCount(); ++row)
+            if (QLayoutItem* item = grid->itemAtPosition(row, 0); item && qobject_cast<QLabel*>(item->widget()))
+                width = std::max(width, item->widget()->sizeHint().width());
+    for (QGridLayout* grid : grids) grid->setColumnMinimumWidth(0, width);
 }
 
 void OptionsDialog::finish(QBoxLayout* layout, const SplitSettings& settings) {

@@ -94,19 +94,22 @@ void PreviewPane::start(BatchJob job) {
             std::error_code ignored;
             existing.push_back(std::filesystem::exists(host.makeHostPath(range.path), ignored));
         }
+        // Ranges gathered by value are appended to the first of their name,
+        // which replaces a file already there unless the run appends.
         const bool appending = job.settings.ALWAYSAPPEND != 0;
+        const bool gathering = appending || job.settings.GROUPBYVALUE != 0;
         const bool stopped = interface_->cancelled();
         const QString message = QString::fromStdString(interface_->firstNote);
         QMetaObject::invokeMethod(
             this,
-            [this, ranges, existing, appending, stopped, message] {
+            [this, ranges, existing, appending, gathering, stopped, message] {
                 worker_.join();
                 if (next_) {
                     BatchJob job = std::move(*next_);
                     next_.reset();
                     start(std::move(job));
                 } else if (!stopped) {
-                    show(ranges, existing, appending, message);
+                    show(ranges, existing, appending, gathering, message);
                 }
             },
             Qt::QueuedConnection);
@@ -114,18 +117,20 @@ void PreviewPane::start(BatchJob job) {
 }
 
 void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vector<bool>& existing, bool appending,
-                       const QString& message) {
+                       bool gathering, const QString& message) {
     // The rows that write each output file, in the order they write it.
     std::map<std::string, std::vector<int>> writers;
     for (int row = 0; row < static_cast<int>(ranges.size()); ++row) writers[ranges[row].path].push_back(row);
     int writtenAgain = 0;
     int there = 0;
+    int exceptions = 0;
     for (const auto& [path, rows] : writers) {
         if (rows.size() > 1) ++writtenAgain;
         if (existing[rows.front()]) ++there;
     }
     const QIcon mark =
-        style()->standardIcon(appending ? QStyle::SP_MessageBoxInformation : QStyle::SP_MessageBoxWarning);
+        style()->standardIcon(gathering ? QStyle::SP_MessageBoxInformation : QStyle::SP_MessageBoxWarning);
+    const QIcon held = style()->standardIcon(QStyle::SP_MessageBoxCritical);
 
     table_->setRowCount(static_cast<int>(ranges.size()));
     for (int row = 0; row < static_cast<int>(ranges.size()); ++row) {
@@ -137,6 +142,14 @@ void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vecto
         // the text captured for it, where that differs, in its tooltip.
         auto* name = new QTableWidgetItem(QFileInfo(QString::fromStdString(range.path)).completeBaseName());
         name->setToolTip(QString("Captured text: %1").arg(QString::fromStdString(range.name)));
+        if (!range.exception.empty()) {
+            // A piece that breaks a check, or whose value the list lacks.
+            ++exceptions;
+            name->setIcon(held);
+            name->setForeground(QColor(0xb0, 0x1c, 0x1c));
+            name->setToolTip(name->toolTip() + "\nException: " + QString::fromStdString(range.exception));
+            if (range.path.empty()) name->setText(QString::fromStdString(range.name) + " (not written)");
+        }
         table_->setItem(row, 1, name);
         auto* file = new QTableWidgetItem(QFileInfo(QString::fromStdString(range.path)).fileName());
         QString tip = QString::fromStdString(range.path);
@@ -148,18 +161,18 @@ void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vecto
             if (other != row) (other < row ? earlier : later) << pagesText(ranges[other]);
         QStringList marks;
         if (!later.isEmpty())
-            marks << (appending ? QString("Written again by pages %1: their pages are appended to this range's")
+            marks << (gathering ? QString("Written again by pages %1: their pages are appended to this range's")
                                 : QString("Written again by pages %1: only the last range's piece is kept"))
                          .arg(later.join(", "));
         else if (!earlier.isEmpty())
-            marks << (appending ? QString("Written before by pages %1: this range's pages are appended to theirs")
+            marks << (gathering ? QString("Written before by pages %1: this range's pages are appended to theirs")
                                 : QString("Written before by pages %1: only this last range's piece is kept"))
                          .arg(earlier.join(", "));
         if (row == same.front() && existing[row])
             marks << (appending ? QString("Appends to an existing file") : QString("Replaces an existing file"));
         if (!marks.isEmpty()) {
             file->setIcon(mark);
-            if (!appending) file->setForeground(QColor(0xb3, 0x59, 0x00));
+            if (!gathering) file->setForeground(QColor(0xb3, 0x59, 0x00));
             tip += "\n\n" + marks.join("\n");
         }
         file->setToolTip(tip);
@@ -174,6 +187,7 @@ void PreviewPane::show(const std::vector<PlannedRange>& ranges, const std::vecto
         if (there > 0)
             counts << (appending ? counted(there, "appends to an existing file", "append to existing files")
                                  : counted(there, "replaces an existing file", "replace existing files"));
+        if (exceptions > 0) counts << counted(exceptions, "exception", "exceptions");
         if (!counts.isEmpty()) summary += QString::fromUtf8(" \u2014 ") + counts.join(", ");
         summary_->setText(summary);
     }

@@ -42,9 +42,10 @@ private:
     class Interface;
     void start(BatchJob job);
     // `existing` tells, range by range, whether its output file is there
-    // before the run; `appending` whether a run adds to such a file.
+    // before the run; `appending` whether a run adds to such a file, and
+    // `gathering` whether later ranges of a name add to the earlier ones.
     void show(const std::vector<PlannedRange>& ranges, const std::vector<bool>& existing, bool appending,
-              const QString& message);
+              bool gathering, const QString& message);
 
     std::unique_ptr<Interface> interface_;
     std::thread worker_;

@@ -168,6 +168,15 @@ Summary summarise(const RunRecord& record, const BatchResult& result) {
         html += "</p>";
     }
 
+    if (result.exceptions > 0) {
+        section("Exceptions");
+        html += "<p>" +
+                escaped(QString("%1 piece(s) broke a check or are not in the lookup list; exceptions.csv in the "
+                                "exceptions folder lists each with the reason.")
+                            .arg(result.exceptions)) +
+                "</p>";
+    }
+
     // Files the run did not come to before it stopped.
     QStringList notReached;
     if (!result.completed && !useCurrent)
@@ -189,7 +198,8 @@ Summary summarise(const RunRecord& record, const BatchResult& result) {
 
     const int written = static_cast<int>(result.outputs.size());
     const QString files = written == 1 ? QString("1 file written") : QString("%1 files written").arg(written);
-    summary.trouble = failures > 0 || !said.isEmpty() || result.mailsFailed > 0 || result.rangesFailed > 0;
+    summary.trouble =
+        failures > 0 || !said.isEmpty() || result.mailsFailed > 0 || result.rangesFailed > 0 || result.exceptions > 0;
     if (summary.headline.isEmpty()) {
         if (!result.completed)
             summary.headline = "The run ended early: " + files;

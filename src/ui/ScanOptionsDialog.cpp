@@ -19,47 +19,12 @@ namespace {
 
 QString qt(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
 
-QString labelOf(const char* key) { return qt(findSettingsKey(key)->label); }
-
-// A list of a key's modes; it offers only them.
-template <std::size_t N>
-QComboBox* modeList(QWidget* parent, const char* key, const std::array<std::string_view, N>& modes) {
-    auto* list = new QComboBox(parent);
-    list->setObjectName(key);
-    for (const auto text : modes) list->addItem(qt(text));
-    return list;
-}
-
-QCheckBox* check(QWidget* parent, const char* key) {
-    auto* box = new QCheckBox(labelOf(key), parent);
-    box->setObjectName(key);
-    return box;
-}
-
-// The labels of the groups' first columns take one width, so their controls
-// stand in one line down the dialog.
-void alignLabels(std::initializer_list<QGridLayout*> grids) {
-    int width = 0;
-    for (QGridLayout* grid : grids)
-        for (int row = 0; row < grid->rowCount(); ++row)
-            if (QLayoutItem* item = grid->itemAtPosition(row, 0); item && qobject_cast<QLabel*>(item->widget()))
-                width = std::max(width, item->widget()->sizeHint().width());
-    for (QGridLayout* grid : grids) grid->setColumnMinimumWidth(0, width);
-}
-
 }  // namespace
 
 ScanOptionsDialog::ScanOptionsDialog(const SplitSettings& settings, QWidget* parent) : OptionsDialog(parent) {
     setObjectName("ScanOptionsDialog");
     setWindowTitle("Scan Options");
     auto* layout = new QVBoxLayout(this);
-    // The ranges the reader keeps to: a number above them cannot be typed.
-    const auto number = [this](const char* key, int bottom, int top) {
-        auto* line = edit(key);
-        line->setValidator(new QIntValidator(bottom, top, line));
-        line->setMaximumWidth(70);
-        return line;
-    };
 
     auto* text = new QGroupBox("Text recognition", this);
     auto* textGrid = new QGridLayout(text);

@@ -137,6 +137,7 @@ private slots:
         saved.OCR = kOcrModes[0];
         saved.CODES = kOcrModes[2];
         saved.SEPARATOR = kSeparatorModes[1];
+        saved.LOOKUPMISSING = kLookupMissingModes[1];
         saved.OCRRESOLUTION = 400;
         saved.OCRCONFIDENCE = 60;
         saved.EMAILMSG = "Dear customer,\r\nyour statement.";
@@ -168,14 +169,15 @@ private slots:
         checkControls(dialog->findChild<QWidget*>("settingsForm"));
         for (const auto& [button, name] : {std::pair{"reportOptions", "ReportOptionsDialog"},
                                            {"emailOptions", "EmailSettingsDialog"},
-                                           {"scanOptions", "ScanOptionsDialog"}}) {
+                                           {"scanOptions", "ScanOptionsDialog"},
+                                           {"pieceOptions", "PieceOptionsDialog"}}) {
             auto* options = openOptions(dialog, button, name);
             QVERIFY(options);
             checkControls(options);
             saveScreenshot(options, name);
             click(options, "saveExit");
         }
-        QCOMPARE(checked, 66);
+        QCOMPARE(checked, 80);
 
         // Edits in an option dialog count on "Save/Exit" only. A control is
         // greyed while the lists above it leave it without effect.
@@ -537,6 +539,20 @@ private slots:
                     ->text()
                     .endsWith(QString::fromUtf8(" \u2014 1 file written more than once, 1 replaces an existing file")));
         saveScreenshot(window_.get(), "PreviewPane");
+
+        // Pieces that break a check are marked before anything is written.
+        dialog->findChild<QLineEdit*>("FINDSTRING")->setText("account:");
+        auto* pieces = openOptions(dialog, "pieceOptions", "PieceOptionsDialog");
+        QVERIFY(pieces);
+        pieces->findChild<QLineEdit*>("CHECKVALUE")->setText("100001");
+        click(pieces, "saveExit");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            window_->findChild<QLabel*>("previewSummary")->text().endsWith(QString::fromUtf8(" \u2014 2 exceptions")),
+            10000);
+        QCOMPARE(preview->item(0, 1)->toolTip(),
+                 QString("Captured text: 100000\nException: value does not match 100001"));
+        QVERIFY(preview->item(1, 1)->icon().isNull());
+        saveScreenshot(window_.get(), "PreviewExceptions");
 
         // A scanned page shows the words read from its image, where the
         // words of the page it was printed from stand.
