@@ -115,7 +115,8 @@ TEST(Watch, TakesCompleteFilesOnlyAndPutsBadInputAsideWithItsReason) {
     };
     setup("main.pcs", out);
     std::ofstream(dir / "inboxes.lst") << "+" << inbox.string() << "|" << (dir / "main.pcs").string() << "\r\n";
-    Watcher watcher(dir, {"--settle", "0.4", "--list", (dir / "inboxes.lst").string()});
+    // Looked at, as a network folder is (the test below listens for events).
+    Watcher watcher(dir, {"--settle", "0.4", "--poll-only", "--poll", "0.1", "--list", (dir / "inboxes.lst").string()});
     ASSERT_TRUE(waitFor([&] { return fs::exists(inbox / ".vellira-watch.lock"); }));
 
     // A second watcher leaves the inbox to the first.
@@ -184,7 +185,7 @@ TEST(Watch, TakesCompleteFilesOnlyAndPutsBadInputAsideWithItsReason) {
 
     watcher.signal(SIGTERM);
     EXPECT_EQ(watcher.wait(), 0);
-    EXPECT_NE(watcher.log().find("Stopping after the PDFs in hand"), std::string::npos);
+    EXPECT_NE(watcher.log().find("Stopping after the pieces in hand"), std::string::npos);
 }
 
 // The journal's mails, one line each: recipient -> (status, attempts, tries
@@ -234,8 +235,8 @@ std::vector<std::string> mailSettings(int port) {
             "--set", "EMAILHORIZAFTERTEXT=Email:"};
 }
 
-// Killed at random points while it splits and mails 20 PDFs, and started
-// again each time: in the end every piece is there once, under its own
+// Killed at random points while it splits and mails 20 PDFs, or stopped,
+// and started again each time: in the end every piece is there once, under its own
 // name, and every customer got one mail; more only where the journal says
 // the mail was in flight when the watcher died.
 TEST(Watch, KilledAtRandomPointsLeavesEveryPieceAndMailOnce) {
@@ -262,9 +263,11 @@ TEST(Watch, KilledAtRandomPointsLeavesEveryPieceAndMailOnce) {
     int kills = 0;
     for (; kills < 40 && !emptied(inbox); ++kills) {
         Watcher watcher(dir, args);
+        // Every third one is stopped as a service is: after the pieces in hand.
+        const bool stopped = kills % 3 == 2 && watcher.watching();
         std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution(10, 150)(random)));
-        watcher.signal(SIGKILL);
-        ASSERT_EQ(watcher.wait(), 128 + SIGKILL);
+        watcher.signal(stopped ? SIGTERM : SIGKILL);
+        ASSERT_EQ(watcher.wait(), stopped ? 0 : 128 + SIGKILL) << watcher.log();
     }
     Watcher last(dir, args);
     ASSERT_TRUE(waitFor([&] { return emptied(inbox); }, std::chrono::seconds(40))) << last.log();

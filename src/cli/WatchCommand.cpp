@@ -1,5 +1,6 @@
 // watch: the inboxes of the command line or of a watch list, split as PDFs
-// arrive, until TERM (or Ctrl-C); HUP reads the job files again. Logs go to
+// arrive, until TERM (or Ctrl-C) stops it after the pieces in hand; HUP
+// reads the job files again. Logs go to
 // the system journal with their levels, or to standard error on a terminal;
 // the service manager hears READY, STATUS and STOPPING.
 #include "cli/Commands.h"

@@ -126,7 +126,8 @@ int main(int argc, char** argv) {
     auto* watchCommand = app.add_subcommand(
         "watch",
         "Split each PDF that arrives in an INBOX folder once it is complete, then move it to INBOX/done, or to "
-        "INBOX/error beside a .txt saying why. Runs until stopped (TERM, Ctrl-C); HUP reads the job files again. "
+        "INBOX/error beside a .txt saying why. Runs until stopped (TERM, Ctrl-C: after the pieces in hand); HUP reads "
+        "the job files again. "
         "A journal in the state folder makes every piece and mail go once, across crashes.");
     addSettingsOptions(watchCommand, watch.settings);
     watchCommand

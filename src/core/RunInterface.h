@@ -86,7 +86,8 @@ public:
     // mail being sent is shown as a status line.
     virtual void mailStatus(const MailStatus& progress);
     // Before a mail is sent: false leaves it out, as one already sent (a
-    // journal that knows it went). Then each attempt, and how it ended.
+    // journal that knows it went). Then how each try ended, and each try
+    // that begins again ("sending").
     virtual bool mailStarting(const MailAttempt&) { return true; }
     virtual void mailAttempted(const MailAttempt&) {}
     // The Stop flag, read before every row, page and mail.

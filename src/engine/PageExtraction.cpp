@@ -105,6 +105,7 @@ bool SplitEngine::SavePDDoc(DocHandle target, const std::string& path) {
         return false;
     }
     if (run.trace.on()) run.trace.write("SavePDDoc return 1\n");
+    savedAs_ = destination;
     return true;
 }
 
@@ -170,7 +171,7 @@ void SplitEngine::ExtractPages(const std::string& outFile, int start, int end) {
     }
     doc.reports.rangeLine(start + 1, end + 1, doc.g_szBuf, outFile);
     if (run.plan) run.plan->push_back({start + 1, end + 1, doc.g_szBuf, outFile});
-    if (checks_ && (saved || run.plan)) recordPiece(outFile, start, end);
+    if (checks_ && (saved || run.plan)) recordPiece(outFile, saved && !run.planned ? savedAs_ : outFile, start, end);
     if (saved) {
         PlannedRange output{start + 1, end + 1, doc.g_szBuf, outFile};
         long confidence = 0;

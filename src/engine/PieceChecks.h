@@ -21,6 +21,7 @@ namespace vellira {
 
 // A piece as its ranges made it.
 struct PieceRecord {
+    std::string file;    // where it is saved
     std::string source;  // the source of its first range
     std::string pages;   // its 1-based source pages: "1-3, 7"
     std::string value;   // what names it

@@ -145,8 +145,9 @@ void SplitEngine::valueChange(const PageText& page) {
         composer.groups = patterns_->hit(static_cast<std::size_t>(found->second - page.words.data())).groups;
 }
 
-void SplitEngine::recordPiece(const std::string& outFile, int start, int end) {
+void SplitEngine::recordPiece(const std::string& outFile, const std::string& file, int start, int end) {
     PieceRecord& piece = run.pieces[outFile];
+    piece.file = file;
     piece.addPages(settings.FILENAME, start + 1, end + 1);
     if (piece.value.empty()) piece.value = doc.g_szBuf;
     if (!checks_ || !checks_->numbersPages()) return;
@@ -176,9 +177,9 @@ std::vector<std::string> SplitEngine::judgePieces() {
     for (auto& [outFile, piece] : run.pieces) {
         const auto broken = checks_ ? checks_->broken(piece) : std::nullopt;
         if (!broken) continue;
-        const std::filesystem::path folder = exceptionsFolder(outFile);
-        const std::filesystem::path from = host.makeHostPath(outFile);
-        std::string path = outFile;
+        const std::filesystem::path folder = exceptionsFolder(piece.file);
+        const std::filesystem::path from = host.makeHostPath(piece.file);
+        std::string path = piece.file;
         if (!settings.EXCEPTIONSLISTONLY) {
             path = pathText(folder / from.filename());
             std::error_code failed;
@@ -190,8 +191,8 @@ std::vector<std::string> SplitEngine::judgePieces() {
                 if (!failed) std::filesystem::rename(from, folder / from.filename(), failed);
             }
             if (failed) {
-                ui.note("Can't move '" + outFile + "' into the exceptions folder: " + failed.message());
-                path = outFile;
+                ui.note("Can't move '" + piece.file + "' into the exceptions folder: " + failed.message());
+                path = piece.file;
             }
         }
         // A piece held back is not mailed.

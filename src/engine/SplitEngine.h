@@ -346,8 +346,9 @@ private:
     void valueChange(const PageText& page);
     // Where the pieces of an output that break a check go.
     std::filesystem::path exceptionsFolder(const std::string& outFile) const;
-    // Records the range just written into its piece, for the checks.
-    void recordPiece(const std::string& outFile, int start, int end);
+    // Records the range of `outFile` just written (into `file`: a free
+    // "_partNNN" name may stand for it) into its piece, for the checks.
+    void recordPiece(const std::string& outFile, const std::string& file, int start, int end);
 
     ScanView view_ = ScanView::Split;
     std::size_t separator_ = 0;  // the SEPARATOR mode, an index of kSeparatorModes
@@ -362,6 +363,7 @@ private:
     // The lookup list, and the file and column it was read for.
     std::optional<LookupList> lookup_;
     std::pair<std::string, std::string> lookupFrom_;
+    std::string savedAs_;  // the file SavePDDoc last saved
 };
 
 }  // namespace vellira

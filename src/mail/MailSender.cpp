@@ -156,6 +156,8 @@ SendResult sendRetrying(const SplitSettings& s, MailAttempt& attempt, const Mail
         if (ui.cancelled()) return result;
         wait = std::min(wait * 2, kLongestRetryWait);
         ++attempt.attempt;
+        attempt.status = "sending";
+        ui.mailAttempted(attempt);
     }
 }
 

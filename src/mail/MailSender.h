@@ -71,7 +71,8 @@ MailCounts sendMailList(const SplitSettings& settings, const std::vector<MailEnt
 
 // Sends one mail of a run, trying a temporary failure again with back-off
 // for EMAILRETRYSECONDS (or until Stop); each failed try that is tried again
-// is told to the interface as "retrying", with `attempt` counting the tries.
+// is told to the interface as "retrying", and the next try as "sending", with
+// `attempt` counting the tries.
 SendResult sendRetrying(const SplitSettings& settings, MailAttempt& attempt, const MailTransport& transport,
                         RunInterface& ui);
 

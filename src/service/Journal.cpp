@@ -6,9 +6,12 @@
 #include <sqlite3.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <vector>
 
 namespace vellira::service {
 
@@ -30,22 +33,37 @@ CREATE INDEX IF NOT EXISTS mails_by_file ON mails(source, file, recipient);
 CREATE INDEX IF NOT EXISTS mails_by_time ON mails(updated);
 )";
 
-// One prepared statement, bound in order and stepped.
-class Statement {
+// While it lives, each step the journal takes is on disk when it returns.
+class Durable {
 public:
-    Statement(sqlite3* db, const char* sql) : db_(db) {
-        if (sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr) != SQLITE_OK)
-            throw JournalError(std::string("journal: ") + sqlite3_errmsg(db));
-    }
-    ~Statement() { sqlite3_finalize(statement_); }
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
+    explicit Durable(sqlite3* db) : db_(db) { sqlite3_exec(db_, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr); }
+    ~Durable() { sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr); }
+    Durable(const Durable&) = delete;
+    Durable& operator=(const Durable&) = delete;
 
-    Statement& bind(const std::string& text) {
+private:
+    sqlite3* db_;
+};
+
+}  // namespace
+
+// One of the journal's statements, bound in order and stepped, then reset
+// for its next use.
+class JournalStatement {
+public:
+    JournalStatement(Journal& journal, const char* sql) : db_(journal.db_), statement_(journal.prepared(sql)) {}
+    ~JournalStatement() {
+        sqlite3_reset(statement_);
+        sqlite3_clear_bindings(statement_);
+    }
+    JournalStatement(const JournalStatement&) = delete;
+    JournalStatement& operator=(const JournalStatement&) = delete;
+
+    JournalStatement& bind(const std::string& text) {
         sqlite3_bind_text(statement_, ++at_, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
         return *this;
     }
-    Statement& bind(std::int64_t value) {
+    JournalStatement& bind(std::int64_t value) {
         sqlite3_bind_int64(statement_, ++at_, value);
         return *this;
     }
@@ -65,23 +83,19 @@ public:
 
 private:
     sqlite3* db_;
-    sqlite3_stmt* statement_ = nullptr;
+    sqlite3_stmt* statement_;
     int at_ = 0;
 };
+using Statement = JournalStatement;
 
-// While it lives, each step the journal takes is on disk when it returns.
-class Durable {
-public:
-    explicit Durable(sqlite3* db) : db_(db) { sqlite3_exec(db_, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr); }
-    ~Durable() { sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr); }
-    Durable(const Durable&) = delete;
-    Durable& operator=(const Durable&) = delete;
-
-private:
-    sqlite3* db_;
-};
-
-}  // namespace
+sqlite3_stmt* Journal::prepared(const char* sql) {
+    auto& statement = statements_[sql];
+    if (!statement && sqlite3_prepare_v3(db_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+        statements_.erase(sql);
+        throw JournalError(std::string("journal: ") + sqlite3_errmsg(db_));
+    }
+    return statement;
+}
 
 std::filesystem::path stateFolder() {
     if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state == '/')
@@ -101,16 +115,29 @@ std::string journalTime() {
 std::optional<std::string> fileChecksum(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     if (!in) return std::nullopt;
+    // Eight bytes a step, each mixed into the whole (the last word padded
+    // with zeros); then the length.
+    constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15ull;
     std::uint64_t hash = 14695981039346656037ull;
-    char buffer[65536];
-    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-        for (std::streamsize i = 0; i < in.gcount(); ++i) {
-            hash ^= static_cast<unsigned char>(buffer[i]);
-            hash *= 1099511628211ull;
+    std::uint64_t length = 0;
+    std::vector<char> buffer(1 << 16);
+    for (;;) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        const auto n = static_cast<std::size_t>(in.gcount());
+        std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(n),
+                  buffer.begin() + static_cast<std::ptrdiff_t>(std::min(buffer.size(), n + 7)), 0);
+        for (std::size_t at = 0; at < n; at += 8) {
+            std::uint64_t word;
+            std::memcpy(&word, buffer.data() + at, 8);
+            hash = (hash ^ word) * kMix;
+            hash ^= hash >> 29;
         }
-        if (!in) break;
+        length += n;
+        if (n < buffer.size()) break;
     }
-    return formatText("%016llx", static_cast<unsigned long long>(hash));
+    if (in.bad()) return std::nullopt;
+    hash = (hash ^ length) * kMix;
+    return formatText("%016llx", static_cast<unsigned long long>(hash ^ (hash >> 32)));
 }
 
 Journal::Journal(const std::filesystem::path& file) : file_(file) {
@@ -139,7 +166,10 @@ Journal::Journal(const std::filesystem::path& file) : file_(file) {
     }
 }
 
-Journal::~Journal() { sqlite3_close(db_); }
+Journal::~Journal() {
+    for (const auto& [sql, statement] : statements_) sqlite3_finalize(statement);
+    sqlite3_close(db_);
+}
 
 void Journal::exec(const char* sql) {
     char* error = nullptr;
@@ -153,7 +183,7 @@ void Journal::exec(const char* sql) {
 std::optional<SourceRecord> Journal::findSource(const std::string& inbox, const std::string& name, std::int64_t size,
                                                 std::int64_t mtime) {
     const std::lock_guard hold(lock_);
-    Statement find(db_,
+    Statement find(*this,
                    "SELECT id, state, reason FROM sources WHERE inbox = ? AND name = CAST(? AS BLOB) AND size = ? "
                    "AND mtime = ? ORDER BY id DESC LIMIT 1");
     find.bind(inbox).bind(name).bind(size).bind(mtime);
@@ -164,59 +194,49 @@ std::optional<SourceRecord> Journal::findSource(const std::string& inbox, const 
 std::int64_t Journal::takeSource(const std::string& inbox, const std::string& name, std::int64_t size,
                                  std::int64_t mtime) {
     const std::lock_guard hold(lock_);
-    Statement take(db_,
+    Statement take(*this,
                    "INSERT INTO sources(inbox, name, size, mtime, state, taken) VALUES(?, CAST(? AS BLOB), ?, ?, "
                    "'taken', ?)");
     take.bind(inbox).bind(name).bind(size).bind(mtime).bind(journalTime()).step();
     return sqlite3_last_insert_rowid(db_);
 }
 
-void Journal::finishSource(std::int64_t id, const std::string& state, const std::string& reason) {
+std::vector<std::string> Journal::finishSource(std::int64_t id, const std::string& state, const std::string& reason,
+                                               const std::vector<OutputRecord>& outputs) {
     const std::lock_guard hold(lock_);
     const Durable durable(db_);  // the source is moved next
-    Statement(db_, "UPDATE sources SET state = ?, reason = ?, finished = ? WHERE id = ?")
-        .bind(state)
-        .bind(reason)
-        .bind(journalTime())
-        .bind(id)
-        .step();
-}
-
-std::optional<std::string> Journal::recordOutput(std::int64_t source, const std::string& path, int first, int last,
-                                                 const std::string& checksum) {
-    const std::lock_guard hold(lock_);
-    Statement find(db_, "SELECT checksum FROM outputs WHERE source = ? AND path = CAST(? AS BLOB)");
-    find.bind(source).bind(path);
-    std::optional<std::string> before;
-    if (find.step()) before = find.text(0);
-    if (before)
-        Statement(db_,
-                  "UPDATE outputs SET checksum = ?, written = ?, times = times + 1 WHERE source = ? AND path = "
-                  "CAST(? AS BLOB)")
-            .bind(checksum)
-            .bind(journalTime())
-            .bind(source)
-            .bind(path)
+    exec("BEGIN IMMEDIATE");
+    std::vector<std::string> changed;
+    try {
+        const std::string now = journalTime();
+        for (const auto& output : outputs) {
+            Statement find(*this, "SELECT checksum FROM outputs WHERE source = ? AND path = CAST(? AS BLOB)");
+            if (find.bind(id).bind(output.path).step() && find.text(0) != output.checksum)
+                changed.push_back(output.path);
+            Statement(*this,
+                      "INSERT INTO outputs(source, path, first, last, checksum, written) VALUES(?, CAST(? AS BLOB), ?, "
+                      "?, ?, ?) ON CONFLICT(source, path) DO UPDATE SET checksum = excluded.checksum, written = "
+                      "excluded.written, times = times + 1")
+                .bind(id)
+                .bind(output.path)
+                .bind(std::int64_t{output.first})
+                .bind(std::int64_t{output.last})
+                .bind(output.checksum)
+                .bind(now)
+                .step();
+        }
+        Statement(*this, "UPDATE sources SET state = ?, reason = ?, finished = ? WHERE id = ?")
+            .bind(state)
+            .bind(reason)
+            .bind(now)
+            .bind(id)
             .step();
-    else
-        Statement(db_,
-                  "INSERT INTO outputs(source, path, first, last, checksum, written) VALUES(?, CAST(? AS BLOB), "
-                  "?, ?, ?, ?)")
-            .bind(source)
-            .bind(path)
-            .bind(std::int64_t{first})
-            .bind(std::int64_t{last})
-            .bind(checksum)
-            .bind(journalTime())
-            .step();
-    return before;
-}
-
-int Journal::outputCount(std::int64_t source) {
-    const std::lock_guard hold(lock_);
-    Statement count(db_, "SELECT COUNT(*) FROM outputs WHERE source = ?");
-    count.bind(source).step();
-    return static_cast<int>(count.integer(0));
+        exec("COMMIT");
+    } catch (const JournalError&) {
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        throw;
+    }
+    return changed;
 }
 
 std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAttempt& attempt) {
@@ -224,7 +244,7 @@ std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAt
     const Durable durable(db_);  // the mail goes next
     const std::string now = journalTime();
     if (source != 0) {
-        Statement find(db_,
+        Statement find(*this,
                        "SELECT id, status FROM mails WHERE source = ? AND file = CAST(? AS BLOB) AND recipient = ? "
                        "ORDER BY id DESC LIMIT 1");
         find.bind(source).bind(attempt.file).bind(attempt.recipient);
@@ -232,7 +252,7 @@ std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAt
             const std::int64_t id = find.integer(0);
             const std::string status = find.text(1);
             if (status == "sent") return std::nullopt;
-            Statement(db_, "UPDATE mails SET status = 'sending', updated = ?, cut_off = cut_off + ? WHERE id = ?")
+            Statement(*this, "UPDATE mails SET status = 'sending', updated = ?, cut_off = cut_off + ? WHERE id = ?")
                 .bind(now)
                 .bind(std::int64_t{status == "sending"})
                 .bind(id)
@@ -240,7 +260,7 @@ std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAt
             return id;
         }
     }
-    Statement add(db_,
+    Statement add(*this,
                   "INSERT INTO mails(source, file, first, last, recipient, status, settings, started, updated) "
                   "VALUES(?, CAST(? AS BLOB), ?, ?, ?, 'sending', ?, ?, ?)");
     add.bind(source)
@@ -257,23 +277,31 @@ std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAt
 
 void Journal::restartMail(std::int64_t id) {
     const std::lock_guard hold(lock_);
-    Statement(db_, "UPDATE mails SET status = 'sending', updated = ? WHERE id = ?").bind(journalTime()).bind(id).step();
+    Statement(*this, "UPDATE mails SET status = 'sending', updated = ? WHERE id = ?")
+        .bind(journalTime())
+        .bind(id)
+        .step();
 }
 
 void Journal::updateMail(std::int64_t id, const std::string& status, const std::string& answer) {
     const std::lock_guard hold(lock_);
-    // Each try ends here once, over resends too.
-    Statement(db_, "UPDATE mails SET status = ?, answer = ?, updated = ?, attempts = attempts + 1 WHERE id = ?")
+    // A try that begins again is on disk before the mail goes; each try
+    // that ends is counted, over resends too.
+    const bool again = status == "sending";
+    std::optional<Durable> durable;
+    if (again) durable.emplace(db_);
+    Statement(*this, "UPDATE mails SET status = ?, answer = ?, updated = ?, attempts = attempts + ? WHERE id = ?")
         .bind(status)
         .bind(answer)
         .bind(journalTime())
+        .bind(std::int64_t{again ? 0 : 1})
         .bind(id)
         .step();
 }
 
 std::vector<MailRecord> Journal::mails(const std::string& since, bool failedOnly) {
     const std::lock_guard hold(lock_);
-    Statement list(db_,
+    Statement list(*this,
                    "SELECT id, source, updated, file, first, last, recipient, status, answer, attempts, cut_off, "
                    "settings FROM mails WHERE updated >= ? AND (? = 0 OR status = 'failed') ORDER BY id");
     list.bind(since).bind(std::int64_t{failedOnly});

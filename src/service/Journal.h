@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -18,6 +19,7 @@
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace vellira::service {
 
@@ -47,6 +49,14 @@ struct SourceRecord {
     std::int64_t mtime = 0;  // nanoseconds
     std::string state;       // "taken", "done", "error"
     std::string reason;
+};
+
+// An output as written: its path, 1-based source pages and checksum.
+struct OutputRecord {
+    std::string path;
+    int first = 0;
+    int last = 0;
+    std::string checksum;
 };
 
 struct MailRecord {
@@ -79,13 +89,11 @@ public:
     std::optional<SourceRecord> findSource(const std::string& inbox, const std::string& name, std::int64_t size,
                                            std::int64_t mtime);
     std::int64_t takeSource(const std::string& inbox, const std::string& name, std::int64_t size, std::int64_t mtime);
-    void finishSource(std::int64_t id, const std::string& state, const std::string& reason);
-
-    // An output of a source as written; answers the checksum it had when
-    // written before, if it was.
-    std::optional<std::string> recordOutput(std::int64_t source, const std::string& path, int first, int last,
-                                            const std::string& checksum);
-    int outputCount(std::int64_t source);
+    // Ends a source: how it ended and the outputs it wrote, in one step that
+    // is on disk before the source is moved. Answers the outputs the source
+    // had written before with other contents.
+    std::vector<std::string> finishSource(std::int64_t id, const std::string& state, const std::string& reason,
+                                          const std::vector<OutputRecord>& outputs = {});
 
     // A mail about to be sent for `source` (0: a one-shot run). Answers its
     // record's id, or none when the journal has it sent already. A record
@@ -94,16 +102,21 @@ public:
     std::optional<std::int64_t> startMail(std::int64_t source, const MailAttempt& attempt);
     // A mail sent again by hand: its record goes back to "sending".
     void restartMail(std::int64_t id);
-    // How a try ended: "retrying", "sent" or "failed", with the answer.
+    // How a try ended: "retrying", "sent" or "failed", with the answer; or
+    // "sending" as the next try begins.
     void updateMail(std::int64_t id, const std::string& status, const std::string& answer);
     // Mails whose last attempt is at or after `since` (any when empty), in
     // order; only the failed ones with `failedOnly`.
     std::vector<MailRecord> mails(const std::string& since, bool failedOnly);
 
 private:
+    friend class JournalStatement;
     void exec(const char* sql);
+    // The statement of `sql` (a literal), prepared once.
+    sqlite3_stmt* prepared(const char* sql);
     std::filesystem::path file_;
     sqlite3* db_ = nullptr;
+    std::map<const char*, sqlite3_stmt*> statements_;
     std::mutex lock_;
 };
 

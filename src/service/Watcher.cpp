@@ -155,7 +155,6 @@ struct Watcher::State {
     std::set<RunInterface*> working;
     std::string lastTaken;
     bool stopping = false;
-    int workersLeft = 0;
 
     State(WatchOptions o, InboxLoader l, WatchFront& f) : options(std::move(o)), load(std::move(l)), front(f) {}
 
@@ -440,12 +439,6 @@ void Watcher::State::work() {
         }
         tellStatus();
     }
-    const std::lock_guard hold(lock);
-    --workersLeft;
-    const std::uint64_t one = 1;
-    if (write(wake, &one, sizeof one) < 0) {
-        // The stopping loop looks again within 200 ms anyway.
-    }
 }
 
 // A full output disk stops the taking of files until there is room again.
@@ -483,7 +476,7 @@ namespace {
 class SourceInterface final : public RunInterface {
 public:
     SourceInterface(WatchFront& front, Journal& journal, std::int64_t source, std::string name)
-        : front_(front), journal_(journal), source_(source), name_(std::move(name)), mails_(&journal, source) {}
+        : front_(front), name_(std::move(name)), mails_(&journal, source) {}
     void note(std::string_view message) override {
         notes.emplace_back(message);
         front_.log(LogLevel::Info, name_ + ": " + std::string(message));
@@ -492,16 +485,10 @@ public:
         front_.log(LogLevel::Info, name_ + ": " + std::string(message) + " (answered no)");
         return false;
     }
+    // Kept with how the source ended.
     void fileWritten(std::string_view path, int first, int last) override {
         const std::string file(path);
-        const std::string checksum = fileChecksum(pathFromText(file)).value_or("");
-        try {
-            const auto before = journal_.recordOutput(source_, file, first, last, checksum);
-            if (before && *before != checksum)
-                front_.log(LogLevel::Warning, name_ + ": '" + file + "' was written again with other contents");
-        } catch (const JournalError& error) {
-            front_.log(LogLevel::Error, error.what());
-        }
+        outputs.push_back({file, first, last, fileChecksum(pathFromText(file)).value_or("")});
     }
     bool mailStarting(const MailAttempt& attempt) override {
         if (mails_.starting(attempt)) return true;
@@ -511,17 +498,17 @@ public:
     }
     void mailAttempted(const MailAttempt& attempt) override {
         mails_.attempted(attempt);
+        if (attempt.status == "sending") return;
         const LogLevel level = attempt.status == "sent" ? LogLevel::Info : LogLevel::Warning;
         front_.log(level, name_ + ": mail to " + attempt.recipient + " " + attempt.status +
                               (attempt.answer.empty() ? "" : ": " + attempt.answer));
     }
     const MailJournalHook& mails() const { return mails_; }
     std::vector<std::string> notes;
+    std::vector<OutputRecord> outputs;
 
 private:
     WatchFront& front_;
-    Journal& journal_;
-    std::int64_t source_;
     std::string name_;
     MailJournalHook mails_;
 };
@@ -543,7 +530,7 @@ void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
         const std::lock_guard hold(lock);
         lastTaken = task.name;
         working.insert(&ui);
-        if (stopRequests.load() > 1) ui.requestCancel();
+        if (stopping) ui.requestCancel();
     }
     tellStatus();
 
@@ -564,7 +551,7 @@ void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
         working.erase(&ui);
     }
     if (result.stopped || ui.cancelled()) {
-        log(LogLevel::Notice, "Stopped while splitting '" + task.name + "': taken again at the next start");
+        log(LogLevel::Notice, "Stopped while splitting '" + task.name + "': finished at the next start");
         return;
     }
     std::string reason;
@@ -586,7 +573,8 @@ void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
     }
     if (!ui.mails().problem().empty()) log(LogLevel::Error, ui.mails().problem());
     try {
-        journal->finishSource(id, reason.empty() ? "done" : "error", reason);
+        for (const auto& path : journal->finishSource(id, reason.empty() ? "done" : "error", reason, ui.outputs))
+            log(LogLevel::Warning, "'" + path + "' was written again with other contents");
     } catch (const JournalError& error) {
         log(LogLevel::Error, std::string(error.what()) + "; '" + task.name + "' is left in its inbox");
         return;
@@ -635,7 +623,6 @@ int Watcher::run() {
 
     const int jobs = std::max(1, s.options.jobs);
     std::vector<std::thread> workers;
-    s.workersLeft = jobs;
     for (int i = 0; i < jobs; ++i) workers.emplace_back([&s] { s.work(); });
     s.nextPoll = Clock::now() + s.options.pollEvery;
     s.lookAtCandidates(Clock::now());
@@ -669,27 +656,17 @@ int Watcher::run() {
         s.lookAtCandidates(now);
     }
 
+    // The PDFs in hand stop after the piece each is writing (or the mail it
+    // is sending): the journal has them taken, and the next start finishes
+    // them.
     s.front.notify("STOPPING=1");
-    s.log(LogLevel::Notice, "Stopping after the PDFs in hand");
+    s.log(LogLevel::Notice, "Stopping after the pieces in hand");
     {
         const std::lock_guard hold(s.lock);
         s.stopping = true;
+        for (RunInterface* ui : s.working) ui->requestCancel();
     }
     s.changed.notify_all();
-    // A second stop stops the PDFs in hand too.
-    for (;;) {
-        {
-            const std::lock_guard hold(s.lock);
-            if (s.workersLeft == 0) break;
-            if (s.stopRequests.load() > 1)
-                for (RunInterface* ui : s.working) ui->requestCancel();
-        }
-        pollfd wake{s.wake, POLLIN, 0};
-        poll(&wake, 1, 200);
-        std::uint64_t ignored;
-        if (read(s.wake, &ignored, sizeof ignored) < 0) {
-        }
-    }
     for (auto& worker : workers) worker.join();
     return 0;
 }

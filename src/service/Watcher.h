@@ -64,9 +64,9 @@ public:
     // not start (no journal, no inbox it could hold).
     int run();
 
-    // Both may be called from a signal handler. stop: the PDFs in hand are
-    // finished and no more are taken; a second stop stops those too, to be
-    // taken again at the next start. reload: the job files are read again.
+    // Both may be called from a signal handler. stop: no more files are
+    // taken, and those in hand stop after the piece each is writing, to be
+    // finished at the next start. reload: the job files are read again.
     void stop();
     void reload();
 
