@@ -120,7 +120,7 @@ TEST(Watch, TakesCompleteFilesOnlyAndPutsBadInputAsideWithItsReason) {
     ASSERT_TRUE(waitFor([&] { return fs::exists(inbox / ".vellira-watch.lock"); }));
 
     // A second watcher leaves the inbox to the first.
-    const auto rival = testing::runProgram(dir, "watch " + quoted(inbox), "XDG_STATE_HOME=" + quoted(dir / "state"));
+    const auto rival = testing::runProgram(dir, "watch " + quoted(inbox));
     EXPECT_EQ(rival.status, 1);
     EXPECT_NE(rival.err.find("Another watcher has the inbox '" + inbox.string() + "'"), std::string::npos) << rival.err;
 
@@ -196,8 +196,7 @@ struct JournalMail {
     int cutOff = 0;
 };
 std::map<std::string, JournalMail> journalMails(const testing::TempDir& dir, const std::string& more = "") {
-    const auto listed =
-        testing::runProgram(dir, "mail-status --csv " + more, "XDG_STATE_HOME=" + quoted(dir / "state"));
+    const auto listed = testing::runProgram(dir, "mail-status --csv " + more);
     std::map<std::string, JournalMail> mails;
     std::istringstream lines(listed.out);
     std::string line;
@@ -314,16 +313,16 @@ TEST(MailFollowUp, RetriesWhatWasPutOffAndResendsWhatFailed) {
     writeStatements(dir / "run.pdf", {"C1", "C2"});
     std::string settings = "--set OUTPUTDIR=" + quoted(dir / "out");
     for (const auto& arg : mailSettings(port)) settings += " " + testing::quoted(fs::path(arg));
-    const std::string state = "XDG_STATE_HOME=" + quoted(dir / "state") + " VELLIRA_EMAILPASSWORD=s3cret";
+    const std::string password = "VELLIRA_EMAILPASSWORD=s3cret";
 
     // No server: both mails fail at once without a retry time.
-    const auto failed = testing::runProgram(dir, "split " + settings + " " + quoted(dir / "run.pdf"), state);
+    const auto failed = testing::runProgram(dir, "split " + settings + " " + quoted(dir / "run.pdf"), password);
     EXPECT_EQ(failed.status, 3) << failed.err;
     auto mails = journalMails(dir, "--failed");
     ASSERT_EQ(mails.size(), 2u);
     EXPECT_EQ(mails["C1@example.com"].status, "failed");
     EXPECT_EQ(journalMails(dir, "--failed --since '2999-01-01'").size(), 0u);
-    EXPECT_EQ(testing::runProgram(dir, "mail-status --since yesterday", state).status, 2);
+    EXPECT_EQ(testing::runProgram(dir, "mail-status --since yesterday", password).status, 2);
 
     {
         // The server comes back while the retries wait.
@@ -334,7 +333,7 @@ TEST(MailFollowUp, RetriesWhatWasPutOffAndResendsWhatFailed) {
         });
         writeStatements(dir / "later.pdf", {"C3"});
         const auto retried = testing::runProgram(
-            dir, "split " + settings + " --set EMAILRETRYSECONDS=30 " + quoted(dir / "later.pdf"), state);
+            dir, "split " + settings + " --set EMAILRETRYSECONDS=30 " + quoted(dir / "later.pdf"), password);
         starter.join();
         EXPECT_EQ(retried.status, 0) << retried.err;
         EXPECT_EQ(journalMails(dir)["C3@example.com"].status, "sent");
@@ -344,13 +343,13 @@ TEST(MailFollowUp, RetriesWhatWasPutOffAndResendsWhatFailed) {
         const auto start = std::chrono::steady_clock::now();
         const auto refused =
             testing::runProgram(dir, "split " + settings + " --set EMAILRETRYSECONDS=30 " + quoted(dir / "later.pdf"),
-                                "XDG_STATE_HOME=" + quoted(dir / "state") + " VELLIRA_EMAILPASSWORD=wrong");
+                                "VELLIRA_EMAILPASSWORD=wrong");
         EXPECT_EQ(refused.status, 3);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 
         // The three that failed are sent again, with the same message and
         // the right password.
-        const auto resent = testing::runProgram(dir, "mail-resend --failed --since 2000-01-01", state);
+        const auto resent = testing::runProgram(dir, "mail-resend --failed --since 2000-01-01", password);
         EXPECT_EQ(resent.status, 0) << resent.err;
         EXPECT_EQ(received(*late),
                   (std::map<std::string, int>{{"C1@example.com", 1}, {"C2@example.com", 1}, {"C3@example.com", 2}}));
@@ -361,7 +360,7 @@ TEST(MailFollowUp, RetriesWhatWasPutOffAndResendsWhatFailed) {
     EXPECT_EQ(mails["C1@example.com"].status, "sent");
     EXPECT_EQ(mails["C1@example.com"].attempts, 2);
     EXPECT_TRUE(journalMails(dir, "--failed").empty());
-    EXPECT_EQ(testing::runProgram(dir, "mail-resend --failed", state).err, "No failed mail to send again.\n");
+    EXPECT_EQ(testing::runProgram(dir, "mail-resend --failed", password).err, "No failed mail to send again.\n");
 }
 
 // The service unit as the package installs it, checked by systemd itself.

@@ -7,9 +7,6 @@
 #include "cli/ConsoleInterface.h"
 #include "service/MailJournal.h"
 
-#include <memory>
-#include <optional>
-
 namespace vellira::cli {
 
 class JournaledConsole final : public ConsoleInterface {
@@ -21,9 +18,7 @@ public:
     void warnIfNotKept();
 
 private:
-    std::unique_ptr<service::Journal> journal_;
-    std::optional<service::MailJournalHook> hook_;
-    std::string openError_;
+    service::RunMailJournal mails_;
 };
 
 }  // namespace vellira::cli

@@ -6,29 +6,16 @@
 #include "service/Journal.h"
 
 #include <iostream>
-#include <regex>
+#include <string_view>
 
 namespace vellira::cli {
 
-bool JournaledConsole::mailStarting(const MailAttempt& attempt) {
-    if (!hook_) {
-        try {
-            journal_ = std::make_unique<service::Journal>(service::defaultJournalPath());
-        } catch (const service::JournalError& error) {
-            openError_ = error.what();
-        }
-        hook_.emplace(journal_.get(), 0);
-    }
-    return hook_->starting(attempt);
-}
+bool JournaledConsole::mailStarting(const MailAttempt& attempt) { return mails_.starting(attempt); }
 
-void JournaledConsole::mailAttempted(const MailAttempt& attempt) {
-    if (hook_) hook_->attempted(attempt);
-}
+void JournaledConsole::mailAttempted(const MailAttempt& attempt) { mails_.attempted(attempt); }
 
 void JournaledConsole::warnIfNotKept() {
-    const std::string problem = !openError_.empty() ? openError_ : hook_ ? hook_->problem() : std::string();
-    if (!problem.empty())
+    if (const std::string problem = mails_.problem(); !problem.empty())
         std::cerr << "vellira-batch: warning: the mail attempts were not all kept in the journal: " << problem << "\n";
 }
 
@@ -36,8 +23,15 @@ namespace {
 
 // DATE as YYYY-MM-DD, optionally with HH:MM or HH:MM:SS; empty for none.
 bool validSince(const std::string& since) {
-    static const std::regex form(R"(\d{4}-\d{2}-\d{2}( \d{2}:\d{2}(:\d{2})?)?)");
-    return since.empty() || std::regex_match(since, form);
+    if (since.empty()) return true;
+    for (const std::string_view form : {"dddd-dd-dd", "dddd-dd-dd dd:dd", "dddd-dd-dd dd:dd:dd"}) {
+        if (form.size() != since.size()) continue;
+        bool matches = true;
+        for (std::size_t i = 0; i < form.size() && matches; ++i)
+            matches = form[i] == 'd' ? since[i] >= '0' && since[i] <= '9' : since[i] == form[i];
+        if (matches) return true;
+    }
+    return false;
 }
 
 // The journal as it stands, or none when there is none yet.

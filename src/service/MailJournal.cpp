@@ -4,6 +4,26 @@
 
 namespace vellira::service {
 
+bool RunMailJournal::starting(const MailAttempt& attempt) {
+    if (!hook_) {
+        try {
+            journal_ = std::make_unique<Journal>(defaultJournalPath());
+        } catch (const JournalError& error) {
+            openError_ = error.what();
+        }
+        hook_.emplace(journal_.get(), 0);
+    }
+    return hook_->starting(attempt);
+}
+
+void RunMailJournal::attempted(const MailAttempt& attempt) {
+    if (hook_) hook_->attempted(attempt);
+}
+
+std::string RunMailJournal::problem() const {
+    return !openError_.empty() ? openError_ : hook_ ? hook_->problem() : std::string();
+}
+
 bool MailJournalHook::starting(const MailAttempt& attempt) {
     if (!journal_) return true;
     try {

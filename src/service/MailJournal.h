@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,6 +36,22 @@ private:
     std::map<std::pair<std::string, std::string>, std::int64_t> ids_;  // (file, recipient) -> record
     std::string problem_;
     std::vector<std::string> failures_;
+};
+
+// The mail journal of a one-shot run (the command line's, the desktop
+// application's): opened in the state folder with the run's first mail.
+// When it cannot be opened the mails still go, and `problem` tells why they
+// were not kept.
+class RunMailJournal {
+public:
+    bool starting(const MailAttempt& attempt);
+    void attempted(const MailAttempt& attempt);
+    std::string problem() const;
+
+private:
+    std::unique_ptr<Journal> journal_;
+    std::optional<MailJournalHook> hook_;
+    std::string openError_;
 };
 
 // "mail-status": the journal's mails as lines of text (time, status,

@@ -217,16 +217,16 @@ bool Watcher::State::attach(Inbox inbox) {
         return false;
     }
     if (inotify >= 0 && !options.pollOnly && !networkFolder(folder)) {
-        watched->watch = inotify_add_watch(inotify, folder.c_str(),
-                                           IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE | IN_ATTRIB | IN_MODIFY |
-                                               IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+        watched->watch = inotify_add_watch(
+            inotify, folder.c_str(),
+            IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
         if (watched->watch >= 0) byWatch[watched->watch] = watched.get();
     }
     log(LogLevel::Notice,
         "Watching '" + key + "'" +
             (watched->watch >= 0
-                 ? ""
-                 : ", looked at every " + std::to_string(options.pollEvery.count() / 1000.0).substr(0, 4) + " s"));
+                 ? std::string()
+                 : formatText(", looked at every %g s", static_cast<double>(options.pollEvery.count()) / 1000)));
     Watched& added = *watched;
     inboxes[key] = std::move(watched);
     rescan(added);
@@ -321,7 +321,10 @@ void Watcher::State::lookAtCandidates(Clock::time_point now) {
         }
         const auto settledAt = candidate.quietSince + options.settle;
         if (now < settledAt || (S_ISREG(info.st_mode) && heldByWriter(file))) {
-            candidate.nextLook = std::max(settledAt, now + options.settle / 4);
+            // Looked at again once it may have settled; a file held open is
+            // looked at a few times a settle time, and never in a spin.
+            candidate.nextLook =
+                std::max(settledAt, now + std::max<Clock::duration>(options.settle / 4, std::chrono::milliseconds(50)));
             ++it;
             continue;
         }

@@ -1,6 +1,7 @@
 #include "ui/RunController.h"
 
 #include "host/MupdfHost.h"
+#include "service/MailJournal.h"
 #include "ui/MailDialogs.h"
 #include "ui/StatusDialog.h"
 
@@ -90,6 +91,16 @@ public:
             emit controller_.fileWritten(file, first, last);
         });
     }
+    // Each mail attempt is kept in the journal of the state folder too, for
+    // mail-status and mail-resend; the journal of a run is opened with its
+    // first mail. Mails go only from the run's own thread.
+    bool mailStarting(const MailAttempt& attempt) override { return mails_->starting(attempt); }
+    void mailAttempted(const MailAttempt& attempt) override { mails_->attempted(attempt); }
+    // A fresh journal for a run about to start; what kept the last one's
+    // mails out of it, once it has ended.
+    void newMailJournal() { mails_.emplace(); }
+    std::string mailJournalProblem() const { return mails_ ? mails_->problem() : std::string(); }
+
     void mailStatus(const MailStatus& progress) override {
         post([this, progress] {
             if (!controller_.mailStatus_) {
@@ -121,6 +132,7 @@ private:
 
     RunController& controller_;
     std::mutex progressLock_;
+    std::optional<service::RunMailJournal> mails_;
     Progress latest_;
     bool progressChanged_ = false;
 };
@@ -156,6 +168,7 @@ RunController::~RunController() {
 bool RunController::start(Kind kind, BatchJob job) {
     if (running()) return false;
     bridge_->clearCancel();
+    bridge_->newMailJournal();
     finishedFlag_ = false;
     kind_ = kind;
     record_ = {};
@@ -191,6 +204,8 @@ void RunController::finishRun(const BatchResult& result) {
     showProgress();
     if (status_) status_->close();
     if (mailStatus_) mailStatus_->close();
+    if (const std::string problem = bridge_->mailJournalProblem(); !problem.empty())
+        record_.note(qt("The mail attempts were not all kept in the journal: " + problem));
     if (kind_ == Kind::Batch && RunSummary::worthShowing(record_, result)) {
         summary_ = new RunSummary(record_, result, open_, window_);
         summary_->setAttribute(Qt::WA_DeleteOnClose);

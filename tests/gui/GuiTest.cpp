@@ -92,6 +92,7 @@ class GuiTest : public QObject {
     // A window over its own settings folder, whose default list holds `rows`.
     MainDialog* openApplication(const std::vector<std::filesystem::path>& rows = {}) {
         qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((*dir_ / "config").string()));
+        qputenv("XDG_STATE_HOME", QByteArray::fromStdString((*dir_ / "state").string()));
         writeDefaultList(rows);
         window_ = std::make_unique<ApplicationWindow>();
         window_->setOpenAction([this](const QString& path) { opened_ << path; });
@@ -313,7 +314,8 @@ private slots:
 
     // Questions the run asks on its worker thread are windows on the interface
     // thread, and their answers go back to the run: the mail list is shown as a
-    // table and nothing is sent on "Cancel"; a "Yes" opens the text report.
+    // table, and each mail sent from it is kept in the mail journal (here
+    // failed: the pages hold no address); a "Yes" opens the text report.
     void questionsFromTheRunAreAnsweredOnTheInterfaceThread() {
         const auto pdf = writeStatements(10);
         MainDialog* dialog = openApplication();
@@ -333,7 +335,7 @@ private slots:
                 rows << table->item(row, 1)->text() + " " + table->item(row, 2)->text() + "-" +
                             table->item(row, 3)->text();
             answer.stop();
-            click(list, "cancelButton");
+            click(list, "sendButton");
         });
         answer.start(20);
         MessageBoxes asked;
@@ -343,8 +345,16 @@ private slots:
         QCOMPARE(rows, (QStringList{out + "/extract_100000.pdf 1-5", out + "/extract_100001.pdf 6-10"}));
         QCOMPARE(asked.texts, (QStringList{"Done! - 2 PDF file(s) output\r\n\r\nReport files have been generated, do "
                                            "you want to view text report ?",
-                                           "(0) Emails sent ok: 0, errors: 0"}));
+                                           "(2) Emails sent ok: 0, errors: 2"}));
         QVERIFY(asked.onInterfaceThread);
+        QProcess status;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_STATE_HOME", qt((*dir_ / "state").string()));
+        status.setProcessEnvironment(environment);
+        status.start(VELLIRA_BATCH_EXE, {"mail-status", "--failed"});
+        QVERIFY(status.waitForFinished(10000));
+        const QString listed = QString::fromUtf8(status.readAllStandardOutput());
+        QCOMPARE(listed.count("no address found"), 2);
         QTRY_COMPARE(opened_, QStringList{qt(pdf.string() + "_report.txt")});
     }
 

@@ -17,16 +17,17 @@ struct ProgramResult {
     std::string err;
 };
 
-// Runs vellira-batch with `arguments` (shell words), with TMPDIR and
-// XDG_CONFIG_HOME pointing into `dir`, and any further `environment`
+// Runs vellira-batch with `arguments` (shell words), with TMPDIR,
+// XDG_CONFIG_HOME and XDG_STATE_HOME pointing into `dir`, and any further `environment`
 // ("NAME=value" shell words).
 inline ProgramResult runProgram(const TempDir& dir, const std::string& arguments, const std::string& environment = "") {
     const auto errPath = dir / "stderr.txt";
     std::filesystem::create_directories(dir / "tmp");
     std::filesystem::create_directories(dir / "config");
     const std::string command = "TMPDIR='" + (dir / "tmp").string() + "' XDG_CONFIG_HOME='" +
-                                (dir / "config").string() + "' " + environment + " '" VELLIRA_BATCH_EXE "' " +
-                                arguments + " 2>'" + errPath.string() + "' </dev/null";
+                                (dir / "config").string() + "' XDG_STATE_HOME='" + (dir / "state").string() + "' " +
+                                environment + " '" VELLIRA_BATCH_EXE "' " + arguments + " 2>'" + errPath.string() +
+                                "' </dev/null";
     ProgramResult result;
     FILE* pipe = popen(command.c_str(), "r");
     std::array<char, 4096> buffer;
