@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
         "      the same settings kept as a setup file (the --set options of the split, then --save);\n"
         "      split with them later: vellira-batch split --params invoices.pcs invoices.pdf\n"
         "\n"
-        "Exit status: 0 all done, 3 done with failed saves or mails or stopped, 1 failed, 2 usage.");
+        "Exit status: 0 all done, 3 done with failed saves or mails, exceptions, or stopped, 1 failed, 2 usage.");
     // Asked only for --version: the mail libraries are loaded to tell theirs.
     app.set_version_flag("--version", [] {
         return std::string("vellira-batch ") + std::string(vellira::kVersionText) + "\nMuPDF " +
