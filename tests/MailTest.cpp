@@ -6,21 +6,20 @@
 #include "support/RecordingInterface.h"
 #include "support/RunProgram.h"
 #include "support/ScriptedHost.h"
+#include "support/SmtpServer.h"
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <unistd.h>
 #include <algorithm>
-#include <chrono>
 #include <sstream>
-#include <thread>
 
 namespace vellira {
 namespace {
 
 using testing::quoted;
 using testing::readFile;
+using testing::SmtpServer;
 
 // Words given as "TEXT H V ...".
 std::vector<Word> words(const std::string& text) {
@@ -80,51 +79,6 @@ TEST(MailSender, ServerTextsAndLogLines) {
         mailLogLine(when, "bob@ex.com", "OK", "/out/a.pdf"),
         "2024-07-05 09:03:07 bob@ex.com" + std::string(90, ' ') + " OK" + std::string(78, ' ') + " /out/a.pdf\r\n");
 }
-
-// An SMTP server on loopback, run by Debian's python3-aiosmtpd for one test.
-class SmtpServer {
-public:
-    SmtpServer(const testing::TempDir& dir, const std::string& mode, const std::vector<std::string>& extra = {}) {
-        received_ = dir / ("received-" + mode + std::to_string(++count_));
-        std::filesystem::create_directories(received_);
-        const auto portFile = received_.string() + ".port";
-        std::vector<std::string> args = {"/usr/bin/python3", VELLIRA_SMTP_SERVER, received_.string(), portFile, mode};
-        args.insert(args.end(), {"--cert", (dir / "cert.pem").string(), "--key", (dir / "key.pem").string(), "--user",
-                                 "clerk", "--password", "s3cret"});
-        args.insert(args.end(), extra.begin(), extra.end());
-        pid_ = fork();
-        if (pid_ == 0) {
-            std::vector<char*> argv;
-            for (auto& arg : args) argv.push_back(arg.data());
-            argv.push_back(nullptr);
-            // The server's own warnings are not the test's output.
-            if (!std::freopen("/dev/null", "w", stderr)) _exit(126);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        for (int wait = 0; wait < 300 && !std::filesystem::exists(portFile); ++wait)
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        port_ = std::stoi(readFile(portFile));
-    }
-    ~SmtpServer() {
-        kill(pid_, SIGTERM);
-        waitpid(pid_, nullptr, 0);
-    }
-    int port() const { return port_; }
-    // The messages received, in order.
-    std::vector<std::filesystem::path> messages() const {
-        std::vector<std::filesystem::path> found;
-        for (int n = 1; std::filesystem::exists(received_ / ("msg-" + std::to_string(n))); ++n)
-            found.push_back(received_ / ("msg-" + std::to_string(n)));
-        return found;
-    }
-
-private:
-    static inline int count_ = 0;
-    std::filesystem::path received_;
-    pid_t pid_ = -1;
-    int port_ = 0;
-};
 
 class MailRun : public ::testing::Test {
 protected:
