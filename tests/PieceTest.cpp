@@ -160,6 +160,7 @@ TEST(Pieces, RefusesSettingsItCannotUse) {
     const std::pair<std::string, const char*> cases[] = {
         {"--set SPLITONCHANGE=1 --set VALUEAREA=450,750", "VALUEAREA takes left,bottom,right,top"},
         {"--set SPLITONCHANGE=1 --set FINDSTRING=", "SPLITONCHANGE reads each page's value"},
+        {"--set SPLITONCHANGE=1 --set PAGEEXTRACT=Bookmarks", "the bookmark split modes by the bookmarks"},
         {"--set 'CHECKPAGEOF=Page (\\d+)'", "needs two groups"},
         {"--set 'CHECKVALUE=C-(1'", "CHECKVALUE: the pattern \"C-(1\" is not one"},
         {"--set LOOKUPFILE=" + quoted(dir / "missing.csv"), "Can't read the list"},

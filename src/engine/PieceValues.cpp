@@ -35,6 +35,10 @@ bool SplitEngine::takeValueSettings(PageExtractMode mode) {
     const bool atPosition = mode == PageExtractMode::NextMatchAtPosition ||
                             mode == PageExtractMode::NextUniqueMatchAtPosition ||
                             mode == PageExtractMode::UntilMatchAtPosition;
+    if (settings.SPLITONCHANGE && isBookmarkMode(mode)) {
+        ui.note("SPLITONCHANGE cuts by the pages' text, the bookmark split modes by the bookmarks: choose one");
+        return false;
+    }
     if (settings.SPLITONCHANGE && !valueArea_ && !atPosition && settings.FINDSTRING.empty()) {
         ui.note(
             "SPLITONCHANGE reads each page's value after the search text, by a pattern, at a position or in "
