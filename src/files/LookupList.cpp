@@ -85,6 +85,18 @@ std::vector<std::string> csvFields(std::string_view line, char delimiter) {
 
 std::optional<LookupList> LookupList::read(const std::filesystem::path& path, std::string_view keyColumn,
                                            std::string& error) {
+    // Only a plain file of a list's size is read: a pipe or a device could
+    // hold the run forever.
+    constexpr std::uintmax_t kMostBytes = 256u << 20;
+    std::error_code failed;
+    if (!std::filesystem::is_regular_file(path, failed)) {
+        error = "Can't read the list '" + pathText(path) + "': not a file";
+        return std::nullopt;
+    }
+    if (std::filesystem::file_size(path, failed) > kMostBytes) {
+        error = "The list '" + pathText(path) + "' is larger than 256 MB";
+        return std::nullopt;
+    }
     const auto raw = readWholeFile(path);
     if (!raw) {
         error = "Can't read the list '" + pathText(path) + "'";
