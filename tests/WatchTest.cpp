@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <chrono>
@@ -238,6 +239,49 @@ std::vector<std::string> mailSettings(int port) {
 // and started again each time: in the end every piece is there once, under its own
 // name, and every customer got one mail; more only where the journal says
 // the mail was in flight when the watcher died.
+// The pieces of a folder (its temporaries left out), each with its inode: a
+// piece written again is a new file.
+std::map<std::string, ino_t> piecesOf(const fs::path& folder) {
+    std::map<std::string, ino_t> pieces;
+    for (const auto& name : names(folder)) {
+        struct stat info {};
+        if (name.ends_with(".pdf") && stat((folder / name).c_str(), &info) == 0) pieces[name] = info.st_ino;
+    }
+    return pieces;
+}
+
+// A source cut off half-way is taken again: the pieces it wrote stay as they
+// are (at most the one in flight is written again), the others are written.
+TEST(Watch, ACutOffSourceKeepsThePiecesItWrote) {
+    testing::TempDir dir;
+    const fs::path inbox = dir / "inbox", out = dir / "out";
+    fs::create_directories(inbox);
+    std::vector<std::string> accounts;
+    for (int n = 1; n <= 300; ++n) accounts.push_back("A" + std::to_string(n));
+    writeStatements(dir / "drop.pdf", accounts);
+    fs::rename(dir / "drop.pdf", inbox / "run.pdf");
+    const std::vector<std::string> args = {"--settle", "0.05", "--set", "OUTPUTDIR=" + out.string(), inbox.string()};
+    std::map<std::string, ino_t> before;
+    {
+        Watcher first(dir, args);
+        ASSERT_TRUE(waitFor([&] { return piecesOf(out).size() >= 10; })) << first.log();
+        first.signal(SIGKILL);
+        first.wait();
+        before = piecesOf(out);
+    }
+    ASSERT_LT(before.size(), accounts.size());
+    Watcher second(dir, args);
+    ASSERT_TRUE(waitFor([&] { return emptied(inbox); })) << second.log();
+    second.signal(SIGTERM);
+    EXPECT_EQ(second.wait(), 0);
+    const auto after = piecesOf(out);
+    EXPECT_EQ(after.size(), accounts.size());
+    int writtenAgain = 0;
+    for (const auto& [name, inode] : before) writtenAgain += after.at(name) != inode;
+    EXPECT_LE(writtenAgain, 1) << second.log();
+    EXPECT_EQ(names(inbox / "done"), std::set<std::string>{"run.pdf"});
+}
+
 TEST(Watch, KilledAtRandomPointsLeavesEveryPieceAndMailOnce) {
     testing::TempDir dir;
     testing::SmtpServer server(dir, "plain");

@@ -90,6 +90,10 @@ public:
     // that begins again ("sending").
     virtual bool mailStarting(const MailAttempt&) { return true; }
     virtual void mailAttempted(const MailAttempt&) {}
+    // Before an output holding 1-based source pages first..last is saved
+    // (not appended to): false when it stands already as a run cut off
+    // before wrote it, and so counts as written.
+    virtual bool outputWanted(std::string_view /*path*/, int /*first*/, int /*last*/) { return true; }
     // The Stop flag, read before every row, page and mail.
     bool cancelled() const { return cancel_.load(std::memory_order_relaxed); }
     void requestCancel() { cancel_.store(true, std::memory_order_relaxed); }

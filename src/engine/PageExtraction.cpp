@@ -297,6 +297,14 @@ bool SplitEngine::writeRange(DocHandle source, const std::string& named, int sta
         return false;
     }
     if (run.planned) return planRange(source, outFile, start, end, appended);
+    if (there && !grouped && !settings.ALWAYSAPPEND && !run.staging && !ui.outputWanted(outFile, start + 1, end + 1)) {
+        // Written whole by a run cut off before: kept as it is.
+        appended = false;
+        ++run.filesWritten;
+        ui.fileWritten(outFile, start + 1, end + 1);
+        noteRewritten(run, ui, outFile, {settings.FILENAME, start + 1, end + 1}, false);
+        return true;
+    }
     removeStaleTemporaries(hostPath.parent_path(), run.tidiedFolders);
     // Appends of two runs to one output are one after the other: the old
     // file is read and the new one saved under the output's lock.

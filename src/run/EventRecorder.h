@@ -46,6 +46,10 @@ public:
         const std::lock_guard lock(asking_);
         ui_.mailAttempted(attempt);
     }
+    bool outputWanted(std::string_view path, int first, int last) override {
+        const std::lock_guard lock(asking_);
+        return ui_.outputWanted(path, first, last);
+    }
     void progress(const Progress& now) override {
         // Only where a document stands last is worth telling again.
         if (!events.empty() && events.back().kind == Event::Progressed && events.back().progress.file == now.file)

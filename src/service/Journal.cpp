@@ -201,42 +201,47 @@ std::int64_t Journal::takeSource(const std::string& inbox, const std::string& na
     return sqlite3_last_insert_rowid(db_);
 }
 
-std::vector<std::string> Journal::finishSource(std::int64_t id, const std::string& state, const std::string& reason,
-                                               const std::vector<OutputRecord>& outputs) {
+bool Journal::recordOutput(std::int64_t source, const OutputRecord& output) {
+    const std::lock_guard hold(lock_);
+    bool same = true;
+    {
+        Statement find(*this, "SELECT checksum FROM outputs WHERE source = ? AND path = CAST(? AS BLOB)");
+        if (find.bind(source).bind(output.path).step()) same = find.text(0) == output.checksum;
+    }
+    Statement(*this,
+              "INSERT INTO outputs(source, path, first, last, checksum, written) VALUES(?, CAST(? AS BLOB), ?, ?, ?, "
+              "?) ON CONFLICT(source, path) DO UPDATE SET first = excluded.first, last = excluded.last, checksum = "
+              "excluded.checksum, written = excluded.written, times = times + 1")
+        .bind(source)
+        .bind(output.path)
+        .bind(std::int64_t{output.first})
+        .bind(std::int64_t{output.last})
+        .bind(output.checksum)
+        .bind(journalTime())
+        .step();
+    return same;
+}
+
+std::vector<OutputRecord> Journal::outputsOf(std::int64_t source) {
+    const std::lock_guard hold(lock_);
+    std::vector<OutputRecord> outputs;
+    Statement list(*this, "SELECT path, first, last, checksum FROM outputs WHERE source = ? ORDER BY id");
+    list.bind(source);
+    while (list.step())
+        outputs.push_back(
+            {list.text(0), static_cast<int>(list.integer(1)), static_cast<int>(list.integer(2)), list.text(3)});
+    return outputs;
+}
+
+void Journal::finishSource(std::int64_t id, const std::string& state, const std::string& reason) {
     const std::lock_guard hold(lock_);
     const Durable durable(db_);  // the source is moved next
-    exec("BEGIN IMMEDIATE");
-    std::vector<std::string> changed;
-    try {
-        const std::string now = journalTime();
-        for (const auto& output : outputs) {
-            Statement find(*this, "SELECT checksum FROM outputs WHERE source = ? AND path = CAST(? AS BLOB)");
-            if (find.bind(id).bind(output.path).step() && find.text(0) != output.checksum)
-                changed.push_back(output.path);
-            Statement(*this,
-                      "INSERT INTO outputs(source, path, first, last, checksum, written) VALUES(?, CAST(? AS BLOB), ?, "
-                      "?, ?, ?) ON CONFLICT(source, path) DO UPDATE SET checksum = excluded.checksum, written = "
-                      "excluded.written, times = times + 1")
-                .bind(id)
-                .bind(output.path)
-                .bind(std::int64_t{output.first})
-                .bind(std::int64_t{output.last})
-                .bind(output.checksum)
-                .bind(now)
-                .step();
-        }
-        Statement(*this, "UPDATE sources SET state = ?, reason = ?, finished = ? WHERE id = ?")
-            .bind(state)
-            .bind(reason)
-            .bind(now)
-            .bind(id)
-            .step();
-        exec("COMMIT");
-    } catch (const JournalError&) {
-        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-        throw;
-    }
-    return changed;
+    Statement(*this, "UPDATE sources SET state = ?, reason = ?, finished = ? WHERE id = ?")
+        .bind(state)
+        .bind(reason)
+        .bind(journalTime())
+        .bind(id)
+        .step();
 }
 
 std::optional<std::int64_t> Journal::startMail(std::int64_t source, const MailAttempt& attempt) {

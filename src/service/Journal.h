@@ -89,11 +89,14 @@ public:
     std::optional<SourceRecord> findSource(const std::string& inbox, const std::string& name, std::int64_t size,
                                            std::int64_t mtime);
     std::int64_t takeSource(const std::string& inbox, const std::string& name, std::int64_t size, std::int64_t mtime);
-    // Ends a source: how it ended and the outputs it wrote, in one step that
-    // is on disk before the source is moved. Answers the outputs the source
-    // had written before with other contents.
-    std::vector<std::string> finishSource(std::int64_t id, const std::string& state, const std::string& reason,
-                                          const std::vector<OutputRecord>& outputs = {});
+    // An output of a source, as soon as it is written. Answers false when
+    // the source had written it before with other contents.
+    bool recordOutput(std::int64_t source, const OutputRecord& output);
+    // The outputs a source wrote so far.
+    std::vector<OutputRecord> outputsOf(std::int64_t source);
+    // Ends a source: how it ended, in a step that is on disk before the
+    // source is moved.
+    void finishSource(std::int64_t id, const std::string& state, const std::string& reason);
 
     // A mail about to be sent for `source` (0: a one-shot run). Answers its
     // record's id, or none when the journal has it sent already. A record

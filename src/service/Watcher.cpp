@@ -478,8 +478,17 @@ namespace {
 // questions take their default (no), its outputs and mails to the journal.
 class SourceInterface final : public RunInterface {
 public:
-    SourceInterface(WatchFront& front, Journal& journal, std::int64_t source, std::string name)
-        : front_(front), name_(std::move(name)), mails_(&journal, source) {}
+    // A source taken again (`resumed`) keeps the outputs it wrote before as
+    // they stand.
+    SourceInterface(WatchFront& front, Journal& journal, std::int64_t source, std::string name, bool resumed)
+        : front_(front), journal_(journal), source_(source), name_(std::move(name)), mails_(&journal, source) {
+        try {
+            if (resumed)
+                for (auto& output : journal.outputsOf(source)) before_.emplace(output.path, std::move(output));
+        } catch (const JournalError& error) {
+            front_.log(LogLevel::Error, name_ + ": " + error.what() + "; its outputs are written again");
+        }
+    }
     void note(std::string_view message) override {
         notes.emplace_back(message);
         front_.log(LogLevel::Info, name_ + ": " + std::string(message));
@@ -488,10 +497,26 @@ public:
         front_.log(LogLevel::Info, name_ + ": " + std::string(message) + " (answered no)");
         return false;
     }
-    // Kept with how the source ended.
+    bool outputWanted(std::string_view path, int first, int last) override {
+        const auto known = before_.find(std::string(path));
+        if (known == before_.end() || known->second.first != first || known->second.last != last ||
+            fileChecksum(pathFromText(known->first)) != known->second.checksum)
+            return true;
+        front_.log(LogLevel::Info, name_ + ": '" + known->first + "' was written before the cut-off: kept");
+        return false;
+    }
+    // Each output in the journal as soon as it is written.
     void fileWritten(std::string_view path, int first, int last) override {
         const std::string file(path);
-        outputs.push_back({file, first, last, fileChecksum(pathFromText(file)).value_or("")});
+        try {
+            const bool same =
+                journal_.recordOutput(source_, {file, first, last, fileChecksum(pathFromText(file)).value_or("")});
+            if (!same && before_.contains(file))
+                front_.log(LogLevel::Warning,
+                           "'" + file + "' was written again with other contents than before the cut-off");
+        } catch (const JournalError& error) {
+            front_.log(LogLevel::Error, name_ + ": " + error.what() + "; '" + file + "' is not in the journal");
+        }
     }
     bool mailStarting(const MailAttempt& attempt) override {
         if (mails_.starting(attempt)) return true;
@@ -508,10 +533,12 @@ public:
     }
     const MailJournalHook& mails() const { return mails_; }
     std::vector<std::string> notes;
-    std::vector<OutputRecord> outputs;
 
 private:
     WatchFront& front_;
+    Journal& journal_;
+    std::int64_t source_;
+    std::map<std::string, OutputRecord> before_;  // path -> the output as a run cut off before wrote it
     std::string name_;
     MailJournalHook mails_;
 };
@@ -528,7 +555,7 @@ void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
         return;
     }
     log(LogLevel::Info, (task.resume ? "Taking again (cut off before): " : "Taking: ") + pathText(file));
-    SourceInterface ui(front, *journal, id, task.name);
+    SourceInterface ui(front, *journal, id, task.name, task.resume != 0);
     {
         const std::lock_guard hold(lock);
         lastTaken = task.name;
@@ -576,8 +603,7 @@ void Watcher::State::split(Task task, DocumentHost& host, Tidied& tidied) {
     }
     if (!ui.mails().problem().empty()) log(LogLevel::Error, ui.mails().problem());
     try {
-        for (const auto& path : journal->finishSource(id, reason.empty() ? "done" : "error", reason, ui.outputs))
-            log(LogLevel::Warning, "'" + path + "' was written again with other contents");
+        journal->finishSource(id, reason.empty() ? "done" : "error", reason);
     } catch (const JournalError& error) {
         log(LogLevel::Error, std::string(error.what()) + "; '" + task.name + "' is left in its inbox");
         return;
