@@ -201,13 +201,8 @@ std::int64_t Journal::takeSource(const std::string& inbox, const std::string& na
     return sqlite3_last_insert_rowid(db_);
 }
 
-bool Journal::recordOutput(std::int64_t source, const OutputRecord& output) {
+void Journal::recordOutput(std::int64_t source, const OutputRecord& output) {
     const std::lock_guard hold(lock_);
-    bool same = true;
-    {
-        Statement find(*this, "SELECT checksum FROM outputs WHERE source = ? AND path = CAST(? AS BLOB)");
-        if (find.bind(source).bind(output.path).step()) same = find.text(0) == output.checksum;
-    }
     Statement(*this,
               "INSERT INTO outputs(source, path, first, last, checksum, written) VALUES(?, CAST(? AS BLOB), ?, ?, ?, "
               "?) ON CONFLICT(source, path) DO UPDATE SET first = excluded.first, last = excluded.last, checksum = "
@@ -219,7 +214,6 @@ bool Journal::recordOutput(std::int64_t source, const OutputRecord& output) {
         .bind(output.checksum)
         .bind(journalTime())
         .step();
-    return same;
 }
 
 std::vector<OutputRecord> Journal::outputsOf(std::int64_t source) {

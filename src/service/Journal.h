@@ -89,9 +89,8 @@ public:
     std::optional<SourceRecord> findSource(const std::string& inbox, const std::string& name, std::int64_t size,
                                            std::int64_t mtime);
     std::int64_t takeSource(const std::string& inbox, const std::string& name, std::int64_t size, std::int64_t mtime);
-    // An output of a source, as soon as it is written. Answers false when
-    // the source had written it before with other contents.
-    bool recordOutput(std::int64_t source, const OutputRecord& output);
+    // An output of a source, as soon as it is written.
+    void recordOutput(std::int64_t source, const OutputRecord& output);
     // The outputs a source wrote so far.
     std::vector<OutputRecord> outputsOf(std::int64_t source);
     // Ends a source: how it ended, in a step that is on disk before the

@@ -509,9 +509,9 @@ public:
     void fileWritten(std::string_view path, int first, int last) override {
         const std::string file(path);
         try {
-            const bool same =
-                journal_.recordOutput(source_, {file, first, last, fileChecksum(pathFromText(file)).value_or("")});
-            if (!same && before_.contains(file))
+            const std::string checksum = fileChecksum(pathFromText(file)).value_or("");
+            journal_.recordOutput(source_, {file, first, last, checksum});
+            if (const auto known = before_.find(file); known != before_.end() && known->second.checksum != checksum)
                 front_.log(LogLevel::Warning,
                            "'" + file + "' was written again with other contents than before the cut-off");
         } catch (const JournalError& error) {
