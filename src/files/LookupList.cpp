@@ -2,86 +2,11 @@
 
 #include "core/Platform.h"
 #include "core/Text.h"
+#include "files/Csv.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 
 namespace vellira {
-
-namespace {
-
-// Blanks around a field do not belong to it.
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-// The delimiter the header line holds most of, outside quotes.
-char delimiterOf(std::string_view header) {
-    constexpr std::array<char, 4> kDelimiters = {',', ';', '\t', '|'};
-    std::array<int, 4> counts{};
-    bool quoted = false;
-    for (const char c : header) {
-        if (c == '"') quoted = !quoted;
-        if (quoted) continue;
-        for (std::size_t i = 0; i < kDelimiters.size(); ++i)
-            if (c == kDelimiters[i]) ++counts[i];
-    }
-    const auto most = std::max_element(counts.begin(), counts.end());
-    return kDelimiters[static_cast<std::size_t>(most - counts.begin())];
-}
-
-// The logical lines of a CSV text: a line break inside quotes belongs to
-// its field.
-std::vector<std::string_view> csvLines(std::string_view text) {
-    std::vector<std::string_view> lines;
-    bool quoted = false;
-    std::size_t start = 0;
-    for (std::size_t at = 0; at <= text.size(); ++at) {
-        if (at < text.size() && text[at] == '"') quoted = !quoted;
-        if (at == text.size() || (!quoted && text[at] == '\n')) {
-            std::string_view line = text.substr(start, at - start);
-            if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-            if (!trimmed(line).empty()) lines.push_back(line);
-            start = at + 1;
-        }
-    }
-    return lines;
-}
-
-}  // namespace
-
-std::vector<std::string> csvFields(std::string_view line, char delimiter) {
-    std::vector<std::string> fields(1);
-    bool quoted = false;
-    bool wasQuoted = false;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        const char c = line[at];
-        if (quoted) {
-            if (c != '"') {
-                fields.back() += c;
-            } else if (at + 1 < line.size() && line[at + 1] == '"') {
-                fields.back() += '"';
-                ++at;
-            } else {
-                quoted = false;
-            }
-        } else if (c == '"' && trimmed(fields.back()).empty()) {
-            fields.back().clear();
-            quoted = wasQuoted = true;
-        } else if (c == delimiter) {
-            if (!wasQuoted) fields.back() = std::string(trimmed(fields.back()));
-            fields.emplace_back();
-            wasQuoted = false;
-        } else if (!wasQuoted) {
-            fields.back() += c;
-        }
-    }
-    if (!wasQuoted) fields.back() = std::string(trimmed(fields.back()));
-    return fields;
-}
 
 std::optional<LookupList> LookupList::read(const std::filesystem::path& path, std::string_view keyColumn,
                                            std::string& error) {
@@ -109,7 +34,7 @@ std::optional<LookupList> LookupList::read(const std::filesystem::path& path, st
         error = "The list '" + pathText(path) + "' is empty";
         return std::nullopt;
     }
-    const char delimiter = delimiterOf(lines.front());
+    const char delimiter = csvDelimiter(lines.front());
     LookupList list;
     list.columns_ = csvFields(lines.front(), delimiter);
     std::size_t key = 0;

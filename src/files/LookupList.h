@@ -36,7 +36,4 @@ private:
     std::unordered_map<std::string, std::size_t> index_;  // key -> row
 };
 
-// The fields of one CSV line split at `delimiter`, quotes taken off.
-std::vector<std::string> csvFields(std::string_view line, char delimiter);
-
 }  // namespace vellira

@@ -2,6 +2,7 @@
 
 #include "core/Platform.h"
 #include "core/Text.h"
+#include "files/Csv.h"
 #include "files/ParametersFile.h"
 #include "files/SettingsLocations.h"
 #include "mail/AddressCapture.h"
@@ -109,15 +110,9 @@ void BatchRun::finishPieces() {
     // One report of the run, in the exceptions folder of the first piece
     // held back.
     std::string text = "Source,Pages,Value,Check,File\r\n";
-    const auto field = [](const std::string& value) {
-        if (value.find_first_of(",\"\r\n") == std::string::npos) return value;
-        std::string quoted = "\"";
-        for (const char c : value) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-        return quoted + "\"";
-    };
     for (const auto& exception : run.exceptions)
-        text += field(exception.source) + "," + field(exception.pages) + "," + field(exception.value) + "," +
-                field(exception.check) + "," + field(exception.path) + "\r\n";
+        text += csvField(exception.source) + "," + csvField(exception.pages) + "," + csvField(exception.value) + "," +
+                csvField(exception.check) + "," + csvField(exception.path) + "\r\n";
     const std::filesystem::path report = std::filesystem::path(run.exceptions.front().folder) / "exceptions.csv";
     if (planned) {
         planned->files.emplace_back(pathText(report), text);

@@ -1,6 +1,7 @@
 #include "service/MailJournal.h"
 
 #include "core/SplitSettings.h"
+#include "files/Csv.h"
 
 namespace vellira::service {
 
@@ -46,18 +47,6 @@ void MailJournalHook::attempted(const MailAttempt& attempt) {
         if (problem_.empty()) problem_ = error.what();
     }
 }
-
-namespace {
-
-// A CSV field, quoted when it must be.
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string quoted = "\"";
-    for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return quoted + "\"";
-}
-
-}  // namespace
 
 std::string mailStatusText(const std::vector<MailRecord>& mails, bool csv) {
     std::string text = csv ? "time,status,attempts,cut_off,recipient,file,first,last,answer\r\n" : "";
