@@ -51,12 +51,6 @@ bool SplitEngine::takeValueSettings(PageExtractMode mode) {
     }
     checks_ = std::make_unique<PieceChecks>(settings);
     if (!checks_->on()) checks_.reset();
-    if (std::find(kLookupMissingModes.begin(), kLookupMissingModes.end(), settings.LOOKUPMISSING) ==
-        kLookupMissingModes.end()) {
-        ui.note("Unknown LOOKUPMISSING mode: \"" + settings.LOOKUPMISSING + "\". The modes are:\n\"" +
-                std::string(kLookupMissingModes[0]) + "\"\n\"" + std::string(kLookupMissingModes[1]) + "\"");
-        return false;
-    }
     const std::pair<std::string, std::string> from{settings.LOOKUPFILE, settings.LOOKUPKEYCOLUMN};
     if (settings.LOOKUPFILE.empty()) {
         lookup_.reset();
@@ -176,8 +170,9 @@ std::filesystem::path SplitEngine::exceptionsFolder(const std::string& outFile) 
     return folder.is_absolute() ? folder : host.makeHostPath(outFile).parent_path() / folder;
 }
 
-std::vector<std::string> SplitEngine::judgePieces() {
-    std::vector<std::string> held;
+std::unordered_set<std::string> SplitEngine::judgePieces() {
+    // Each output held back: where it is now, and the check it broke.
+    std::unordered_map<std::string, std::pair<std::string, std::string>> held;
     for (auto& [outFile, piece] : run.pieces) {
         const auto broken = checks_ ? checks_->broken(piece) : std::nullopt;
         if (!broken) continue;
@@ -187,10 +182,7 @@ std::vector<std::string> SplitEngine::judgePieces() {
         if (!settings.EXCEPTIONSLISTONLY) {
             path = pathText(folder / from.filename());
             std::error_code failed;
-            if (run.planned) {
-                for (PlannedWrite& write : *run.planned)
-                    if (write.output == outFile) write.output = path;
-            } else if (!run.plan) {
+            if (!run.planned && !run.plan) {
                 std::filesystem::create_directories(folder, failed);
                 if (!failed) std::filesystem::rename(from, folder / from.filename(), failed);
             }
@@ -199,23 +191,30 @@ std::vector<std::string> SplitEngine::judgePieces() {
                 path = piece.file;
             }
         }
-        // A piece held back is not mailed.
-        std::erase_if(doc.mailList, [&](const MailRange& mail) { return mail.path == outFile; });
-        doc.mailIndex.clear();
-        for (std::size_t at = 0; at < doc.mailList.size(); ++at) doc.mailIndex[doc.mailList[at].path] = at;
-        if (run.plan)
-            for (PlannedRange& range : *run.plan)
-                if (range.path == outFile) {
-                    range.exception = *broken;
-                    range.path = path;
-                }
-        held.push_back(outFile);
         if (const auto known = run.outputIndex.find(outFile); known != run.outputIndex.end())
             run.outputs[known->second].path = path;
         run.exceptions.push_back({piece.source, piece.pages, piece.value, *broken, path, pathText(folder)});
+        held.try_emplace(outFile, path, *broken);
     }
     run.pieces.clear();
-    return held;
+    if (held.empty()) return {};
+    // A plan writes a held piece where it goes, and a preview shows it
+    // there; a piece held back is not mailed.
+    if (run.planned)
+        for (PlannedWrite& write : *run.planned)
+            if (const auto found = held.find(write.output); found != held.end()) write.output = found->second.first;
+    if (run.plan)
+        for (PlannedRange& range : *run.plan)
+            if (const auto found = held.find(range.path); found != held.end()) {
+                range.exception = found->second.second;
+                range.path = found->second.first;
+            }
+    std::erase_if(doc.mailList, [&](const MailRange& mail) { return held.contains(mail.path); });
+    doc.mailIndex.clear();
+    for (std::size_t at = 0; at < doc.mailList.size(); ++at) doc.mailIndex[doc.mailList[at].path] = at;
+    std::unordered_set<std::string> names;
+    for (const auto& [outFile, where] : held) names.insert(outFile);
+    return names;
 }
 
 }  // namespace vellira

@@ -286,7 +286,7 @@ public:
     // Judges the pieces written and not yet judged: one that breaks a check
     // is moved into the exceptions folder (or only listed) and not mailed.
     // Answers the outputs held back.
-    std::vector<std::string> judgePieces();
+    std::unordered_set<std::string> judgePieces();
 
 private:
     void startMatch(int page);

@@ -95,9 +95,7 @@ bool BatchRun::process(std::vector<BatchRow>& rows) {
 void BatchRun::finishPieces() {
     if (settings.GROUPBYVALUE) {
         const auto held = engine.judgePieces();
-        std::erase_if(groupedMail, [&](const MailEntry& entry) {
-            return std::find(held.begin(), held.end(), entry.file) != held.end();
-        });
+        std::erase_if(groupedMail, [&](const MailEntry& entry) { return held.contains(entry.file); });
         if (!groupedMail.empty() && !ui.cancelled()) {
             if (planned)
                 planned->mails.push_back({run.plannedRow, std::move(groupedMail), eventsTold ? eventsTold() : 0});
