@@ -8,16 +8,23 @@
 #include "reading/Recognition.h"
 
 #include <algorithm>
+#include <type_traits>
 
 namespace vellira {
 
 namespace {
 
-// "Unknown KIND mode: "TEXT"", then the texts the setting may hold.
+// "Unknown KIND mode: "TEXT"", then the texts the setting may hold: a mode
+// table's names, or a list of names.
 template <typename Table>
 std::string unknownModeMessage(const char* kind, const std::string& text, const Table& table) {
     std::string message = std::string("Unknown ") + kind + " mode: \"" + text + "\". The " + kind + " modes are:";
-    for (const auto& [mode, name] : table) message.append("\n\"").append(name).append("\"");
+    for (const auto& entry : table) {
+        if constexpr (std::is_convertible_v<decltype(entry), std::string_view>)
+            message.append("\n\"").append(entry).append("\"");
+        else
+            message.append("\n\"").append(entry.second).append("\"");
+    }
     return message;
 }
 
@@ -68,9 +75,12 @@ bool SplitEngine::takeSettings() {
     }
     const auto separator = std::find(kSeparatorModes.begin(), kSeparatorModes.end(), settings.SEPARATOR);
     if (separator == kSeparatorModes.end()) {
-        std::string message = "Unknown separator mode: \"" + settings.SEPARATOR + "\". The separator modes are:";
-        for (const auto name : kSeparatorModes) message.append("\n\"").append(name).append("\"");
-        ui.note(message);
+        ui.note(unknownModeMessage("separator", settings.SEPARATOR, kSeparatorModes));
+        return false;
+    }
+    if (std::find(kLookupMissingModes.begin(), kLookupMissingModes.end(), settings.LOOKUPMISSING) ==
+        kLookupMissingModes.end()) {
+        ui.note(unknownModeMessage("LOOKUPMISSING", settings.LOOKUPMISSING, kLookupMissingModes));
         return false;
     }
     separator_ = static_cast<std::size_t>(separator - kSeparatorModes.begin());
