@@ -15,13 +15,13 @@ RE2::Options optionsFor(bool ignoreCase) {
     return options;
 }
 
-std::unique_ptr<RE2> compiled(const std::string& pattern, bool ignoreCase) {
+}  // namespace
+
+std::unique_ptr<RE2> compiledPattern(const std::string& pattern, bool ignoreCase) {
     if (pattern.empty()) return nullptr;
     auto re = std::make_unique<RE2>(pattern, optionsFor(ignoreCase));
     return re->ok() ? std::move(re) : nullptr;
 }
-
-}  // namespace
 
 std::optional<std::string> PagePatterns::error(const std::string& pattern, bool ignoreCase) {
     if (pattern.empty()) return std::nullopt;
@@ -35,7 +35,7 @@ std::optional<std::string> PagePatterns::error(const std::string& pattern, bool 
 }
 
 PagePatterns::PagePatterns(const std::string& find, const std::string& until, bool ignoreCase)
-    : find_(compiled(find, ignoreCase)), until_(compiled(until, ignoreCase)) {}
+    : find_(compiledPattern(find, ignoreCase)), until_(compiledPattern(until, ignoreCase)) {}
 
 PagePatterns::~PagePatterns() = default;
 

@@ -17,6 +17,10 @@ class RE2;
 
 namespace vellira {
 
+// A pattern as RE2 takes it, without writing its errors anywhere; none for
+// an empty text or one that is not a pattern.
+std::unique_ptr<re2::RE2> compiledPattern(const std::string& pattern, bool ignoreCase);
+
 class PagePatterns {
 public:
     // What the patterns found at one word of a page.

@@ -1,23 +1,13 @@
 #include "engine/PieceChecks.h"
 
+#include "engine/PagePatterns.h"
+
 #include <re2/re2.h>
 
 #include <algorithm>
 #include <set>
 
 namespace vellira {
-
-namespace {
-
-std::unique_ptr<re2::RE2> compiled(const std::string& pattern) {
-    if (pattern.empty()) return nullptr;
-    RE2::Options options;
-    options.set_log_errors(false);
-    auto re = std::make_unique<RE2>(pattern, options);
-    return re->ok() ? std::move(re) : nullptr;
-}
-
-}  // namespace
 
 void PieceRecord::addPages(const std::string& from, int first, int last) {
     if (source.empty()) source = from;
@@ -43,8 +33,8 @@ std::optional<std::string> PieceChecks::error(const SplitSettings& settings) {
 }
 
 PieceChecks::PieceChecks(const SplitSettings& settings)
-    : numbering_(compiled(settings.CHECKPAGEOF)),
-      value_(compiled(settings.CHECKVALUE)),
+    : numbering_(compiledPattern(settings.CHECKPAGEOF, false)),
+      value_(compiledPattern(settings.CHECKVALUE, false)),
       minPages_(std::max(0, settings.CHECKMINPAGES)),
       maxPages_(std::max(0, settings.CHECKMAXPAGES)) {}
 
