@@ -143,16 +143,11 @@ void FilenameComposer::expandMacros(std::string& text, std::string_view cleaned,
     replaceAll(text, "[PAGEENDNOMASK]", number("%ld", range.end + 1L));
     replaceAll(text, "[PAGES]", number("%6.6ld", range.end - range.start + 1L));
     replaceAll(text, "[TOTALPAGES]", number("%6.6ld", range.totalPages));
-    for (std::size_t at = text.find("[POS"); at != std::string::npos; at = text.find("[POS", at)) {
-        const auto close = text.find(']', at);
-        if (close == std::string::npos) break;
-        const long long first = range.start + static_cast<long long>(settings_.offsetFirstWorking) + 1;
-        const std::string found =
-            GetPos(std::string_view(text).substr(at, close - at + 1),
-                   static_cast<int>(std::clamp<long long>(first, INT_MIN, INT_MAX)), range.end + 1);
-        text.replace(at, close - at + 1, found);
-        at += found.size();
-    }
+    const long long first = range.start + static_cast<long long>(settings_.offsetFirstWorking) + 1;
+    expandTokens(text, "[POS", false, [&](std::string_view bounds) {
+        return GetPos("[POS" + std::string(bounds) + "]",
+                      static_cast<int>(std::clamp<long long>(first, INT_MIN, INT_MAX)), range.end + 1);
+    });
     // "[YY]" alone does not start the date group, so it stays as typed.
     static constexpr std::array<std::string_view, 8> kDateStarters = {"[MM]", "[DD]", "[YYYY]", "[M]",
                                                                       "[D]",  "[hh]", "[mm]",   "[ss]"};
